@@ -1,0 +1,85 @@
+#include "w32p_environment.h"
+#include "w32p_string.h"
+
+#include <cstdlib>
+#include <cwchar>
+#include <mutex>
+#include <string>
+
+namespace
+{
+
+std::mutex g_environmentLock; // serialises getenv/setenv/unsetenv made through this layer
+
+bool ToUtf8(LPCWSTR text, std::string& out)
+{
+    out.clear();
+    if (*text == L'\0')
+        return true;
+    int n = WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr);
+    if (n <= 0)
+        return false;
+    out.resize(static_cast<std::size_t>(n));
+    WideCharToMultiByte(CP_UTF8, 0, text, -1, &out[0], n, nullptr, nullptr);
+    out.resize(static_cast<std::size_t>(n - 1));
+    return true;
+}
+
+} // namespace
+
+DWORD GetEnvironmentVariableW(LPCWSTR name, LPWSTR buffer, DWORD size)
+{
+    std::string narrowName;
+    if (name == nullptr || *name == L'\0' || !ToUtf8(name, narrowName))
+    {
+        SetLastError(ERROR_ENVVAR_NOT_FOUND);
+        return 0;
+    }
+    std::wstring value;
+    {
+        std::lock_guard<std::mutex> guard(g_environmentLock);
+        const char* raw = std::getenv(narrowName.c_str());
+        if (raw == nullptr)
+        {
+            SetLastError(ERROR_ENVVAR_NOT_FOUND);
+            return 0;
+        }
+        if (*raw != '\0')
+        {
+            int n = MultiByteToWideChar(CP_UTF8, 0, raw, -1, nullptr, 0);
+            value.resize(static_cast<std::size_t>(n));
+            MultiByteToWideChar(CP_UTF8, 0, raw, -1, &value[0], n);
+            value.resize(static_cast<std::size_t>(n - 1));
+        }
+    }
+    if (value.empty())
+    {
+        if (buffer != nullptr && size > 0)
+            buffer[0] = L'\0';
+        return 0;
+    }
+    const DWORD needed = static_cast<DWORD>(value.size() + 1);
+    if (buffer == nullptr || size < needed)
+        return needed;
+    std::wmemcpy(buffer, value.c_str(), value.size() + 1);
+    return needed - 1;
+}
+
+BOOL SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value)
+{
+    std::string narrowName, narrowValue;
+    if (name == nullptr || *name == L'\0' || std::wcschr(name, L'=') != nullptr || !ToUtf8(name, narrowName) ||
+        (value != nullptr && !ToUtf8(value, narrowValue)))
+    {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    std::lock_guard<std::mutex> guard(g_environmentLock);
+    int rc = value == nullptr ? unsetenv(narrowName.c_str()) : setenv(narrowName.c_str(), narrowValue.c_str(), 1);
+    if (rc != 0)
+    {
+        W32pSetLastErrorFromErrno();
+        return FALSE;
+    }
+    return TRUE;
+}

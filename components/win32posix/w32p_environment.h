@@ -1,0 +1,14 @@
+// Environment variables of the calling process, with the Win32 return conventions. Names and values are
+// stored in the process environment as UTF-8. The functions are serialised among themselves; a thread
+// that calls setenv() directly while another uses them races as it would with getenv().
+#pragma once
+
+#include "w32p_base.h"
+
+// Success: the value's length without the terminator. A missing variable: 0 and ERROR_ENVVAR_NOT_FOUND
+// (203). An empty value: 0 with the last error unchanged. A buffer too small (or null with size 0): the
+// size needed including the terminator; the buffer is not touched.
+W32P_API DWORD GetEnvironmentVariableW(LPCWSTR name, LPWSTR buffer, DWORD size);
+// A null value deletes the variable. An empty name or one containing '=' fails with
+// ERROR_INVALID_PARAMETER.
+W32P_API BOOL SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value);

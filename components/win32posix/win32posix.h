@@ -1,0 +1,11 @@
+// win32posix — the subset of the Win32 API that korutilities uses, implemented over Linux.
+//
+// Each function keeps the Win32 contract as Microsoft documents it: the same return values, the same
+// GetLastError() codes (thread-local) and the same special values. Text is wchar_t (UTF-32 on Linux);
+// narrow text is UTF-8. Where Linux cannot give the Windows behaviour, the header of the area says so.
+// Included only through velwin32.h; on Windows the real <windows.h> takes its place.
+#pragma once
+
+#include "w32p_base.h"
+#include "w32p_string.h"
+#include "w32p_environment.h"
