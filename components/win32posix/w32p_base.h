@@ -31,6 +31,7 @@ typedef wchar_t WCHAR;
 typedef char CHAR;
 typedef void* HANDLE;
 typedef HANDLE* PHANDLE;
+typedef HANDLE* LPHANDLE;
 typedef void* HMODULE;
 typedef void* HINSTANCE;
 typedef void* LPVOID;

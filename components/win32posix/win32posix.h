@@ -9,3 +9,4 @@
 #include "w32p_base.h"
 #include "w32p_string.h"
 #include "w32p_environment.h"
+#include "w32p_handles.h"
