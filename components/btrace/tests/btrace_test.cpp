@@ -76,7 +76,9 @@ TEST(BTraceLevels, NamesAndParsing)
     {
         EXPECT_STREQ(BTraceLevelName(static_cast<unsigned>(i)), names[i]);
         if (i < 7)
+        {
             EXPECT_EQ(BTraceParseLevel(names[i]), i);
+        }
     }
     // The names "1" to "3" of the debug levels read as numbers: a number always means that level.
     EXPECT_EQ(BTraceParseLevel("inf"), 6);
