@@ -22,7 +22,10 @@ std::string Format(const char* format, std::vector<std::uint64_t> args)
     return BTraceFormat(format, args.data(), args.size());
 }
 
-std::uint64_t S(long long v) { return static_cast<std::uint64_t>(v); }
+std::uint64_t S(long long v)
+{
+    return static_cast<std::uint64_t>(v);
+}
 
 BTraceModule g_testModule("btracetest", BTRACE_ERR);
 
@@ -50,8 +53,9 @@ TEST(BTraceFormat, StringsPointersAndDoubles)
     const char* text = "p\xC3\xA4th";
     EXPECT_EQ(Format("[%s]", {reinterpret_cast<std::uintptr_t>(text)}), "[p\xC3\xA4th]");
     EXPECT_EQ(Format("%s", {0}), "(null)");
-    EXPECT_EQ(Format("%.2s|%4s", {reinterpret_cast<std::uintptr_t>("abc"), reinterpret_cast<std::uintptr_t>("x")}),
-              "ab|   x");
+    EXPECT_EQ(
+        Format("%.2s|%4s", {reinterpret_cast<std::uintptr_t>("abc"), reinterpret_cast<std::uintptr_t>("x")}),
+        "ab|   x");
     const wchar_t* wide = L"\u00e4\U0001F600";
     EXPECT_EQ(Format("%ls", {reinterpret_cast<std::uintptr_t>(wide)}), "\xC3\xA4\xF0\x9F\x98\x80");
     double d = 2.5;
@@ -152,15 +156,18 @@ TEST(BTraceOutput, ConcurrentLinesNeverInterleave)
     BTraceReloadConfiguration();
     BTraceAttachModule(&g_testModule);
     BTraceSetLevel(&g_testModule, BTRACE_INF);
-    static const BTraceDescriptor d = {&g_testModule, "t.cpp", "thread %d message %d with a long tail of text",
-                                       1u << 16, BTraceMakeFlags(BTRACE_INF, 2)};
+    static const BTraceDescriptor d = {&g_testModule, "t.cpp",
+                                       "thread %d message %d with a long tail of text", 1u << 16,
+                                       BTraceMakeFlags(BTRACE_INF, 2)};
     const int threads = 8, messages = 200;
     std::vector<std::thread> workers;
     for (int t = 0; t < threads; ++t)
-        workers.emplace_back([t] {
-            for (int i = 0; i < messages; ++i)
-                BTracePrint(&d, 0, S(t), S(i));
-        });
+        workers.emplace_back(
+            [t]
+            {
+                for (int i = 0; i < messages; ++i)
+                    BTracePrint(&d, 0, S(t), S(i));
+            });
     for (auto& w : workers)
         w.join();
     unsetenv("BTRACE_OUTPUT");

@@ -88,7 +88,8 @@ TEST_F(BTraceToolTest, BreakModeOnlyForExactlyOne)
         const char* value;
         unsigned expected;
     };
-    for (Case c : {Case{"1", 2u}, Case{"0", 0u}, Case{"11", 0u}, Case{"true", 0u}, Case{"", 0u}, Case{nullptr, 0u}})
+    for (Case c :
+         {Case{"1", 2u}, Case{"0", 0u}, Case{"11", 0u}, Case{"true", 0u}, Case{"", 0u}, Case{nullptr, 0u}})
     {
         if (c.value)
             setenv("BTRACE_BREAK_ACTIVE", c.value, 1);
@@ -155,7 +156,8 @@ TEST(TraceOutputChild, Emit)
 // A host process configured with BTRACE_OUTPUT and BTRACE_LEVEL writes one line per message to the file.
 TEST(TraceOutput, EnvironmentChoosesFileAndLevel)
 {
-    auto runChild = [](const std::string& file, const char* level) {
+    auto runChild = [](const std::string& file, const char* level)
+    {
         std::vector<std::string> env{"KOR_TRACE_CHILD=1", "BTRACE_OUTPUT=" + file};
         if (level)
             env.push_back(std::string("BTRACE_LEVEL=") + level);
@@ -171,7 +173,8 @@ TEST(TraceOutput, EnvironmentChoosesFileAndLevel)
         ASSERT_EQ(waitpid(pid, &status, 0), pid);
         ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
     };
-    auto readLines = [](const std::string& file) {
+    auto readLines = [](const std::string& file)
+    {
         std::ifstream in(file);
         std::vector<std::string> lines;
         for (std::string line; std::getline(in, line);)

@@ -9,7 +9,8 @@ namespace
 {
 CVeLByteArray MakeArray(std::initializer_list<unsigned char> bytes, ULONG length)
 {
-    std::shared_ptr<unsigned char> data(new unsigned char[bytes.size() ? bytes.size() : 1], std::default_delete<unsigned char[]>());
+    std::shared_ptr<unsigned char> data(new unsigned char[bytes.size() ? bytes.size() : 1],
+                                        std::default_delete<unsigned char[]>());
     std::memcpy(data.get(), bytes.begin(), bytes.size());
     return CVeLByteArray(data, length);
 }

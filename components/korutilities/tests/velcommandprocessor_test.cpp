@@ -124,8 +124,8 @@ TEST(CVeLCommandProcessor, FailingUndoDoesNotStopTheRollback)
     RecordingClient client(log);
     CVeLCommandProcessor processor = Build(log, "suf");
     EXPECT_FALSE(processor.Execute(&client));
-    EXPECT_EQ(log, (Log{"range0-4", "+", "exec0", "+", "exec1", "+", "exec2", "undo2", "-", "undo1", "-", "undo0",
-                        "-", "-"}));
+    EXPECT_EQ(log, (Log{"range0-4", "+", "exec0", "+", "exec1", "+", "exec2", "undo2", "-", "undo1", "-",
+                        "undo0", "-", "-"}));
     EXPECT_TRUE(capture.Contains(VEL_ERR, "ExecuteRetrogressive failed for idx= 1!"));
     EXPECT_EQ(capture.CountContaining("ExecuteRetrogressive failed"), 1u);
 }

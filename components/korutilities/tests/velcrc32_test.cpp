@@ -23,7 +23,8 @@ TEST(CVeLCRC32, KnownValues)
 TEST(CVeLCRC32, TableEntriesAreTheReflectedTable)
 {
     CVeLCRC32 crc;
-    auto entry = [&](unsigned i) {
+    auto entry = [&](unsigned i)
+    {
         const unsigned char b = static_cast<unsigned char>(0xFF ^ i);
         return (crc.GetCRC32(&b, 1) ^ 0xFFFFFFFFu) ^ 0x00FFFFFFu;
     };

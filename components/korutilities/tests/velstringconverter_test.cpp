@@ -34,19 +34,23 @@ TEST(CVeLStringConverter, EmptyNullAndEmbeddedZeros)
     const char bytes[] = {'a', '\0', 'b'};
     EXPECT_TRUE(CVeLStringConverter::ConvertUTF8Chars2StdWString(bytes, 3, text));
     EXPECT_EQ(text, std::wstring(L"a\0b", 3));
-    EXPECT_EQ(CVeLStringConverter::ConvertStdWStringToStdString(std::wstring(L"a\0b", 3)), std::string("a\0b", 3));
+    EXPECT_EQ(CVeLStringConverter::ConvertStdWStringToStdString(std::wstring(L"a\0b", 3)),
+              std::string("a\0b", 3));
 }
 
 TEST(CVeLStringConverter, InvalidInputBecomesReplacementCharacters)
 {
     std::wstring text;
-    EXPECT_TRUE(CVeLStringConverter::ConvertUTF8Chars2StdWString("a\xFF" "b\xE2\x82", text));
+    EXPECT_TRUE(CVeLStringConverter::ConvertUTF8Chars2StdWString("a\xFF"
+                                                                 "b\xE2\x82",
+                                                                 text));
     EXPECT_EQ(text, L"a\uFFFDb\uFFFD");
     // A lone surrogate in wide text becomes U+FFFD; a surrogate pair is joined.
     EXPECT_EQ(CVeLStringConverter::ConvertStdWStringToStdString(std::wstring{wchar_t(0xD800), L'x'}),
               "\xEF\xBF\xBDx");
-    EXPECT_EQ(CVeLStringConverter::ConvertStdWStringToStdString(std::wstring{wchar_t(0xD83D), wchar_t(0xDE00)}),
-              "\xF0\x9F\x98\x80");
+    EXPECT_EQ(
+        CVeLStringConverter::ConvertStdWStringToStdString(std::wstring{wchar_t(0xD83D), wchar_t(0xDE00)}),
+        "\xF0\x9F\x98\x80");
 }
 
 TEST(CVeLVarEnvironment, ExistenceAndValues)

@@ -16,7 +16,7 @@ TEST(EnvironmentVariables, MissingEmptyShortAndFittingBuffers)
 
     wchar_t small[4] = L"abc";
     EXPECT_EQ(GetEnvironmentVariableW(L"W32P_ENV", small, 4), 7u); // needed size with the terminator
-    EXPECT_EQ(std::wstring(small), L"abc");                         // untouched
+    EXPECT_EQ(std::wstring(small), L"abc");                        // untouched
     EXPECT_EQ(GetEnvironmentVariableW(L"W32P_ENV", nullptr, 0), 7u);
 
     ASSERT_TRUE(SetEnvironmentVariableW(L"W32P_ENV", nullptr));

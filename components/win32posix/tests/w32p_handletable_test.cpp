@@ -30,7 +30,8 @@ TEST(HandleTable, ValuesAreSmallMultiplesOfFourAndKindsAreChecked)
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
 
     HANDLE copy = nullptr;
-    ASSERT_TRUE(DuplicateHandle(GetCurrentProcess(), h, GetCurrentProcess(), &copy, 0, FALSE, DUPLICATE_SAME_ACCESS));
+    ASSERT_TRUE(
+        DuplicateHandle(GetCurrentProcess(), h, GetCurrentProcess(), &copy, 0, FALSE, DUPLICATE_SAME_ACCESS));
     EXPECT_NE(copy, h);
     EXPECT_TRUE(CloseHandle(h));
     EXPECT_EQ(destroyed.load(), 0); // the duplicate keeps the object
@@ -42,8 +43,9 @@ TEST(HandleTable, ValuesAreSmallMultiplesOfFourAndKindsAreChecked)
 
 TEST(HandleTable, SpecialAndForeignValuesAreRejected)
 {
-    for (HANDLE h : {static_cast<HANDLE>(nullptr), INVALID_HANDLE_VALUE, reinterpret_cast<HANDLE>(std::uintptr_t(6)),
-                     reinterpret_cast<HANDLE>(std::uintptr_t(0x7FFFFFF0))})
+    for (HANDLE h :
+         {static_cast<HANDLE>(nullptr), INVALID_HANDLE_VALUE, reinterpret_cast<HANDLE>(std::uintptr_t(6)),
+          reinterpret_cast<HANDLE>(std::uintptr_t(0x7FFFFFF0))})
     {
         SetLastError(0);
         EXPECT_FALSE(CloseHandle(h));

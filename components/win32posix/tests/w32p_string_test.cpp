@@ -46,11 +46,15 @@ TEST(MultiByteToWideChar, InvalidArgumentsAndCodePages)
 
 TEST(MultiByteToWideChar, OneReplacementPerInvalidSequence)
 {
-    EXPECT_EQ(Decode("a\xFF" "b"), L"a\uFFFDb");                 // invalid byte
-    EXPECT_EQ(Decode("\xE2\x82"), L"\uFFFD");                     // truncated sequence: one replacement
-    EXPECT_EQ(Decode("\xE2\x82" "A"), L"\uFFFDA");
-    EXPECT_EQ(Decode("\xC0\xAF"), L"\uFFFD\uFFFD");               // overlong lead, stray continuation
-    EXPECT_EQ(Decode("\xED\xA0\x80"), L"\uFFFD\uFFFD\uFFFD");     // encoded surrogate
+    EXPECT_EQ(Decode("a\xFF"
+                     "b"),
+              L"a\uFFFDb");                   // invalid byte
+    EXPECT_EQ(Decode("\xE2\x82"), L"\uFFFD"); // truncated sequence: one replacement
+    EXPECT_EQ(Decode("\xE2\x82"
+                     "A"),
+              L"\uFFFDA");
+    EXPECT_EQ(Decode("\xC0\xAF"), L"\uFFFD\uFFFD");                     // overlong lead, stray continuation
+    EXPECT_EQ(Decode("\xED\xA0\x80"), L"\uFFFD\uFFFD\uFFFD");           // encoded surrogate
     EXPECT_EQ(Decode("\xF4\x90\x80\x80"), L"\uFFFD\uFFFD\uFFFD\uFFFD"); // beyond U+10FFFF
     EXPECT_EQ(Decode("\x80\x80"), L"\uFFFD\uFFFD");
     EXPECT_EQ(Decode("\xF0\x9F\x98"), L"\uFFFD");
@@ -76,7 +80,8 @@ TEST(WideCharToMultiByte, EncodesAndReplaces)
     const wchar_t invalid[] = {wchar_t(0xDC00), wchar_t(0x110000), 0};
     EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, invalid, -1, buffer, 16, nullptr, nullptr), 7);
     EXPECT_STREQ(buffer, "\xEF\xBF\xBD\xEF\xBF\xBD");
-    EXPECT_EQ(WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, invalid, -1, buffer, 16, nullptr, nullptr), 0);
+    EXPECT_EQ(WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, invalid, -1, buffer, 16, nullptr, nullptr),
+              0);
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NO_UNICODE_TRANSLATION));
     BOOL used = FALSE;
     EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, L"a", 1, buffer, 16, nullptr, &used), 0);
