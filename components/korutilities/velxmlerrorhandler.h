@@ -19,7 +19,8 @@ public:
     void warning(const XERCES_CPP_NAMESPACE::SAXParseException& exc) override;
     void error(const XERCES_CPP_NAMESPACE::SAXParseException& exc) override;
     void fatalError(const XERCES_CPP_NAMESPACE::SAXParseException& exc) override;
-    // Sets all three counters back to 0; the parser calls it at the start of every parse.
+    // Sets all three counters back to 0. The counters otherwise add up over every parse and grammar load
+    // of the parser that the handler serves.
     void resetErrors() override;
 
     ULONG GetWarningCount() const { return m_warnings; }

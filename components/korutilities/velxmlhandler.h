@@ -33,7 +33,9 @@ public:
     using DOMElement = XERCES_CPP_NAMESPACE::DOMElement;
 
     // Loads xml validated against the schema text; valid when the schema loads and the document has no
-    // parse or validation error.
+    // parse or validation error. Both texts reach the parser as UTF-16 code units with their encoding
+    // detected from the content, so they should start with an XML declaration that names no encoding
+    // (or UTF-16): a declared 8-bit encoding makes the parser misread them.
     CVeLXMLHandler(const std::wstring& xml, const std::wstring& schema);
     // Loads xml without validation; valid for any non-empty text (parse errors are only traced).
     explicit CVeLXMLHandler(const std::wstring& xml);
@@ -42,7 +44,7 @@ public:
     CVeLXMLHandler(const boost::filesystem::path& file, const boost::filesystem::path& schemaFile);
     // Loads file without validation; valid when it exists and has an XML declaration.
     explicit CVeLXMLHandler(const boost::filesystem::path& file);
-    // Loads file validated against the schema text.
+    // Loads file validated against the schema text (which, as above, should declare no 8-bit encoding).
     CVeLXMLHandler(boost::filesystem::path file, std::wstring schema);
     ~CVeLXMLHandler() override;
 
