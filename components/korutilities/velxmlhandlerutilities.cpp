@@ -9,6 +9,7 @@
 #include <xercesc/util/XMLException.hpp>
 #include <xercesc/util/XMLString.hpp>
 
+#include <cstdint>
 #include <new>
 
 using namespace XERCES_CPP_NAMESPACE;
@@ -54,10 +55,13 @@ R Guarded(R failure, F&& body)
     return failure;
 }
 
-// Splits at "/" and drops empty steps, so leading, trailing and doubled slashes do not matter.
-std::vector<XMLChString> SplitPath(const std::wstring& path)
+// Walks the steps of path, split at "/" with empty steps dropped (so leading, trailing and doubled
+// slashes do not matter), handing each to visit as a zero-terminated parser string. One buffer serves
+// every step, as reads by path are frequent and short. Stops early when visit returns false.
+template <typename Visit>
+void ForEachStep(const std::wstring& path, Visit&& visit)
 {
-    std::vector<XMLChString> steps;
+    XMLChString step;
     std::size_t begin = 0;
     while (begin <= path.size())
     {
@@ -65,10 +69,20 @@ std::vector<XMLChString> SplitPath(const std::wstring& path)
         if (end == std::wstring::npos)
             end = path.size();
         if (end > begin)
-            steps.push_back(CVeLXMLCharConverter::ToXMLCh(path.data() + begin, end - begin));
+        {
+            step.clear();
+            for (std::size_t i = begin; i < end; ++i)
+            {
+                if (static_cast<std::uint32_t>(path[i]) < 0xD800)
+                    step.push_back(static_cast<XMLCh>(path[i]));
+                else
+                    step += CVeLXMLCharConverter::ToXMLCh(path.data() + i, 1);
+            }
+            if (!visit(step.c_str()))
+                return;
+        }
         begin = end + 1;
     }
-    return steps;
 }
 
 bool IsElementNamed(const DOMNode* node, const XMLCh* name)
@@ -113,14 +127,13 @@ DOMElement* CVeLXMLHandlerUtilities::GetXPathElement(DOMElement* start, const st
                                 [&]() -> DOMElement*
                                 {
                                     DOMElement* current = start;
-                                    for (const XMLChString& step : SplitPath(path))
-                                    {
-                                        if (IsElementNamed(current, step.c_str()))
-                                            continue;
-                                        current = FirstChildElementNamed(current, step.c_str());
-                                        if (current == nullptr)
-                                            return nullptr;
-                                    }
+                                    ForEachStep(path,
+                                                [&](const XMLCh* step)
+                                                {
+                                                    if (!IsElementNamed(current, step))
+                                                        current = FirstChildElementNamed(current, step);
+                                                    return current != nullptr;
+                                                });
                                     return current;
                                 });
 }
