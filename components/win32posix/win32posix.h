@@ -11,3 +11,4 @@
 #include "w32p_environment.h"
 #include "w32p_handles.h"
 #include "w32p_file.h"
+#include "w32p_crypto.h"
