@@ -38,7 +38,10 @@ private:
 class ConsoleProgress : public IVeLProgressClient
 {
 public:
-    void SetRange(int minimum, int maximum) override { std::cout << "  progress range " << minimum << ".." << maximum << "\n"; }
+    void SetRange(int minimum, int maximum) override
+    {
+        std::cout << "  progress range " << minimum << ".." << maximum << "\n";
+    }
     void StepForward() override { std::cout << "  progress " << ++m_position << "\n"; }
     void StepBackward() override { std::cout << "  progress " << --m_position << "\n"; }
 
@@ -64,7 +67,8 @@ int main(int argc, char** argv)
 
     const std::string path = argc > 1 ? argv[1] : argv[0];
     std::ifstream file(path, std::ios::binary);
-    std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(file)),
+                                     std::istreambuf_iterator<char>());
     CVeLCRC32 crc;
     unsigned long sum = crc.GetCRC32(bytes.data(), static_cast<ULONG>(bytes.size()));
     std::printf("CRC-32 of %s (%zu bytes): %08lx\n", path.c_str(), bytes.size(), sum);

@@ -21,7 +21,8 @@ struct BTraceCapture::State
 namespace
 {
 
-const char* const kLevelNames[] = {"OFF", "SYS_ERR", "SYS_WRN", "SYS_MSG", "ERR", "WRN", "INF", "1", "2", "3"};
+const char* const kLevelNames[] = {"OFF", "SYS_ERR", "SYS_WRN", "SYS_MSG", "ERR",
+                                   "WRN", "INF",     "1",       "2",       "3"};
 constexpr unsigned char kDefaultLevel = BTRACE_WRN;
 
 struct OwnedModule
@@ -33,16 +34,16 @@ struct OwnedModule
 
 struct Backend
 {
-    std::mutex registryLock;              // guards modules, registered, config fields and init
-    BTraceModule* modules = nullptr;      // every known module (chain through next)
-    std::vector<std::string> registered;  // names registered with BTraceRegisterModule, in order
+    std::mutex registryLock;                         // guards modules, registered, config fields and init
+    BTraceModule* modules = nullptr;                 // every known module (chain through next)
+    std::vector<std::string> registered;             // names registered with BTraceRegisterModule, in order
     std::vector<std::unique_ptr<OwnedModule>> owned; // records created by BTraceRegisterModule
     bool configured = false;
     unsigned char startLevel = kDefaultLevel;
     BTraceInitInfo init;
 
-    std::mutex sinkLock;                  // guards sink, captures; one line is written under it
-    std::FILE* sink = nullptr;            // null means stderr
+    std::mutex sinkLock;       // guards sink, captures; one line is written under it
+    std::FILE* sink = nullptr; // null means stderr
     std::vector<BTraceCapture::State*> captures;
     std::atomic<bool> anyCapture{false};
 };
@@ -238,7 +239,10 @@ void BTraceReloadConfiguration()
         p->level.store(b.startLevel, std::memory_order_relaxed);
 }
 
-const char* BTraceLevelName(unsigned level) { return level < 10 ? kLevelNames[level] : "?"; }
+const char* BTraceLevelName(unsigned level)
+{
+    return level < 10 ? kLevelNames[level] : "?";
+}
 
 int BTraceParseLevel(const char* text)
 {
@@ -295,7 +299,8 @@ void BTracePrint(const BTraceDescriptor* d, int reserved, ...)
         for (BTraceCapture::State* c : b.captures)
         {
             std::lock_guard<std::mutex> capGuard(c->lock);
-            c->records.push_back(BTraceRecord{level, moduleName, d->file ? d->file : "", d->line >> 16, text});
+            c->records.push_back(
+                BTraceRecord{level, moduleName, d->file ? d->file : "", d->line >> 16, text});
         }
     }
 }
@@ -329,15 +334,16 @@ std::size_t BTraceCapture::Count(unsigned level, const std::string& text) const
 {
     std::lock_guard<std::mutex> guard(m_state->lock);
     return static_cast<std::size_t>(std::count_if(m_state->records.begin(), m_state->records.end(),
-                                                  [&](const BTraceRecord& r) { return r.level == level && r.text == text; }));
+                                                  [&](const BTraceRecord& r)
+                                                  { return r.level == level && r.text == text; }));
 }
 
 std::size_t BTraceCapture::CountContaining(const std::string& fragment) const
 {
     std::lock_guard<std::mutex> guard(m_state->lock);
-    return static_cast<std::size_t>(
-        std::count_if(m_state->records.begin(), m_state->records.end(),
-                      [&](const BTraceRecord& r) { return r.text.find(fragment) != std::string::npos; }));
+    return static_cast<std::size_t>(std::count_if(m_state->records.begin(), m_state->records.end(),
+                                                  [&](const BTraceRecord& r)
+                                                  { return r.text.find(fragment) != std::string::npos; }));
 }
 
 void BTraceCapture::Clear()

@@ -58,9 +58,9 @@ struct BTraceModule
 struct BTraceDescriptor
 {
     BTraceModule* module;
-    const char* file;   // source file that defines the message
-    const char* format; // printf-style format, UTF-8
-    std::uint32_t line; // source line in the upper 16 bits, 0 in the lower 16
+    const char* file;    // source file that defines the message
+    const char* format;  // printf-style format, UTF-8
+    std::uint32_t line;  // source line in the upper 16 bits, 0 in the lower 16
     std::uint32_t flags; // 0x20 in the top byte, level in bits 16-23, argument bytes (8 per argument) below
 };
 
@@ -68,8 +68,14 @@ constexpr std::uint32_t BTraceMakeFlags(unsigned level, unsigned argumentCount)
 {
     return 0x20000000u | ((level & 0xFFu) << 16) | ((8u * argumentCount) & 0xFFFFu);
 }
-constexpr unsigned BTraceLevelOf(const BTraceDescriptor& d) { return (d.flags >> 16) & 0xFFu; }
-constexpr unsigned BTraceArgumentCount(const BTraceDescriptor& d) { return (d.flags & 0xFFFFu) / 8u; }
+constexpr unsigned BTraceLevelOf(const BTraceDescriptor& d)
+{
+    return (d.flags >> 16) & 0xFFu;
+}
+constexpr unsigned BTraceArgumentCount(const BTraceDescriptor& d)
+{
+    return (d.flags & 0xFFFFu) / 8u;
+}
 
 // Parameters of the last successful BTraceInitialize, for diagnostics and tests.
 struct BTraceInitInfo

@@ -61,7 +61,8 @@ void AppendString(std::string& out, const std::string& text, bool leftAlign, int
     std::string s = precision >= 0 && static_cast<size_t>(precision) < text.size()
                         ? text.substr(0, static_cast<size_t>(precision))
                         : text;
-    size_t pad = width > 0 && static_cast<size_t>(width) > s.size() ? static_cast<size_t>(width) - s.size() : 0;
+    size_t pad =
+        width > 0 && static_cast<size_t>(width) > s.size() ? static_cast<size_t>(width) - s.size() : 0;
     if (!leftAlign)
         out.append(pad, ' ');
     out += s;
@@ -77,7 +78,8 @@ std::string BTraceFormat(const char* format, const std::uint64_t* args, std::siz
     if (format == nullptr)
         return out;
     size_t next = 0;
-    auto take = [&](bool& ok) -> std::uint64_t {
+    auto take = [&](bool& ok) -> std::uint64_t
+    {
         if (next < count)
             return args[next++];
         ok = false;
@@ -200,7 +202,10 @@ std::string BTraceFormat(const char* format, const std::uint64_t* args, std::siz
         case 'X':
         case 'o':
         {
-            std::uint64_t u = bits == 64 ? v : bits == 16 ? (v & 0xFFFFu) : bits == 8 ? (v & 0xFFu) : (v & 0xFFFFFFFFu);
+            std::uint64_t u = bits == 64   ? v
+                              : bits == 16 ? (v & 0xFFFFu)
+                              : bits == 8  ? (v & 0xFFu)
+                                           : (v & 0xFFFFFFFFu);
             AppendFormatted(out, spec + "ll" + conv, static_cast<unsigned long long>(u));
             break;
         }
@@ -222,7 +227,8 @@ std::string BTraceFormat(const char* format, const std::uint64_t* args, std::siz
             if (v == 0)
                 text = "(null)";
             else if (wide || conv == 'S')
-                for (const wchar_t* w = reinterpret_cast<const wchar_t*>(static_cast<std::uintptr_t>(v)); *w; ++w)
+                for (const wchar_t* w = reinterpret_cast<const wchar_t*>(static_cast<std::uintptr_t>(v)); *w;
+                     ++w)
                     AppendUtf8(text, static_cast<char32_t>(*w));
             else
                 text = reinterpret_cast<const char*>(static_cast<std::uintptr_t>(v));

@@ -72,14 +72,15 @@ inline void Emit(const BTraceDescriptor* descriptor, const char* /*format*/, con
 #define VEL_TRACE_FIRST_(first, ...) first
 
 #define VEL_TRACE(lvl, ...)                                                                                  \
-    do                                                                                                        \
-    {                                                                                                         \
-        if (g_korutilitiesTraceModule.level.load(std::memory_order_relaxed) >= (lvl))                       \
-        {                                                                                                     \
-            static const BTraceDescriptor velTraceDescriptor_ = {                                             \
-                &g_korutilitiesTraceModule, __FILE__, VEL_TRACE_FIRST_(__VA_ARGS__, 0),                       \
-                static_cast<std::uint32_t>(__LINE__) << 16,                                                   \
-                BTraceMakeFlags(lvl, decltype(::korutilities_trace::CountArguments(__VA_ARGS__))::value - 1)}; \
-            ::korutilities_trace::Emit(&velTraceDescriptor_, __VA_ARGS__);                                    \
-        }                                                                                                     \
+    do                                                                                                       \
+    {                                                                                                        \
+        if (g_korutilitiesTraceModule.level.load(std::memory_order_relaxed) >= (lvl))                        \
+        {                                                                                                    \
+            static const BTraceDescriptor velTraceDescriptor_ = {                                            \
+                &g_korutilitiesTraceModule, __FILE__, VEL_TRACE_FIRST_(__VA_ARGS__, 0),                      \
+                static_cast<std::uint32_t>(__LINE__) << 16,                                                  \
+                BTraceMakeFlags(lvl,                                                                         \
+                                decltype(::korutilities_trace::CountArguments(__VA_ARGS__))::value - 1)};    \
+            ::korutilities_trace::Emit(&velTraceDescriptor_, __VA_ARGS__);                                   \
+        }                                                                                                    \
     } while (0)

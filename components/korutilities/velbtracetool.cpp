@@ -8,29 +8,38 @@ CVeLBTraceTool::CVeLBTraceTool() {}
 
 CVeLBTraceTool::CVeLBTraceTool(const CVeLBTraceTool&) {}
 
-CVeLBTraceTool& CVeLBTraceTool::operator=(const CVeLBTraceTool&) { return *this; }
+CVeLBTraceTool& CVeLBTraceTool::operator=(const CVeLBTraceTool&)
+{
+    return *this;
+}
 
 CVeLBTraceTool::~CVeLBTraceTool() {}
 
-bool CVeLBTraceTool::InitializeBTrace(std::string first, std::string segment, unsigned int sizeKiB, std::string fourth)
+bool CVeLBTraceTool::InitializeBTrace(std::string first, std::string segment, unsigned int sizeKiB,
+                                      std::string fourth)
 {
     if (first.empty() || segment.empty() || fourth.empty())
         return false;
     const bool breakMode = IsBreakModeEnabled();
-    BTraceInitialize(first.c_str(), fourth.c_str(), segment.c_str(), sizeKiB * 1024u, true, breakMode ? 2u : 0u, 0u);
+    BTraceInitialize(first.c_str(), fourth.c_str(), segment.c_str(), sizeKiB * 1024u, true,
+                     breakMode ? 2u : 0u, 0u);
     BTraceRegisterModule("KORSW", false);
     BTraceRegisterModule("main", true);
     return true;
 }
 
-bool CVeLBTraceTool::InitializeBTrace(std::wstring first, std::wstring segment, unsigned int sizeKiB, std::wstring fourth)
+bool CVeLBTraceTool::InitializeBTrace(std::wstring first, std::wstring segment, unsigned int sizeKiB,
+                                      std::wstring fourth)
 {
     return InitializeBTrace(CVeLStringConverter::ConvertStdWStringToStdString(first),
                             CVeLStringConverter::ConvertStdWStringToStdString(segment), sizeKiB,
                             CVeLStringConverter::ConvertStdWStringToStdString(fourth));
 }
 
-void CVeLBTraceTool::ShutdownBTrace() { BTraceShutdown(); }
+void CVeLBTraceTool::ShutdownBTrace()
+{
+    BTraceShutdown();
+}
 
 bool CVeLBTraceTool::IsBreakModeEnabled()
 {

@@ -18,9 +18,11 @@ public:
     // Starts the back-end with the trace segment name and a buffer of sizeKiB KiB, then registers the
     // modules "KORSW" and "main". False, silently, when any of the three strings is empty; true
     // otherwise (a second start is ignored by the back-end).
-    static bool InitializeBTrace(std::string first, std::string segment, unsigned int sizeKiB, std::string fourth);
+    static bool InitializeBTrace(std::string first, std::string segment, unsigned int sizeKiB,
+                                 std::string fourth);
     // The same with wide strings, converted to UTF-8.
-    static bool InitializeBTrace(std::wstring first, std::wstring segment, unsigned int sizeKiB, std::wstring fourth);
+    static bool InitializeBTrace(std::wstring first, std::wstring segment, unsigned int sizeKiB,
+                                 std::wstring fourth);
     static void ShutdownBTrace();
 
 private:

@@ -5,7 +5,8 @@
 
 CVeLByteArray::CVeLByteArray() : m_length(0) {}
 
-CVeLByteArray::CVeLByteArray(std::shared_ptr<unsigned char> data, ULONG length) : m_data(std::move(data)), m_length(length)
+CVeLByteArray::CVeLByteArray(std::shared_ptr<unsigned char> data, ULONG length)
+    : m_data(std::move(data)), m_length(length)
 {
 }
 
@@ -25,9 +26,15 @@ unsigned char* CVeLByteArray::GetArrayBytes() const
     return m_data.get();
 }
 
-ULONG CVeLByteArray::GetArrayLength() const { return m_length; }
+ULONG CVeLByteArray::GetArrayLength() const
+{
+    return m_length;
+}
 
-bool CVeLByteArray::IsValid() const { return m_data && m_length != 0; }
+bool CVeLByteArray::IsValid() const
+{
+    return m_data && m_length != 0;
+}
 
 bool CVeLByteArray::operator==(const CVeLByteArray& other) const
 {
@@ -46,7 +53,10 @@ bool CVeLByteArray::operator==(const CVeLByteArray& other) const
     return std::memcmp(m_data.get(), other.m_data.get(), m_length) == 0;
 }
 
-bool CVeLByteArray::operator!=(const CVeLByteArray& other) const { return !(*this == other); }
+bool CVeLByteArray::operator!=(const CVeLByteArray& other) const
+{
+    return !(*this == other);
+}
 
 std::wstring CVeLByteArray::GetAsString() const
 {

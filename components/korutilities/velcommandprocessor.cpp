@@ -9,9 +9,15 @@ CVeLCommandProcessor& CVeLCommandProcessor::operator=(const CVeLCommandProcessor
 
 CVeLCommandProcessor::~CVeLCommandProcessor() {}
 
-void CVeLCommandProcessor::AddCommand(boost::shared_ptr<IVeLCommand> command) { m_commands.push_back(command); }
+void CVeLCommandProcessor::AddCommand(boost::shared_ptr<IVeLCommand> command)
+{
+    m_commands.push_back(command);
+}
 
-int CVeLCommandProcessor::GetNumCommands() const { return static_cast<int>(m_commands.size()); }
+int CVeLCommandProcessor::GetNumCommands() const
+{
+    return static_cast<int>(m_commands.size());
+}
 
 bool CVeLCommandProcessor::Execute(IVeLProgressClient* client)
 {

@@ -3,9 +3,15 @@
 
 #include <cstring>
 
-CVeLCRC32::CVeLCRC32() { Init_CRC32_Table(); }
+CVeLCRC32::CVeLCRC32()
+{
+    Init_CRC32_Table();
+}
 
-CVeLCRC32::CVeLCRC32(const CVeLCRC32& other) { std::memcpy(m_table, other.m_table, sizeof m_table); }
+CVeLCRC32::CVeLCRC32(const CVeLCRC32& other)
+{
+    std::memcpy(m_table, other.m_table, sizeof m_table);
+}
 
 CVeLCRC32& CVeLCRC32::operator=(const CVeLCRC32& other)
 {
@@ -39,7 +45,8 @@ void CVeLCRC32::Init_CRC32_Table()
     }
 }
 
-std::uint32_t CVeLCRC32::UpdateWithTable(std::uint32_t crc, const unsigned char* data, std::size_t length) const
+std::uint32_t CVeLCRC32::UpdateWithTable(std::uint32_t crc, const unsigned char* data,
+                                         std::size_t length) const
 {
     for (std::size_t i = 0; i < length; ++i)
         crc = (crc >> 8) ^ static_cast<std::uint32_t>(m_table[(crc & 0xFFu) ^ data[i]]);

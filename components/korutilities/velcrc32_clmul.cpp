@@ -26,7 +26,8 @@ std::uint32_t Fold(std::uint32_t crc, const unsigned char* data, std::size_t len
 
     auto load = [](const unsigned char* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); };
     // x := x * k (low halves) ^ x * k (high halves) ^ next
-    auto fold = [](__m128i x, __m128i k, __m128i next) {
+    auto fold = [](__m128i x, __m128i k, __m128i next)
+    {
         __m128i lo = _mm_clmulepi64_si128(x, k, 0x00);
         __m128i hi = _mm_clmulepi64_si128(x, k, 0x11);
         return _mm_xor_si128(_mm_xor_si128(hi, lo), next);

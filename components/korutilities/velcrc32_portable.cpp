@@ -3,6 +3,12 @@
 
 namespace korcrc32
 {
-bool FoldAvailable() { return false; }
-std::uint32_t Fold(std::uint32_t crc, const unsigned char*, std::size_t) { return crc; }
+bool FoldAvailable()
+{
+    return false;
+}
+std::uint32_t Fold(std::uint32_t crc, const unsigned char*, std::size_t)
+{
+    return crc;
+}
 } // namespace korcrc32

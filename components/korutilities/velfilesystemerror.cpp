@@ -2,7 +2,10 @@
 
 CVeLFilesystemError::CVeLFilesystemError() : m_linkDetected(false), m_operationResult(0) {}
 
-CVeLFilesystemError::CVeLFilesystemError(bool linkDetected) : m_linkDetected(linkDetected), m_operationResult(0) {}
+CVeLFilesystemError::CVeLFilesystemError(bool linkDetected)
+    : m_linkDetected(linkDetected), m_operationResult(0)
+{
+}
 
 CVeLFilesystemError::CVeLFilesystemError(const boost::filesystem::path& errorPath)
     : m_linkDetected(false), m_operationResult(0), m_errorPath(errorPath)
@@ -20,8 +23,17 @@ CVeLFilesystemError& CVeLFilesystemError::operator=(const CVeLFilesystemError& o
 
 CVeLFilesystemError::~CVeLFilesystemError() {}
 
-boost::filesystem::path CVeLFilesystemError::GetErrorPath() const { return m_errorPath; }
+boost::filesystem::path CVeLFilesystemError::GetErrorPath() const
+{
+    return m_errorPath;
+}
 
-LONG CVeLFilesystemError::GetOperationResult() const { return m_operationResult; }
+LONG CVeLFilesystemError::GetOperationResult() const
+{
+    return m_operationResult;
+}
 
-bool CVeLFilesystemError::isLinkDetected() const { return m_linkDetected; }
+bool CVeLFilesystemError::isLinkDetected() const
+{
+    return m_linkDetected;
+}

@@ -20,17 +20,35 @@ CVeLStringArray::CVeLStringArray(long numberOfElements, long maxStringLength)
     }
 }
 
-CVeLStringArray::~CVeLStringArray() { delete[] m_table; }
+CVeLStringArray::~CVeLStringArray()
+{
+    delete[] m_table;
+}
 
-long CVeLStringArray::GetNumberOfElements() const { return static_cast<long>(m_buffers.size()); }
+long CVeLStringArray::GetNumberOfElements() const
+{
+    return static_cast<long>(m_buffers.size());
+}
 
-long CVeLStringArray::GetMaxStringLength() const { return m_maxStringLength; }
+long CVeLStringArray::GetMaxStringLength() const
+{
+    return m_maxStringLength;
+}
 
-const wchar_t** CVeLStringArray::GetReadableStringArray() const { return const_cast<const wchar_t**>(m_table); }
+const wchar_t** CVeLStringArray::GetReadableStringArray() const
+{
+    return const_cast<const wchar_t**>(m_table);
+}
 
-wchar_t** CVeLStringArray::GetWritableStringArray() const { return m_table; }
+wchar_t** CVeLStringArray::GetWritableStringArray() const
+{
+    return m_table;
+}
 
-bool CVeLStringArray::IsValidIndex(long index) const { return index >= 0 && index < GetNumberOfElements(); }
+bool CVeLStringArray::IsValidIndex(long index) const
+{
+    return index >= 0 && index < GetNumberOfElements();
+}
 
 std::wstring CVeLStringArray::GetString(long index)
 {

@@ -24,7 +24,8 @@ bool ToUtf8(const std::wstring& text, std::string& out)
 
 } // namespace
 
-bool CVeLStringConverter::ConvertStdWString2UTF8Chars(const std::wstring& text, boost::shared_ptr<char>& buffer)
+bool CVeLStringConverter::ConvertStdWString2UTF8Chars(const std::wstring& text,
+                                                      boost::shared_ptr<char>& buffer)
 {
     std::string utf8;
     if (!ToUtf8(text, utf8))
@@ -54,7 +55,8 @@ bool CVeLStringConverter::ConvertUTF8Chars2StdWString(const char* utf8, std::wst
     return ConvertUTF8Chars2StdWString(utf8, std::strlen(utf8), text);
 }
 
-bool CVeLStringConverter::ConvertUTF8Chars2StdWString(const char* utf8, unsigned __int64 length, std::wstring& text)
+bool CVeLStringConverter::ConvertUTF8Chars2StdWString(const char* utf8, unsigned __int64 length,
+                                                      std::wstring& text)
 {
     text.clear();
     if (length == 0)

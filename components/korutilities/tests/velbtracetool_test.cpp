@@ -1,0 +1,206 @@
+// CVeLBTraceTool and the library's trace macro.
+#include "korutilitesbtracedef.h"
+#include "velbtracetool.h"
+#include "velwin32.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <spawn.h>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+extern char** environ;
+
+namespace
+{
+
+class BTraceToolTest : public ::testing::Test
+{
+protected:
+    void SetUp() override { CVeLBTraceTool::ShutdownBTrace(); }
+    void TearDown() override
+    {
+        unsetenv("BTRACE_BREAK_ACTIVE");
+        CVeLBTraceTool::ShutdownBTrace();
+    }
+};
+
+int g_evaluations = 0;
+int Evaluate()
+{
+    ++g_evaluations;
+    return 1;
+}
+
+} // namespace
+
+TEST_F(BTraceToolTest, EmptyStringsAreRefusedSilently)
+{
+    BTraceCapture capture;
+    EXPECT_FALSE(CVeLBTraceTool::InitializeBTrace(std::string(), "seg", 64, "x"));
+    EXPECT_FALSE(CVeLBTraceTool::InitializeBTrace(std::string("a"), "", 64, "x"));
+    EXPECT_FALSE(CVeLBTraceTool::InitializeBTrace(std::string("a"), "seg", 64, ""));
+    EXPECT_FALSE(CVeLBTraceTool::InitializeBTrace(std::wstring(), L"seg", 64, L"x"));
+    EXPECT_FALSE(BTraceGetInitInfo().initialized);
+    EXPECT_TRUE(BTraceRegisteredModules().empty());
+    EXPECT_TRUE(capture.Records().empty());
+}
+
+TEST_F(BTraceToolTest, StartsTheBackEndAndRegistersKorswThenMain)
+{
+    EXPECT_TRUE(CVeLBTraceTool::InitializeBTrace(std::string("first"), "segment", 64, "fourth"));
+    BTraceInitInfo info = BTraceGetInitInfo();
+    EXPECT_TRUE(info.initialized);
+    EXPECT_EQ(info.first, "first");
+    EXPECT_EQ(info.fourth, "fourth");
+    EXPECT_EQ(info.segment, "segment");
+    EXPECT_EQ(info.sizeBytes, 64u * 1024u);
+    EXPECT_TRUE(info.shared);
+    EXPECT_EQ(info.breakMode, 0u);
+    EXPECT_EQ(info.options, 0u);
+    EXPECT_EQ(BTraceRegisteredModules(), (std::vector<std::string>{"KORSW", "main"}));
+    EXPECT_FALSE(BTraceFindModule("KORSW")->isMain);
+    EXPECT_TRUE(BTraceFindModule("main")->isMain);
+    // A second start is ignored by the back-end but still reported as done.
+    EXPECT_TRUE(CVeLBTraceTool::InitializeBTrace(std::string("other"), "other", 1, "other"));
+    EXPECT_EQ(BTraceGetInitInfo().segment, "segment");
+}
+
+TEST_F(BTraceToolTest, WideOverloadConvertsToUtf8)
+{
+    EXPECT_TRUE(CVeLBTraceTool::InitializeBTrace(std::wstring(L"\u00fcber"), L"seg\u20ac", 2, L"\U0001F600"));
+    BTraceInitInfo info = BTraceGetInitInfo();
+    EXPECT_EQ(info.first, "\xC3\xBC"
+                          "ber");
+    EXPECT_EQ(info.segment, "seg\xE2\x82\xAC");
+    EXPECT_EQ(info.fourth, "\xF0\x9F\x98\x80");
+    EXPECT_EQ(info.sizeBytes, 2048u);
+}
+
+TEST_F(BTraceToolTest, BreakModeOnlyForExactlyOne)
+{
+    struct Case
+    {
+        const char* value;
+        unsigned expected;
+    };
+    for (Case c :
+         {Case{"1", 2u}, Case{"0", 0u}, Case{"11", 0u}, Case{"true", 0u}, Case{"", 0u}, Case{nullptr, 0u}})
+    {
+        if (c.value)
+            setenv("BTRACE_BREAK_ACTIVE", c.value, 1);
+        else
+            unsetenv("BTRACE_BREAK_ACTIVE");
+        ASSERT_TRUE(CVeLBTraceTool::InitializeBTrace(std::string("a"), "b", 1, "c"));
+        EXPECT_EQ(BTraceGetInitInfo().breakMode, c.expected) << (c.value ? c.value : "(unset)");
+        CVeLBTraceTool::ShutdownBTrace();
+    }
+}
+
+TEST(VelTraceMacro, BelowTheLevelNothingIsEvaluated)
+{
+    BTraceSetLevel(&g_korutilitiesTraceModule, BTRACE_ERR);
+    BTraceCapture capture;
+    g_evaluations = 0;
+    VEL_TRACE(VEL_WRN, "value %d", Evaluate());
+    VEL_TRACE(VEL_DBG3, "values %d %d", Evaluate(), Evaluate());
+    EXPECT_EQ(g_evaluations, 0);
+    EXPECT_TRUE(capture.Records().empty());
+    VEL_TRACE(VEL_ERR, "value %d", Evaluate());
+    EXPECT_EQ(g_evaluations, 1);
+    EXPECT_TRUE(capture.Contains(VEL_ERR, "value 1"));
+}
+
+TEST(VelTraceMacro, WarningIsEmittedFromLevelWrnUpwards)
+{
+    for (unsigned char level = BTRACE_OFF; level <= BTRACE_DBG3; ++level)
+    {
+        BTraceSetLevel(&g_korutilitiesTraceModule, level);
+        BTraceCapture capture;
+        VEL_TRACE(VEL_WRN, "warning");
+        EXPECT_EQ(capture.Contains(VEL_WRN, "warning"), level >= BTRACE_WRN) << int(level);
+    }
+}
+
+TEST(VelTraceMacro, ArgumentsAreWidenedWithTheirSign)
+{
+    BTraceSetLevel(&g_korutilitiesTraceModule, BTRACE_DBG3);
+    BTraceCapture capture;
+    const short s = -2;
+    const LONG l = -3;
+    const DWORD d = 0xFFFFFFFFu;
+    const __int64 big = -4000000000LL;
+    const int line = __LINE__ + 1;
+    VEL_TRACE(VEL_DBG2, "%d %d %u %lld %s %d", s, l, d, big, "text", true);
+    auto records = capture.Records();
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].text, "-2 -3 4294967295 -4000000000 text 1");
+    EXPECT_EQ(records[0].level, unsigned(VEL_DBG2));
+    EXPECT_EQ(records[0].module, "korutilities");
+    EXPECT_EQ(records[0].line, static_cast<unsigned>(line));
+}
+
+// Runs only inside the child started by the test below.
+TEST(TraceOutputChild, Emit)
+{
+    if (std::getenv("KOR_TRACE_CHILD") == nullptr)
+        GTEST_SKIP() << "runs as a child process only";
+    VEL_TRACE(VEL_DBG1, "debug message %d in %s", 42, "child");
+    VEL_TRACE(VEL_ERR, "error message %d", 7);
+}
+
+// A host process configured with BTRACE_OUTPUT and BTRACE_LEVEL writes one line per message to the file.
+TEST(TraceOutput, EnvironmentChoosesFileAndLevel)
+{
+    auto runChild = [](const std::string& file, const char* level)
+    {
+        std::vector<std::string> env{"KOR_TRACE_CHILD=1", "BTRACE_OUTPUT=" + file};
+        if (level)
+            env.push_back(std::string("BTRACE_LEVEL=") + level);
+        std::vector<char*> envp;
+        for (auto& e : env)
+            envp.push_back(&e[0]);
+        envp.push_back(nullptr);
+        std::string exe = "/proc/self/exe", filter = "--gtest_filter=TraceOutputChild.Emit";
+        char* argv[] = {&exe[0], &filter[0], nullptr};
+        pid_t pid;
+        ASSERT_EQ(posix_spawn(&pid, "/proc/self/exe", nullptr, nullptr, argv, envp.data()), 0);
+        int status = 0;
+        ASSERT_EQ(waitpid(pid, &status, 0), pid);
+        ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    };
+    auto readLines = [](const std::string& file)
+    {
+        std::ifstream in(file);
+        std::vector<std::string> lines;
+        for (std::string line; std::getline(in, line);)
+            lines.push_back(line);
+        return lines;
+    };
+
+    char verbose[] = "/tmp/kortrace_verbose_XXXXXX";
+    char quiet[] = "/tmp/kortrace_quiet_XXXXXX";
+    close(mkstemp(verbose));
+    close(mkstemp(quiet));
+    runChild(verbose, "9");
+    runChild(quiet, nullptr);
+
+    auto lines = readLines(verbose);
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_NE(lines[0].find(" [1] korutilities velbtracetool_test.cpp:"), std::string::npos) << lines[0];
+    EXPECT_NE(lines[0].find(" debug message 42 in child"), std::string::npos) << lines[0];
+    EXPECT_NE(lines[1].find(" [ERR] korutilities "), std::string::npos) << lines[1];
+    // ISO-8601 local time first: 2026-11-21T15:30:12.123+00:00
+    EXPECT_EQ(lines[0][4], '-');
+    EXPECT_EQ(lines[0][10], 'T');
+
+    lines = readLines(quiet);
+    ASSERT_EQ(lines.size(), 1u) << "the default level suppresses debug messages";
+    EXPECT_NE(lines[0].find("error message 7"), std::string::npos);
+    unlink(verbose);
+    unlink(quiet);
+}

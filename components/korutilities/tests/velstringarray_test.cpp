@@ -1,0 +1,52 @@
+#include "korutilitesbtracedef.h"
+#include "velstringarray.h"
+#include "velwin32.h"
+
+#include <gtest/gtest.h>
+
+TEST(CVeLStringArray, ElementsAreZeroFilledBuffersOfTheMaximumLength)
+{
+    CVeLStringArray array(3, 5);
+    EXPECT_EQ(array.GetNumberOfElements(), 3);
+    EXPECT_EQ(array.GetMaxStringLength(), 5);
+    EXPECT_EQ(static_cast<const void*>(array.GetReadableStringArray()),
+              static_cast<const void*>(array.GetWritableStringArray()));
+    for (long i = 0; i < 3; ++i)
+        for (long c = 0; c < 5; ++c)
+            EXPECT_EQ(array.GetWritableStringArray()[i][c], L'\0');
+    // A caller may fill a buffer directly, up to the maximum length with its terminator.
+    wcscpy_s(array.GetWritableStringArray()[2], 5, L"abcd");
+    EXPECT_EQ(array.GetString(2), L"abcd");
+}
+
+TEST(CVeLStringArray, SetStringChecksIndexAndLength)
+{
+    BTraceSetLevel(&g_korutilitiesTraceModule, BTRACE_DBG3);
+    BTraceCapture capture;
+    CVeLStringArray array(3, 5);
+    EXPECT_TRUE(array.SetString(0, L"abcd"));
+    EXPECT_EQ(array.GetString(0), L"abcd");
+    EXPECT_TRUE(array.SetString(1, L""));
+
+    EXPECT_FALSE(array.SetString(0, L"abcde"));
+    EXPECT_TRUE(capture.Contains(VEL_ERR, "Could not copy string to array index 0 (error code: 34)"));
+    EXPECT_EQ(array.GetString(0), L"");
+
+    EXPECT_FALSE(array.SetString(3, L"x"));
+    EXPECT_FALSE(array.SetString(-1, L"x"));
+    EXPECT_EQ(array.GetString(3), L"");
+    EXPECT_EQ(capture.Count(VEL_ERR, "Invalid string array index"), 3u);
+}
+
+TEST(CVeLStringArray, InvalidSizesGiveAnEmptyArray)
+{
+    BTraceSetLevel(&g_korutilitiesTraceModule, BTRACE_DBG3);
+    BTraceCapture capture;
+    CVeLStringArray none(0, 10);
+    EXPECT_EQ(none.GetNumberOfElements(), 0);
+    EXPECT_EQ(none.GetMaxStringLength(), 10);
+    CVeLStringArray zeroLength(2, 0);
+    EXPECT_EQ(zeroLength.GetNumberOfElements(), 0);
+    EXPECT_EQ(capture.Count(VEL_ERR, "Invalid parameter"), 2u);
+    EXPECT_FALSE(none.SetString(0, L"x"));
+}

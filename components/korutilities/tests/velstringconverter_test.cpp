@@ -1,0 +1,78 @@
+// CVeLStringConverter and CVeLVarEnvironment.
+#include "velstringconverter.h"
+#include "velvarenvironment.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+
+TEST(CVeLStringConverter, RoundTripsNonAsciiText)
+{
+    const std::wstring text = L"Gr\u00fc\u00dfe \u20ac \U0001F600";
+    const std::string utf8 = "Gr\xC3\xBC\xC3\x9F"
+                             "e \xE2\x82\xAC \xF0\x9F\x98\x80";
+    EXPECT_EQ(CVeLStringConverter::ConvertStdWStringToStdString(text), utf8);
+    boost::shared_ptr<char> buffer;
+    ASSERT_TRUE(CVeLStringConverter::ConvertStdWString2UTF8Chars(text, buffer));
+    EXPECT_EQ(std::strlen(buffer.get()), utf8.size());
+    EXPECT_STREQ(buffer.get(), utf8.c_str());
+    std::wstring back;
+    EXPECT_TRUE(CVeLStringConverter::ConvertUTF8Chars2StdWString(buffer.get(), back));
+    EXPECT_EQ(back, text);
+}
+
+TEST(CVeLStringConverter, EmptyNullAndEmbeddedZeros)
+{
+    boost::shared_ptr<char> buffer;
+    ASSERT_TRUE(CVeLStringConverter::ConvertStdWString2UTF8Chars(L"", buffer));
+    EXPECT_STREQ(buffer.get(), "");
+    EXPECT_EQ(CVeLStringConverter::ConvertStdWStringToStdString(L""), "");
+    std::wstring text = L"keep";
+    EXPECT_FALSE(CVeLStringConverter::ConvertUTF8Chars2StdWString(nullptr, text));
+    EXPECT_TRUE(text.empty());
+    const char bytes[] = {'a', '\0', 'b'};
+    EXPECT_TRUE(CVeLStringConverter::ConvertUTF8Chars2StdWString(bytes, 3, text));
+    EXPECT_EQ(text, std::wstring(L"a\0b", 3));
+    EXPECT_EQ(CVeLStringConverter::ConvertStdWStringToStdString(std::wstring(L"a\0b", 3)),
+              std::string("a\0b", 3));
+}
+
+TEST(CVeLStringConverter, InvalidInputBecomesReplacementCharacters)
+{
+    std::wstring text;
+    EXPECT_TRUE(CVeLStringConverter::ConvertUTF8Chars2StdWString("a\xFF"
+                                                                 "b\xE2\x82",
+                                                                 text));
+    EXPECT_EQ(text, L"a\uFFFDb\uFFFD");
+    // A lone surrogate in wide text becomes U+FFFD; a surrogate pair is joined.
+    EXPECT_EQ(CVeLStringConverter::ConvertStdWStringToStdString(std::wstring{wchar_t(0xD800), L'x'}),
+              "\xEF\xBF\xBDx");
+    EXPECT_EQ(
+        CVeLStringConverter::ConvertStdWStringToStdString(std::wstring{wchar_t(0xD83D), wchar_t(0xDE00)}),
+        "\xF0\x9F\x98\x80");
+}
+
+TEST(CVeLVarEnvironment, ExistenceAndValues)
+{
+    CVeLVarEnvironment environment;
+    setenv("KOR_TEST_VALUE", "v\xC3\xA4lue", 1);
+    setenv("KOR_TEST_EMPTY", "", 1);
+    unsetenv("KOR_TEST_MISSING");
+    std::wstring value = L"stale";
+    EXPECT_TRUE(environment.CheckVariableExists(L"KOR_TEST_VALUE"));
+    EXPECT_TRUE(environment.GetEnvVariable(L"KOR_TEST_VALUE", value));
+    EXPECT_EQ(value, L"v\u00e4lue");
+    EXPECT_TRUE(environment.CheckVariableExists(L"KOR_TEST_EMPTY"));
+    EXPECT_TRUE(environment.GetEnvVariable(L"KOR_TEST_EMPTY", value));
+    EXPECT_TRUE(value.empty());
+    EXPECT_FALSE(environment.CheckVariableExists(L"KOR_TEST_MISSING"));
+    value = L"stale";
+    EXPECT_FALSE(environment.GetEnvVariable(L"KOR_TEST_MISSING", value));
+    EXPECT_TRUE(value.empty());
+    EXPECT_FALSE(environment.CheckVariableExists(L""));
+    std::wstring longValue(5000, L'x');
+    setenv("KOR_TEST_LONG", std::string(5000, 'x').c_str(), 1);
+    EXPECT_TRUE(environment.GetEnvVariable(L"KOR_TEST_LONG", value));
+    EXPECT_EQ(value, longValue);
+}

@@ -1,0 +1,42 @@
+// Get/SetEnvironmentVariableW return conventions.
+#include "win32posix.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+TEST(EnvironmentVariables, MissingEmptyShortAndFittingBuffers)
+{
+    ASSERT_TRUE(SetEnvironmentVariableW(L"W32P_ENV", L"value\u00e4"));
+    wchar_t buffer[16] = L"untouched";
+    EXPECT_EQ(GetEnvironmentVariableW(L"W32P_ENV", buffer, 16), 6u);
+    EXPECT_EQ(std::wstring(buffer), L"value\u00e4");
+    EXPECT_STREQ(std::getenv("W32P_ENV"), "value\xC3\xA4");
+
+    wchar_t small[4] = L"abc";
+    EXPECT_EQ(GetEnvironmentVariableW(L"W32P_ENV", small, 4), 7u); // needed size with the terminator
+    EXPECT_EQ(std::wstring(small), L"abc");                        // untouched
+    EXPECT_EQ(GetEnvironmentVariableW(L"W32P_ENV", nullptr, 0), 7u);
+
+    ASSERT_TRUE(SetEnvironmentVariableW(L"W32P_ENV", nullptr));
+    SetLastError(0);
+    EXPECT_EQ(GetEnvironmentVariableW(L"W32P_ENV", buffer, 16), 0u);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ENVVAR_NOT_FOUND));
+
+    ASSERT_TRUE(SetEnvironmentVariableW(L"W32P_ENV", L""));
+    SetLastError(1234);
+    EXPECT_EQ(GetEnvironmentVariableW(L"W32P_ENV", buffer, 16), 0u);
+    EXPECT_EQ(GetLastError(), 1234u);
+    SetEnvironmentVariableW(L"W32P_ENV", nullptr);
+}
+
+TEST(EnvironmentVariables, InvalidNames)
+{
+    EXPECT_FALSE(SetEnvironmentVariableW(L"", L"x"));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    EXPECT_FALSE(SetEnvironmentVariableW(L"A=B", L"x"));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    EXPECT_EQ(GetEnvironmentVariableW(nullptr, nullptr, 0), 0u);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ENVVAR_NOT_FOUND));
+}

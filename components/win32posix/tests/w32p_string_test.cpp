@@ -1,0 +1,114 @@
+// MultiByteToWideChar / WideCharToMultiByte (CP_UTF8) and wcscpy_s with the Windows contract.
+#include "win32posix.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <string>
+#include <thread>
+
+namespace
+{
+std::wstring Decode(const std::string& bytes, DWORD flags = 0)
+{
+    int n = MultiByteToWideChar(CP_UTF8, flags, bytes.data(), static_cast<int>(bytes.size()), nullptr, 0);
+    std::wstring out(static_cast<std::size_t>(n), L'\0');
+    if (n > 0)
+        MultiByteToWideChar(CP_UTF8, flags, bytes.data(), static_cast<int>(bytes.size()), &out[0], n);
+    return out;
+}
+} // namespace
+
+TEST(MultiByteToWideChar, SizesTerminatorAndShortBuffers)
+{
+    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "abc", -1, nullptr, 0), 4); // with the terminator
+    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "abc", 3, nullptr, 0), 3);
+    wchar_t buffer[4] = {L'x', L'x', L'x', L'x'};
+    SetLastError(0);
+    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "abcd", 4, buffer, 3), 0);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
+    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "\xC3\xA4\xF0\x9F\x98\x80", -1, buffer, 4), 3);
+    EXPECT_EQ(std::wstring(buffer), L"\u00e4\U0001F600");
+}
+
+TEST(MultiByteToWideChar, InvalidArgumentsAndCodePages)
+{
+    wchar_t buffer[4];
+    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, nullptr, 3, buffer, 4), 0);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "a", 0, buffer, 4), 0);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "a", 1, buffer, 4), 0);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0x1, "a", 1, buffer, 4), 0);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_FLAGS));
+}
+
+TEST(MultiByteToWideChar, OneReplacementPerInvalidSequence)
+{
+    EXPECT_EQ(Decode("a\xFF"
+                     "b"),
+              L"a\uFFFDb");                   // invalid byte
+    EXPECT_EQ(Decode("\xE2\x82"), L"\uFFFD"); // truncated sequence: one replacement
+    EXPECT_EQ(Decode("\xE2\x82"
+                     "A"),
+              L"\uFFFDA");
+    EXPECT_EQ(Decode("\xC0\xAF"), L"\uFFFD\uFFFD");                     // overlong lead, stray continuation
+    EXPECT_EQ(Decode("\xED\xA0\x80"), L"\uFFFD\uFFFD\uFFFD");           // encoded surrogate
+    EXPECT_EQ(Decode("\xF4\x90\x80\x80"), L"\uFFFD\uFFFD\uFFFD\uFFFD"); // beyond U+10FFFF
+    EXPECT_EQ(Decode("\x80\x80"), L"\uFFFD\uFFFD");
+    EXPECT_EQ(Decode("\xF0\x9F\x98"), L"\uFFFD");
+}
+
+TEST(MultiByteToWideChar, StrictModeFailsWith1113)
+{
+    wchar_t buffer[8];
+    SetLastError(0);
+    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, "a\xFF", 2, buffer, 8), 0);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NO_UNICODE_TRANSLATION));
+    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, "ok", 2, buffer, 8), 2);
+}
+
+TEST(WideCharToMultiByte, EncodesAndReplaces)
+{
+    char buffer[16];
+    EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, L"\u00e4\U0001F600", -1, nullptr, 0, nullptr, nullptr), 7);
+    EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, L"\u00e4\U0001F600", -1, buffer, 16, nullptr, nullptr), 7);
+    EXPECT_STREQ(buffer, "\xC3\xA4\xF0\x9F\x98\x80");
+    EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, L"abc", 3, buffer, 2, nullptr, nullptr), 0);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
+    const wchar_t invalid[] = {wchar_t(0xDC00), wchar_t(0x110000), 0};
+    EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, invalid, -1, buffer, 16, nullptr, nullptr), 7);
+    EXPECT_STREQ(buffer, "\xEF\xBF\xBD\xEF\xBF\xBD");
+    EXPECT_EQ(WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, invalid, -1, buffer, 16, nullptr, nullptr),
+              0);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NO_UNICODE_TRANSLATION));
+    BOOL used = FALSE;
+    EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, L"a", 1, buffer, 16, nullptr, &used), 0);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+}
+
+TEST(wcscpy_s, WindowsErrorNumbersAndEmptyBufferOnFailure)
+{
+    wchar_t buffer[5] = L"old";
+    EXPECT_EQ(wcscpy_s(buffer, 5, L"abcd"), 0);
+    EXPECT_EQ(std::wstring(buffer), L"abcd");
+    EXPECT_EQ(wcscpy_s(buffer, 5, L"abcde"), ERANGE);
+    EXPECT_EQ(ERANGE, 34);
+    EXPECT_EQ(buffer[0], L'\0');
+    wcscpy_s(buffer, 5, L"ab");
+    EXPECT_EQ(wcscpy_s(buffer, 5, nullptr), EINVAL);
+    EXPECT_EQ(EINVAL, 22);
+    EXPECT_EQ(buffer[0], L'\0');
+    EXPECT_EQ(wcscpy_s(nullptr, 5, L"a"), EINVAL);
+    EXPECT_EQ(wcscpy_s(buffer, 0, L"a"), EINVAL);
+}
+
+TEST(LastError, IsPerThread)
+{
+    SetLastError(5);
+    DWORD seen = 1;
+    std::thread([&] { seen = GetLastError(); }).join();
+    EXPECT_EQ(seen, 0u);
+    EXPECT_EQ(GetLastError(), 5u);
+}
