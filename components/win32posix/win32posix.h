@@ -18,3 +18,4 @@
 #include "w32p_localtime.h"
 #include "w32p_window.h"
 #include "w32p_registry.h"
+#include "w32p_pending.h"
