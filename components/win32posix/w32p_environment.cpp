@@ -68,14 +68,15 @@ DWORD GetEnvironmentVariableW(LPCWSTR name, LPWSTR buffer, DWORD size)
 BOOL SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value)
 {
     std::string narrowName, narrowValue;
-    if (name == nullptr || *name == L'\0' || std::wcschr(name, L'=') != nullptr || !ToUtf8(name, narrowName) ||
-        (value != nullptr && !ToUtf8(value, narrowValue)))
+    if (name == nullptr || *name == L'\0' || std::wcschr(name, L'=') != nullptr ||
+        !ToUtf8(name, narrowName) || (value != nullptr && !ToUtf8(value, narrowValue)))
     {
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
     std::lock_guard<std::mutex> guard(g_environmentLock);
-    int rc = value == nullptr ? unsetenv(narrowName.c_str()) : setenv(narrowName.c_str(), narrowValue.c_str(), 1);
+    int rc =
+        value == nullptr ? unsetenv(narrowName.c_str()) : setenv(narrowName.c_str(), narrowValue.c_str(), 1);
     if (rc != 0)
     {
         W32pSetLastErrorFromErrno();

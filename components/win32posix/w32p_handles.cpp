@@ -110,9 +110,15 @@ BOOL CloseHandle(HANDLE handle)
     return object ? TRUE : FALSE;
 }
 
-HANDLE GetCurrentProcess() { return reinterpret_cast<HANDLE>(static_cast<LONG_PTR>(-1)); }
+HANDLE GetCurrentProcess()
+{
+    return reinterpret_cast<HANDLE>(static_cast<LONG_PTR>(-1));
+}
 
-HANDLE GetCurrentThread() { return reinterpret_cast<HANDLE>(static_cast<LONG_PTR>(-2)); }
+HANDLE GetCurrentThread()
+{
+    return reinterpret_cast<HANDLE>(static_cast<LONG_PTR>(-2));
+}
 
 BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE sourceHandle, HANDLE targetProcess, LPHANDLE targetHandle,
                      DWORD /*desiredAccess*/, BOOL /*inheritHandle*/, DWORD options)

@@ -118,7 +118,8 @@ int MultiByteToWideChar(UINT codePage, DWORD flags, LPCCH multiByte, int multiBy
         SetLastError(ERROR_INVALID_FLAGS);
         return 0;
     }
-    const std::size_t n = multiByteLength == -1 ? std::strlen(multiByte) + 1 : static_cast<std::size_t>(multiByteLength);
+    const std::size_t n =
+        multiByteLength == -1 ? std::strlen(multiByte) + 1 : static_cast<std::size_t>(multiByteLength);
     const auto* p = reinterpret_cast<const unsigned char*>(multiByte);
     std::size_t produced = 0;
     for (std::size_t i = 0; i < n;)
@@ -165,7 +166,8 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWCH wideChars, int wideCh
         SetLastError(ERROR_INVALID_FLAGS);
         return 0;
     }
-    const std::size_t n = wideCharCount == -1 ? std::wcslen(wideChars) + 1 : static_cast<std::size_t>(wideCharCount);
+    const std::size_t n =
+        wideCharCount == -1 ? std::wcslen(wideChars) + 1 : static_cast<std::size_t>(wideCharCount);
     std::size_t produced = 0;
     char buffer[4];
     for (std::size_t i = 0; i < n; ++i)

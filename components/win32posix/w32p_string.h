@@ -17,7 +17,8 @@
 W32P_API int MultiByteToWideChar(UINT codePage, DWORD flags, LPCCH multiByte, int multiByteLength,
                                  LPWSTR wideChars, int wideCharCount);
 W32P_API int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWCH wideChars, int wideCharCount,
-                                 LPSTR multiByte, int multiByteLength, LPCCH defaultChar, LPBOOL usedDefaultChar);
+                                 LPSTR multiByte, int multiByteLength, LPCCH defaultChar,
+                                 LPBOOL usedDefaultChar);
 
 // The C11 Annex K / MSVC wcscpy_s, which glibc lacks: 0 on success; EINVAL (22) for a null destination,
 // a zero or oversized size or a null source; ERANGE (34) when the text with its terminator does not fit.

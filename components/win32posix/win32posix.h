@@ -10,3 +10,7 @@
 #include "w32p_string.h"
 #include "w32p_environment.h"
 #include "w32p_handles.h"
+#include "w32p_sync.h"
+#include "w32p_thread.h"
+#include "w32p_mapping.h"
+#include "w32p_time.h"
