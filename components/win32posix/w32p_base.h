@@ -38,6 +38,7 @@ typedef void* HINSTANCE;
 typedef void* LPVOID;
 typedef const void* LPCVOID;
 typedef BYTE* PBYTE;
+typedef BYTE* LPBYTE;
 typedef BYTE* PUCHAR;
 typedef ULONG* PULONG;
 typedef DWORD* LPDWORD;

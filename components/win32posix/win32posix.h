@@ -14,3 +14,4 @@
 #include "w32p_thread.h"
 #include "w32p_mapping.h"
 #include "w32p_time.h"
+#include "w32p_process.h"
