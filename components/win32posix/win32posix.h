@@ -15,3 +15,4 @@
 #include "w32p_mapping.h"
 #include "w32p_time.h"
 #include "w32p_process.h"
+#include "w32p_module.h"
