@@ -307,6 +307,7 @@ public:
         GiveUp(0);
         return TRUE;
     }
+    bool OwnedByCaller() const { return (m_state.word.load() & kTidMask) == W32pThreadId(); }
     // Ends the calling thread's ownership; newWord is 0 (released) or kOwnerDied (abandoned).
     void GiveUp(std::uint32_t newWord)
     {
@@ -318,9 +319,10 @@ public:
         SetOpPending(nullptr);
         if ((old & kWaiters) || m_state.sleepers.load() != 0)
             W32pFutexWakeAll(&m_state.word, true);
+        // Handles opened separately on one named mutex are distinct objects over one state: match the state.
         auto& owned = t_owned.list;
         for (auto it = owned.begin(); it != owned.end(); ++it)
-            if (it->get() == this)
+            if (&(*it)->m_state == &m_state)
             {
                 owned.erase(it);
                 break;
@@ -337,7 +339,10 @@ OwnedMutexes::~OwnedMutexes()
     while (!list.empty())
     {
         std::shared_ptr<Mutex> mutex = list.back();
-        mutex->GiveUp(kOwnerDied);
+        if (mutex->OwnedByCaller())
+            mutex->GiveUp(kOwnerDied);
+        else
+            list.pop_back();
     }
 }
 

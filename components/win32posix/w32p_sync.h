@@ -56,10 +56,10 @@ W32P_API HANDLE OpenSemaphoreW(DWORD desiredAccess, BOOL inheritHandle, LPCWSTR 
 // ERROR_INVALID_PARAMETER for a count <= 0, ERROR_INVALID_HANDLE for anything but a semaphore handle.
 W32P_API BOOL ReleaseSemaphore(HANDLE semaphore, LONG releaseCount, LONG* previousCount);
 
-// A mutex, owned by the calling thread when initialOwner is TRUE (also when joining an existing named mutex,
-// as on Windows, which then waits for it). Recursive: the owner may wait on it again and must release it as
-// often. A mutex whose owner thread ends, or whose owner process dies (also by SIGKILL), while holding it is
-// abandoned: the next waiter gets WAIT_ABANDONED_0 + i and owns it.
+// A mutex, owned by the calling thread when initialOwner is TRUE and this call created it (joining an
+// existing named mutex gives no ownership, as on Windows). Recursive: the owner may wait on it again and must
+// release it as often. A mutex whose owner thread ends, or whose owner process dies (also by SIGKILL), while
+// holding it is abandoned: the next waiter gets WAIT_ABANDONED_0 + i and owns it.
 W32P_API HANDLE CreateMutexW(LPSECURITY_ATTRIBUTES attributes, BOOL initialOwner, LPCWSTR name);
 // As OpenEventW, for mutexes.
 W32P_API HANDLE OpenMutexW(DWORD desiredAccess, BOOL inheritHandle, LPCWSTR name);

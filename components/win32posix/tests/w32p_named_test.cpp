@@ -197,3 +197,22 @@ TEST(W32pNamedProcesses, NamesOfKilledHoldersCannotBeOpenedAndLeaveNothing)
     EXPECT_TRUE(CloseHandle(fresh));
     EXPECT_TRUE(LeftoverShmFiles().empty());
 }
+
+TEST(W32pNamed, MutexTakenThroughOneHandleIsReleasedThroughAnother)
+{
+    const std::wstring name = TestName(L"twohandles");
+    HANDLE first = CreateMutexW(nullptr, FALSE, name.c_str());
+    HANDLE second = OpenMutexW(SYNCHRONIZE, FALSE, name.c_str());
+    ASSERT_NE(second, nullptr);
+    std::thread user(
+        [&]
+        {
+            EXPECT_EQ(WaitForSingleObject(first, 0), WAIT_OBJECT_0);
+            EXPECT_TRUE(ReleaseMutex(second));
+        });
+    user.join();
+    EXPECT_EQ(WaitForSingleObject(second, 0), WAIT_OBJECT_0); // free, not abandoned by the ended thread
+    EXPECT_TRUE(ReleaseMutex(first));
+    CloseHandle(first);
+    CloseHandle(second);
+}
