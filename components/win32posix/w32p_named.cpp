@@ -6,6 +6,9 @@
 #include <cerrno>
 #include <cstring>
 #include <cwctype>
+#include <dirent.h>
+#include <ctime>
+#include <atomic>
 #include <fcntl.h>
 #include <map>
 #include <mutex>
@@ -97,6 +100,35 @@ Registry& TheRegistry()
     return *registry;
 }
 
+// Removes the files of this user's named objects whose holders were all killed, so that they do not stay in
+// /dev/shm until their name is used again. A file anybody holds (or is setting up) cannot be locked
+// exclusively and is left alone. Runs at most once a second per process, from the opens.
+void SweepAbandoned()
+{
+    static std::atomic<std::int64_t> lastSweep{-1};
+    struct timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    std::int64_t last = lastSweep.load();
+    if ((last >= 0 && now.tv_sec - last < 1) || !lastSweep.compare_exchange_strong(last, now.tv_sec))
+        return;
+    const std::string prefix = W32pNamedFilePrefix();
+    DIR* dir = opendir(kShmDir);
+    if (dir == nullptr)
+        return;
+    while (dirent* entry = readdir(dir))
+    {
+        if (std::strncmp(entry->d_name, prefix.c_str(), prefix.size()) != 0)
+            continue;
+        const int fd = openat(dirfd(dir), entry->d_name, O_RDWR | O_CLOEXEC | O_NOFOLLOW);
+        if (fd < 0)
+            continue;
+        if (LockByte0(fd, F_WRLCK, false) && StillNamed(fd, kShmDir + std::string(entry->d_name)))
+            shm_unlink(("/" + std::string(entry->d_name)).c_str());
+        close(fd);
+    }
+    closedir(dir);
+}
+
 } // namespace
 
 std::string W32pNamedFilePrefix()
@@ -118,6 +150,7 @@ std::shared_ptr<W32pNamedSegment> W32pNamedSegment::Open(LPCWSTR name, W32pKind 
     }
     const std::string path = kShmDir + fileName;
     const std::string shmName = "/" + fileName;
+    SweepAbandoned();
 
     Registry& registry = TheRegistry();
     std::lock_guard<std::mutex> guard(registry.lock);

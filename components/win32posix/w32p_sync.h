@@ -4,7 +4,7 @@
 // file mappings and are visible to every process of the same user: their state lives in POSIX shared memory
 // created owner-only (mode 0600). A named object exists exactly while some process holds a handle to it; a
 // holder killed with SIGKILL counts as gone (its file is removed by the last closer, or by the next create or
-// open of that name when every holder was killed). Linux has no sessions, so "Local\x", "Global\x" and "x"
+// open in any process when every holder was killed). Linux has no sessions, so "Local\x", "Global\x" and "x"
 // all name the same object. Names are case-sensitive. Security attributes and access masks are accepted and
 // ignored: every handle has full access, and handles are not inherited by child processes.
 //

@@ -166,10 +166,18 @@ std::shared_ptr<W32pWaitable> W32pLookupWaitable(HANDLE handle)
     std::shared_ptr<W32pObject> object = W32pLookupHandle(handle);
     if (!object)
         return nullptr;
-    std::shared_ptr<W32pWaitable> waitable = std::dynamic_pointer_cast<W32pWaitable>(object);
-    if (!waitable)
+    switch (object->kind)
+    {
+    case W32pKind::Event:
+    case W32pKind::Semaphore:
+    case W32pKind::Mutex:
+    case W32pKind::Thread:
+    case W32pKind::Process:
+        return std::static_pointer_cast<W32pWaitable>(object); // every object of these kinds is waitable
+    default:
         SetLastError(ERROR_INVALID_HANDLE);
-    return waitable;
+        return nullptr;
+    }
 }
 
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds)

@@ -72,8 +72,9 @@ std::uint32_t W32pThreadId();
 // description lock on byte 0 (the kernel drops it when the process ends, however it ends). A process that
 // drops its last reference upgrades to an exclusive lock without waiting; if that succeeds nobody else holds
 // the object and it removes the file. An opener that gets the exclusive lock on an existing file finds it
-// abandoned by killed holders and removes it first. An opener checks after locking that the name still leads
-// to the file it locked, so it never joins a file that is being removed.
+// abandoned by killed holders and removes it first; opens also sweep away, at most once a second, every such
+// abandoned file of the user, so that none stays behind for long. An opener checks after locking that the
+// name still leads to the file it locked, so it never joins a file that is being removed.
 struct W32pNamedHeader
 {
     std::uint32_t magic;       // kReadyMagic once the creator has set up the object
@@ -90,11 +91,11 @@ public:
     static constexpr std::size_t kHeaderSize = 4096;
     static constexpr std::uint32_t kReadyMagic = 0x57335032u;
 
-    // Opens the object named name (without the "Local\" or "Global\" prefix handling: done here) or, with
-    // create, makes it with a section of dataSize bytes after the header and runs init on the fresh header.
-    // One segment per name and process: a second open in the same process shares the first. created tells
-    // whether this call made it. Null with the Win32 error set: ERROR_FILE_NOT_FOUND (unknown name, no
-    // create), ERROR_INVALID_HANDLE (name of another kind), or the error of the failing system call.
+    // Opens the object named name ("Local\" and "Global\" prefixes are dropped) or, with create, makes it
+    // with a section of dataSize bytes after the header and runs init on the fresh header. One segment per
+    // name and process: a second open in the same process shares the first. created tells whether this call
+    // made it. Null with the Win32 error set: ERROR_FILE_NOT_FOUND (unknown name, no create),
+    // ERROR_INVALID_HANDLE (name of another kind), or the error of the failing system call.
     static std::shared_ptr<W32pNamedSegment> Open(LPCWSTR name, W32pKind kind, bool create,
                                                   std::uint64_t dataSize,
                                                   const std::function<void(W32pNamedHeader&)>& init,
