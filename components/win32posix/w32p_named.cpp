@@ -92,6 +92,13 @@ struct Registry
 {
     std::mutex lock; // guards open and serialises opens of this process
     std::map<std::string, std::weak_ptr<W32pNamedSegment>> open;
+
+    void Remember(const std::string& fileName, const std::shared_ptr<W32pNamedSegment>& segment)
+    {
+        for (auto it = open.begin(); it != open.end();)
+            it = it->second.expired() ? open.erase(it) : std::next(it);
+        open[fileName] = segment;
+    }
 };
 
 Registry& TheRegistry()
@@ -227,7 +234,7 @@ std::shared_ptr<W32pNamedSegment> W32pNamedSegment::Open(LPCWSTR name, W32pKind 
             __atomic_store_n(&header->magic, kReadyMagic, __ATOMIC_RELEASE);
             LockByte0(fd, F_RDLCK, false); // downgrade: lets openers waiting for us in
             std::shared_ptr<W32pNamedSegment> segment(new W32pNamedSegment(fd, header, fileName));
-            registry.open[fileName] = segment;
+            registry.Remember(fileName, segment);
             created = true;
             return segment;
         }
@@ -263,18 +270,14 @@ std::shared_ptr<W32pNamedSegment> W32pNamedSegment::Open(LPCWSTR name, W32pKind 
             SetLastError(ERROR_INVALID_HANDLE);
             return nullptr; // the segment's destructor drops our hold
         }
-        registry.open[fileName] = segment;
+        registry.Remember(fileName, segment);
         return segment;
     }
 }
 
 W32pNamedSegment::~W32pNamedSegment()
 {
-    Registry& registry = TheRegistry();
-    std::lock_guard<std::mutex> guard(registry.lock);
-    auto known = registry.open.find(m_fileName);
-    if (known != registry.open.end() && known->second.expired())
-        registry.open.erase(known);
+    // Takes no registry lock (a segment may end while Open holds it); Open drops expired entries instead.
     munmap(m_header, kHeaderSize);
     // The last holder anywhere removes the name; the exclusive lock proves nobody else holds it.
     if (LockByte0(m_fd, F_WRLCK, false) && StillNamed(m_fd, kShmDir + m_fileName))

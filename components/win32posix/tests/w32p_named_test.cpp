@@ -220,3 +220,38 @@ TEST(W32pNamed, MutexTakenThroughOneHandleIsReleasedThroughAnother)
     CloseHandle(first);
     CloseHandle(second);
 }
+
+TEST(W32pNamedProcesses, NameOfAnotherKindHeldByAnotherProcess)
+{
+    const std::wstring name = TestName(L"otherkind");
+    int ready[2], done[2];
+    ASSERT_EQ(pipe(ready), 0);
+    ASSERT_EQ(pipe(done), 0);
+    const pid_t child = ForkChild(
+        [&]
+        {
+            HANDLE s = CreateSemaphoreW(nullptr, 1, 1, name.c_str());
+            char c = s != nullptr ? 1 : 0;
+            if (write(ready[1], &c, 1) != 1 || read(done[0], &c, 1) != 1)
+                return 1;
+            return CloseHandle(s) ? 0 : 2;
+        });
+    char c = 0;
+    ASSERT_EQ(read(ready[0], &c, 1), 1);
+    ASSERT_EQ(c, 1);
+    SetLastError(0);
+    EXPECT_EQ(CreateEventW(nullptr, FALSE, FALSE, name.c_str()), nullptr);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    SetLastError(0);
+    EXPECT_EQ(OpenMutexW(SYNCHRONIZE, FALSE, name.c_str()), nullptr);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    HANDLE same = OpenSemaphoreW(SYNCHRONIZE, FALSE, name.c_str());
+    EXPECT_NE(same, nullptr);
+    EXPECT_EQ(WaitForSingleObject(same, 0), WAIT_OBJECT_0); // the child's count
+    ASSERT_EQ(write(done[1], "x", 1), 1);
+    EXPECT_EQ(JoinChild(child), 0);
+    EXPECT_TRUE(CloseHandle(same));
+    EXPECT_TRUE(LeftoverShmFiles().empty());
+    for (int fd : {ready[0], ready[1], done[0], done[1]})
+        close(fd);
+}
