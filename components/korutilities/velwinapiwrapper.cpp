@@ -8,13 +8,13 @@ namespace
 {
 
 // The basic-information record of a section, as the section query fills it (information class 0).
-struct SectionBasicInformation
+struct SectionBasicRecord
 {
     PVOID BaseAddress;
     ULONG AllocationAttributes;
     LARGE_INTEGER MaximumSize;
 };
-static_assert(sizeof(SectionBasicInformation) == 24, "the section query expects a 24-byte record");
+static_assert(sizeof(SectionBasicRecord) == 24, "the section query expects a 24-byte record");
 
 typedef LONG(NTAPI* NtQuerySectionFunction)(HANDLE section, int informationClass, PVOID information,
                                             ULONG informationLength, PULONG resultLength);
@@ -109,7 +109,7 @@ CVeLResult<__int64> CVeLWinAPIWrapper::WAPI_NTGetSizeOfSharedMemory(HANDLE mappi
     }
     // Through void*: the loader hands out a generic function pointer.
     auto query = reinterpret_cast<NtQuerySectionFunction>(reinterpret_cast<void*>(address));
-    SectionBasicInformation information = {};
+    SectionBasicRecord information = {};
     ULONG resultLength = 0;
     // The status is deliberately not examined: the caller validates the size it gets.
     query(mapping, 0, &information, sizeof information, &resultLength);

@@ -1,6 +1,7 @@
 #include "w32p_toolhelp.h"
 #include "w32p_handles.h"
 #include "w32p_path.h"
+#include "w32p_process.h"
 
 #include <climits>
 #include <cstdlib>
@@ -44,13 +45,7 @@ bool ReadStat(DWORD pid, std::string& name, std::vector<std::string>& fields)
 }
 
 // The process that a handle names; 0 with ERROR_INVALID_HANDLE when it names none known here.
-DWORD ProcessIdOf(HANDLE process)
-{
-    if (process == GetCurrentProcess())
-        return static_cast<DWORD>(getpid());
-    SetLastError(ERROR_INVALID_HANDLE);
-    return 0;
-}
+DWORD ProcessIdOf(HANDLE process) { return GetProcessId(process); }
 
 std::string BaseName(const std::string& path)
 {

@@ -1,0 +1,62 @@
+// The built-in ntdll module and NtQuerySection, reached the way portable code reaches them.
+#include "w32p_test_util.h"
+
+#include <gtest/gtest.h>
+
+namespace
+{
+
+LONGLONG SectionSizeThroughNtdll(HANDLE section, NTSTATUS& status)
+{
+    HMODULE ntdll = LoadLibraryW(L"ntdll.dll");
+    EXPECT_NE(ntdll, nullptr);
+    auto query = reinterpret_cast<PFN_NtQuerySection>(
+        reinterpret_cast<void*>(GetProcAddress(ntdll, "NtQuerySection")));
+    EXPECT_NE(query, nullptr);
+    SECTION_BASIC_INFORMATION info = {};
+    status = query(section, SectionBasicInformation, &info, sizeof info, nullptr);
+    FreeLibrary(ntdll);
+    return info.MaximumSize.QuadPart;
+}
+
+} // namespace
+
+TEST(W32pModule, SectionSizeIsRoundedToThePage)
+{
+    static_assert(sizeof(SECTION_BASIC_INFORMATION) == 24, "the record the caller passes");
+    const std::wstring name = TestName(L"ntq");
+    for (auto pair : {std::make_pair(4096u, 4096), std::make_pair(65537u, 69632), std::make_pair(1u, 4096)})
+    {
+        HANDLE section =
+            CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, pair.first, name.c_str());
+        ASSERT_NE(section, nullptr);
+        NTSTATUS status = -1;
+        EXPECT_EQ(SectionSizeThroughNtdll(section, status), pair.second);
+        EXPECT_EQ(status, STATUS_SUCCESS);
+        CloseHandle(section);
+    }
+    NTSTATUS status = 0;
+    SectionSizeThroughNtdll(nullptr, status);
+    EXPECT_EQ(status, STATUS_INVALID_HANDLE);
+    HANDLE section = CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 10, nullptr);
+    SECTION_BASIC_INFORMATION info;
+    EXPECT_EQ(NtQuerySection(section, SectionBasicInformation, &info, 16, nullptr),
+              STATUS_INFO_LENGTH_MISMATCH);
+    CloseHandle(section);
+}
+
+TEST(W32pModule, UnknownModulesAndFunctions)
+{
+    SetLastError(0);
+    EXPECT_EQ(LoadLibraryW(L"no-such-library.so"), nullptr);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_MOD_NOT_FOUND));
+    HMODULE ntdll = LoadLibraryW(L"NTDLL.DLL");
+    ASSERT_NE(ntdll, nullptr);
+    SetLastError(0);
+    EXPECT_EQ(GetProcAddress(ntdll, "NtNoSuchCall"), nullptr);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_PROC_NOT_FOUND));
+    HMODULE libc = LoadLibraryW(L"libc.so.6");
+    ASSERT_NE(libc, nullptr);
+    EXPECT_NE(GetProcAddress(libc, "getpid"), nullptr);
+    EXPECT_TRUE(FreeLibrary(libc));
+}

@@ -1,0 +1,169 @@
+// Processes: starting, waiting, exit codes, termination, command-line splitting.
+#include "w32p_test_util.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+
+namespace
+{
+
+std::string ReadFile(const std::string& path)
+{
+    std::ifstream in(path);
+    std::stringstream content;
+    content << in.rdbuf();
+    return content.str();
+}
+
+// Runs commandLine to its end and returns its exit code (or -1).
+long RunToEnd(std::wstring commandLine, LPVOID environment = nullptr, DWORD flags = 0,
+              LPCWSTR directory = nullptr)
+{
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION info = {};
+    if (!CreateProcessW(nullptr, &commandLine[0], nullptr, nullptr, FALSE, flags, environment, directory,
+                        &startup, &info))
+        return -1;
+    EXPECT_EQ(WaitForSingleObject(info.hThread, 10000), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForSingleObject(info.hProcess, 10000), WAIT_OBJECT_0);
+    DWORD code = 0;
+    EXPECT_TRUE(GetExitCodeProcess(info.hProcess, &code));
+    DWORD threadCode = 0;
+    EXPECT_TRUE(GetExitCodeThread(info.hThread, &threadCode));
+    EXPECT_EQ(threadCode, code);
+    CloseHandle(info.hThread);
+    CloseHandle(info.hProcess);
+    return code;
+}
+
+std::wstring TempPath(const wchar_t* tag)
+{
+    return L"/tmp/" + TestName(tag);
+}
+
+} // namespace
+
+TEST(W32pCommandLine, SplitsByTheWindowsRules)
+{
+    using V = std::vector<std::wstring>;
+    EXPECT_EQ(W32pSplitCommandLine(L"prog a  b\tc"), (V{L"prog", L"a", L"b", L"c"}));
+    EXPECT_EQ(W32pSplitCommandLine(L"\"C:\\Program Files\\x.exe\" \"a b\" c\"d e\"f"),
+              (V{L"C:\\Program Files\\x.exe", L"a b", L"cd ef"}));
+    EXPECT_EQ(W32pSplitCommandLine(L"p a\\\\b a\\\"b a\\\\\"b c\" a\\\\\\\"b"),
+              (V{L"p", L"a\\\\b", L"a\"b", L"a\\b c", L"a\\\"b"}));
+    EXPECT_EQ(W32pSplitCommandLine(L"p \"say \"\"hi\"\"\" \"\""), (V{L"p", L"say \"hi\"", L""}));
+    EXPECT_EQ(W32pSplitCommandLine(L"c:\\dir\\p\\ x"), (V{L"c:\\dir\\p\\", L"x"}));
+}
+
+TEST(W32pProcess, ArgumentsEnvironmentAndDirectoryReachTheChild)
+{
+    const std::wstring out = TempPath(L"args");
+    const std::string outNarrow(out.begin(), out.end());
+    EXPECT_EQ(RunToEnd(L"/bin/sh -c \"printf '[%s]' \\\"$@\\\" > " + out + L"\" sh \"a b\" c\\\"d \"\""), 0);
+    EXPECT_EQ(ReadFile(outNarrow), "[a b][c\"d][]");
+
+    const wchar_t environment[] = L"GREETING=gr\u00fc\u00dfe\0PATH=/usr/bin:/bin\0";
+    EXPECT_EQ(RunToEnd(L"sh -c \"echo $GREETING > " + out + L"\"", const_cast<wchar_t*>(environment),
+                       CREATE_UNICODE_ENVIRONMENT),
+              0);
+    EXPECT_EQ(ReadFile(outNarrow), "gr\xc3\xbc\xc3\x9f"
+                                   "e\n");
+
+    const char narrowEnvironment[] = "GREETING=hello\0PATH=/usr/bin:/bin\0";
+    EXPECT_EQ(RunToEnd(L"sh -c \"(echo $GREETING; pwd) > " + out + L"\"",
+                       const_cast<char*>(narrowEnvironment), 0, L"/usr"),
+              0);
+    EXPECT_EQ(ReadFile(outNarrow), "hello\n/usr\n");
+    unlink(outNarrow.c_str());
+}
+
+TEST(W32pProcess, ExitCodesAndStartFailures)
+{
+    EXPECT_EQ(RunToEnd(L"/bin/sh -c \"exit 7\""), 7);
+    STARTUPINFOW startup = {};
+    PROCESS_INFORMATION info = {};
+    std::wstring missing = L"/nonexistent/program arg";
+    SetLastError(0);
+    EXPECT_FALSE(
+        CreateProcessW(nullptr, &missing[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &info));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+    std::wstring shell = L"/bin/true";
+    SetLastError(0);
+    EXPECT_FALSE(CreateProcessW(nullptr, &shell[0], nullptr, nullptr, FALSE, 0, nullptr, L"/nonexistent",
+                                &startup, &info));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_DIRECTORY));
+    SetLastError(0);
+    EXPECT_FALSE(
+        CreateProcessW(nullptr, nullptr, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &info));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+}
+
+TEST(W32pProcess, StillActiveUntilTerminatedThenTheGivenCode)
+{
+    STARTUPINFOW startup = {};
+    PROCESS_INFORMATION info = {};
+    std::wstring commandLine = L"sleep 30";
+    ASSERT_TRUE(CreateProcessW(nullptr, &commandLine[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                               &startup, &info));
+    EXPECT_NE(info.dwProcessId, GetCurrentProcessId());
+    EXPECT_EQ(WaitForInputIdle(info.hProcess, INFINITE), 0u);
+    DWORD code = 0;
+    EXPECT_TRUE(GetExitCodeProcess(info.hProcess, &code));
+    EXPECT_EQ(code, STILL_ACTIVE);
+    HANDLE opened = OpenProcess(PROCESS_ALL_ACCESS, FALSE, info.dwProcessId);
+    ASSERT_NE(opened, nullptr);
+    HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    HANDLE set[2] = {event, opened};
+    EXPECT_EQ(WaitForMultipleObjects(2, set, FALSE, 20), WAIT_TIMEOUT);
+    EXPECT_TRUE(TerminateProcess(info.hProcess, 42));
+    EXPECT_EQ(WaitForMultipleObjects(2, set, FALSE, 10000), WAIT_OBJECT_0 + 1);
+    EXPECT_TRUE(GetExitCodeProcess(opened, &code));
+    EXPECT_EQ(code, 42u);
+    SetLastError(0);
+    EXPECT_FALSE(TerminateProcess(opened, 1));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    SetLastError(0);
+    EXPECT_FALSE(GetExitCodeProcess(info.hThread, &code));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    for (HANDLE h : {info.hProcess, info.hThread, opened, event})
+        CloseHandle(h);
+}
+
+TEST(W32pProcess, OpenProcessOfOtherProcessesAndOfItself)
+{
+    SetLastError(0);
+    EXPECT_EQ(OpenProcess(PROCESS_ALL_ACCESS, FALSE, 0), nullptr);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    HANDLE self = OpenProcess(SYNCHRONIZE, FALSE, GetCurrentProcessId());
+    ASSERT_NE(self, nullptr);
+    EXPECT_EQ(WaitForSingleObject(self, 0), WAIT_TIMEOUT);
+    DWORD code = 0;
+    EXPECT_TRUE(GetExitCodeProcess(GetCurrentProcess(), &code));
+    EXPECT_EQ(code, STILL_ACTIVE);
+    CloseHandle(self);
+
+    // A process not started by CreateProcessW: its end is seen, and it is not reaped behind its parent's
+    // back.
+    int go[2];
+    ASSERT_EQ(pipe(go), 0);
+    const pid_t child = ForkChild(
+        [&]
+        {
+            char c;
+            return read(go[0], &c, 1) == 1 ? 5 : 1;
+        });
+    HANDLE other = OpenProcess(SYNCHRONIZE, FALSE, static_cast<DWORD>(child));
+    ASSERT_NE(other, nullptr);
+    EXPECT_EQ(WaitForSingleObject(other, 0), WAIT_TIMEOUT);
+    ASSERT_EQ(write(go[1], "x", 1), 1);
+    EXPECT_EQ(WaitForSingleObject(other, 10000), WAIT_OBJECT_0);
+    EXPECT_TRUE(GetExitCodeProcess(other, &code));
+    EXPECT_EQ(code, 5u);
+    EXPECT_EQ(JoinChild(child), 5);
+    CloseHandle(other);
+    close(go[0]);
+    close(go[1]);
+}

@@ -1,0 +1,254 @@
+// Paging-file-backed sections: named in POSIX shared memory (after the object's header page), unnamed in a
+// memfd.
+#include "w32p_mapping.h"
+
+#include "w32p_file.h"
+#include "w32p_waitable.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <map>
+#include <mutex>
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr std::uint64_t kPage = 4096;
+
+class Section : public W32pObject
+{
+public:
+    Section(int fd, std::uint64_t dataOffset, std::uint64_t size, bool writable,
+            std::shared_ptr<W32pNamedSegment> segment)
+        : W32pObject(W32pKind::FileMapping), fd(fd), dataOffset(dataOffset), size(size), writable(writable),
+          segment(std::move(segment))
+    {
+    }
+    ~Section() override
+    {
+        if (!segment)
+            close(fd);
+    }
+    const int fd;                   // the memory: the memfd (owned) or the named segment's file
+    const std::uint64_t dataOffset; // where the section's bytes start in fd
+    const std::uint64_t size;       // section size, a multiple of the page size
+    const bool writable;            // created with a protection that allows writing
+    const std::shared_ptr<W32pNamedSegment> segment; // named sections only
+};
+
+struct View
+{
+    std::size_t length;
+    std::shared_ptr<Section> section; // a view keeps its section (and so its name) alive
+};
+
+struct Views
+{
+    std::mutex lock; // guards byAddress
+    std::map<std::uintptr_t, View> byAddress;
+};
+
+Views& TheViews()
+{
+    static Views* views = new Views; // never destroyed: views may be unmapped during exit
+    return *views;
+}
+
+HANDLE InsertSection(std::shared_ptr<Section> section, bool created)
+{
+    HANDLE handle = W32pInsertHandle(std::move(section));
+    if (handle != nullptr)
+        SetLastError(created ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS);
+    return handle;
+}
+
+// A section over an open file: the file's size when requested is 0, otherwise requested bytes (a
+// writable section extends a shorter file, as on Windows). Named file-backed sections are not offered.
+HANDLE CreateFileSection(HANDLE file, bool writable, std::uint64_t requested, LPCWSTR name)
+{
+    if (name != nullptr && *name != L'\0')
+    {
+        SetLastError(ERROR_NOT_SUPPORTED);
+        return nullptr;
+    }
+    const int fileFd = W32pFileDescriptorOfHandle(file);
+    if (fileFd < 0)
+        return nullptr;
+    struct stat st;
+    if (fstat(fileFd, &st) != 0)
+    {
+        W32pSetLastErrorFromErrno();
+        return nullptr;
+    }
+    const std::uint64_t fileSize = static_cast<std::uint64_t>(st.st_size);
+    const std::uint64_t size = requested != 0 ? requested : fileSize;
+    if (size == 0)
+    {
+        SetLastError(ERROR_FILE_INVALID);
+        return nullptr;
+    }
+    if (size > fileSize)
+    {
+        if (!writable)
+        {
+            SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+            return nullptr;
+        }
+        if (ftruncate(fileFd, static_cast<off_t>(size)) != 0)
+        {
+            W32pSetLastErrorFromErrno();
+            return nullptr;
+        }
+    }
+    const int fd = fcntl(fileFd, F_DUPFD_CLOEXEC, 0); // the section outlives the file handle
+    if (fd < 0)
+    {
+        W32pSetLastErrorFromErrno();
+        return nullptr;
+    }
+    return InsertSection(std::make_shared<Section>(fd, 0, size, writable, nullptr), true);
+}
+
+} // namespace
+
+HANDLE CreateFileMappingW(HANDLE file, LPSECURITY_ATTRIBUTES, DWORD protect, DWORD maximumSizeHigh,
+                          DWORD maximumSizeLow, LPCWSTR name)
+{
+    const DWORD access = protect & 0xFF;
+    if (access != PAGE_READONLY && access != PAGE_READWRITE && access != PAGE_WRITECOPY &&
+        access != PAGE_EXECUTE_READ && access != PAGE_EXECUTE_READWRITE)
+    {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    const bool writable = access == PAGE_READWRITE || access == PAGE_EXECUTE_READWRITE;
+    const std::uint64_t requested = (static_cast<std::uint64_t>(maximumSizeHigh) << 32) | maximumSizeLow;
+    if (file != INVALID_HANDLE_VALUE)
+        return CreateFileSection(file, writable, requested, name);
+    if (requested == 0)
+    {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    const std::uint64_t size = (requested + kPage - 1) / kPage * kPage;
+    if (name != nullptr && *name != L'\0')
+    {
+        bool created = false;
+        std::shared_ptr<W32pNamedSegment> segment =
+            W32pNamedSegment::Open(name, W32pKind::FileMapping, true, size, nullptr, created);
+        if (!segment)
+            return nullptr;
+        const std::uint64_t existing = segment->Header().sectionSize;
+        return InsertSection(std::make_shared<Section>(segment->Fd(), W32pNamedSegment::kHeaderSize, existing,
+                                                       writable, segment),
+                             created);
+    }
+    const int fd = memfd_create("w32p-section", MFD_CLOEXEC);
+    if (fd < 0)
+    {
+        W32pSetLastErrorFromErrno();
+        return nullptr;
+    }
+    if (ftruncate(fd, static_cast<off_t>(size)) != 0)
+    {
+        W32pSetLastErrorFromErrno();
+        close(fd);
+        return nullptr;
+    }
+    return InsertSection(std::make_shared<Section>(fd, 0, size, writable, nullptr), true);
+}
+
+HANDLE OpenFileMappingW(DWORD desiredAccess, BOOL, LPCWSTR name)
+{
+    if (name == nullptr)
+    {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    if (*name == L'\0')
+    {
+        SetLastError(ERROR_FILE_NOT_FOUND);
+        return nullptr;
+    }
+    bool created = false;
+    std::shared_ptr<W32pNamedSegment> segment =
+        W32pNamedSegment::Open(name, W32pKind::FileMapping, false, 0, nullptr, created);
+    if (!segment)
+        return nullptr;
+    const bool writable = desiredAccess == FILE_MAP_ALL_ACCESS ||
+                          (desiredAccess & (FILE_MAP_WRITE | GENERIC_WRITE | GENERIC_ALL)) != 0;
+    return InsertSection(std::make_shared<Section>(segment->Fd(), W32pNamedSegment::kHeaderSize,
+                                                   segment->Header().sectionSize, writable, segment),
+                         true);
+}
+
+LPVOID MapViewOfFile(HANDLE mapping, DWORD desiredAccess, DWORD fileOffsetHigh, DWORD fileOffsetLow,
+                     SIZE_T bytesToMap)
+{
+    std::shared_ptr<Section> section = W32pLookupHandleAs<Section>(mapping, W32pKind::FileMapping);
+    if (!section)
+        return nullptr;
+    const std::uint64_t offset = (static_cast<std::uint64_t>(fileOffsetHigh) << 32) | fileOffsetLow;
+    if (offset % kPage != 0)
+    {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    if (offset >= section->size || bytesToMap > section->size - offset)
+    {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return nullptr;
+    }
+    const std::size_t length =
+        bytesToMap != 0 ? bytesToMap : static_cast<std::size_t>(section->size - offset);
+    const bool copy = (desiredAccess & FILE_MAP_COPY) && desiredAccess != FILE_MAP_ALL_ACCESS;
+    const bool write = desiredAccess == FILE_MAP_ALL_ACCESS || (desiredAccess & FILE_MAP_WRITE) != 0;
+    if (write && !section->writable)
+    {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return nullptr;
+    }
+    const int protection = (write || copy) ? PROT_READ | PROT_WRITE : PROT_READ;
+    void* address = mmap(nullptr, length, protection, copy ? MAP_PRIVATE : MAP_SHARED, section->fd,
+                         static_cast<off_t>(section->dataOffset + offset));
+    if (address == MAP_FAILED)
+    {
+        W32pSetLastErrorFromErrno();
+        return nullptr;
+    }
+    Views& views = TheViews();
+    std::lock_guard<std::mutex> guard(views.lock);
+    views.byAddress[reinterpret_cast<std::uintptr_t>(address)] = View{length, std::move(section)};
+    return address;
+}
+
+BOOL UnmapViewOfFile(LPCVOID baseAddress)
+{
+    View view;
+    {
+        Views& views = TheViews();
+        std::lock_guard<std::mutex> guard(views.lock);
+        auto found = views.byAddress.find(reinterpret_cast<std::uintptr_t>(baseAddress));
+        if (found == views.byAddress.end())
+        {
+            SetLastError(ERROR_INVALID_ADDRESS);
+            return FALSE;
+        }
+        view = std::move(found->second);
+        views.byAddress.erase(found);
+    }
+    munmap(const_cast<void*>(baseAddress), view.length);
+    return TRUE; // the section may end here, outside the lock
+}
+
+bool W32pQuerySectionSize(HANDLE mapping, ULONGLONG& size)
+{
+    std::shared_ptr<Section> section = W32pLookupHandleAs<Section>(mapping, W32pKind::FileMapping);
+    if (!section)
+        return false;
+    size = section->size;
+    return true;
+}

@@ -1,0 +1,479 @@
+// Processes over posix_spawn and pidfds.
+#include "w32p_process.h"
+
+#include "w32p_string.h"
+#include "w32p_sync.h"
+#include "w32p_waitable.h"
+
+#include <cerrno>
+#include <csignal>
+#include <map>
+#include <mutex>
+#include <poll.h>
+#include <pthread.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#ifndef P_PIDFD
+#define P_PIDFD 3
+#endif
+
+extern char** environ;
+
+namespace
+{
+
+std::string Utf8(const std::wstring& wide)
+{
+    const int length = WideCharToMultiByte(CP_UTF8, 0, wide.c_str(), static_cast<int>(wide.size()), nullptr,
+                                           0, nullptr, nullptr);
+    std::string narrow(static_cast<std::size_t>(length > 0 ? length : 0), '\0');
+    if (length > 0)
+        WideCharToMultiByte(CP_UTF8, 0, wide.c_str(), static_cast<int>(wide.size()), &narrow[0], length,
+                            nullptr, nullptr);
+    return narrow;
+}
+
+// What is known of one process; shared by every handle to it and by its watcher thread.
+struct ProcessState
+{
+    std::atomic<std::uint32_t> ended{0};    // futex word: 1 once the process has ended
+    std::atomic<std::uint32_t> sleepers{0}; // see W32pWaitable
+    std::atomic<DWORD> exitCode{0};         // valid once ended when exitKnown
+    std::atomic<bool> exitKnown{false};
+    std::atomic<bool> terminated{false}; // TerminateProcess sent the kill; its code is in terminateCode
+    std::atomic<DWORD> terminateCode{0};
+    int pidfd = -1; // owned; fixed at creation
+    pid_t pid = 0;
+    bool reap = false; // started here: the watcher reaps it; else its status is only read, never taken
+    ~ProcessState()
+    {
+        if (pidfd >= 0)
+            close(pidfd);
+    }
+
+    void Finish(bool known, DWORD code)
+    {
+        if (terminated.load())
+            code = terminateCode.load(), known = true;
+        exitCode.store(code);
+        exitKnown.store(known);
+        ended.store(1);
+        W32pFutexWakeAll(&ended, false);
+    }
+};
+
+// Children started here, so that OpenProcess of their id shares what the watcher learns.
+struct Children
+{
+    std::mutex lock; // guards byPid
+    std::map<pid_t, std::weak_ptr<ProcessState>> byPid;
+};
+
+Children& TheChildren()
+{
+    static Children* children = new Children; // never destroyed: watchers may finish during exit
+    return *children;
+}
+
+DWORD CodeFromStatus(const siginfo_t& info)
+{
+    if (info.si_code == CLD_EXITED)
+        return static_cast<DWORD>(info.si_status);
+    return 128u + static_cast<DWORD>(info.si_status);
+}
+
+// Waits for the process to end, then records it and wakes the waiters. A child is reaped here.
+void* Watch(void* argument)
+{
+    auto* holder = static_cast<std::shared_ptr<ProcessState>*>(argument);
+    std::shared_ptr<ProcessState> state = std::move(*holder);
+    delete holder;
+    siginfo_t info = {};
+    for (;;)
+    {
+        const int options = WEXITED | (state->reap ? 0 : WNOWAIT);
+        if (syscall(SYS_waitid, P_PIDFD, state->pidfd, &info, options, nullptr) == 0)
+        {
+            state->Finish(true, CodeFromStatus(info));
+            break;
+        }
+        if (errno == EINTR)
+            continue;
+        // Not our child: its end shows as the pidfd becoming readable; its status is not ours to read.
+        struct pollfd p = {state->pidfd, POLLIN, 0};
+        while (poll(&p, 1, -1) < 0 && errno == EINTR)
+        {
+        }
+        state->Finish(false, 0);
+        break;
+    }
+    {
+        Children& children = TheChildren();
+        std::lock_guard<std::mutex> guard(children.lock);
+        auto known = children.byPid.find(state->pid);
+        if (known != children.byPid.end() && known->second.lock() == state)
+            children.byPid.erase(known);
+    }
+    return nullptr;
+}
+
+bool StartWatcher(const std::shared_ptr<ProcessState>& state)
+{
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    pthread_attr_setstacksize(&attributes, 64 * 1024);
+    auto* argument = new std::shared_ptr<ProcessState>(state);
+    pthread_t thread;
+    const int error = pthread_create(&thread, &attributes, &Watch, argument);
+    pthread_attr_destroy(&attributes);
+    if (error != 0)
+    {
+        delete argument;
+        return false;
+    }
+    return true;
+}
+
+class Process : public W32pEndable
+{
+public:
+    // kind is Process for the process handle, Thread for the handle of its main thread.
+    Process(std::shared_ptr<ProcessState> state, W32pKind kind)
+        : W32pEndable(kind, &state->ended, &state->sleepers), m_state(std::move(state))
+    {
+    }
+    bool ExitCode(DWORD& code) const override
+    {
+        if (!m_state->ended.load())
+        {
+            code = STILL_ACTIVE;
+            return true;
+        }
+        if (!m_state->exitKnown.load())
+        {
+            SetLastError(ERROR_NOT_SUPPORTED);
+            return false;
+        }
+        code = m_state->exitCode.load();
+        return true;
+    }
+    const std::shared_ptr<ProcessState>& State() const { return m_state; }
+
+private:
+    const std::shared_ptr<ProcessState> m_state;
+};
+
+int PidfdOpen(pid_t pid)
+{
+    return static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+}
+
+// The "NAME=VALUE" strings of an environment block.
+std::vector<std::string> EnvironmentStrings(LPVOID block, bool wide)
+{
+    std::vector<std::string> strings;
+    if (wide)
+    {
+        for (auto* p = static_cast<const WCHAR*>(block); *p != L'\0';)
+        {
+            std::wstring entry(p);
+            p += entry.size() + 1;
+            strings.push_back(Utf8(entry));
+        }
+    }
+    else
+    {
+        for (auto* p = static_cast<const char*>(block); *p != '\0';)
+        {
+            std::string entry(p);
+            p += entry.size() + 1;
+            strings.push_back(entry);
+        }
+    }
+    return strings;
+}
+
+DWORD SpawnError(int error)
+{
+    switch (error)
+    {
+    case ENOEXEC:
+        return ERROR_BAD_EXE_FORMAT;
+    case ENOENT:
+    case ENOTDIR:
+        return ERROR_FILE_NOT_FOUND;
+    default:
+        return W32pErrorFromErrno(error);
+    }
+}
+
+} // namespace
+
+std::vector<std::wstring> W32pSplitCommandLine(LPCWSTR commandLine)
+{
+    std::vector<std::wstring> words;
+    if (commandLine == nullptr)
+        return words;
+    const WCHAR* p = commandLine;
+    auto blank = [](WCHAR c) { return c == L' ' || c == L'\t'; };
+    // The program name: quotes group, backslashes are plain characters.
+    std::wstring program;
+    bool quoted = false;
+    for (; *p != L'\0' && (quoted || !blank(*p)); ++p)
+    {
+        if (*p == L'"')
+            quoted = !quoted;
+        else
+            program += *p;
+    }
+    words.push_back(program);
+    for (;;)
+    {
+        while (blank(*p))
+            ++p;
+        if (*p == L'\0')
+            break;
+        std::wstring word;
+        quoted = false;
+        while (*p != L'\0' && (quoted || !blank(*p)))
+        {
+            if (*p == L'\\')
+            {
+                std::size_t backslashes = 0;
+                while (*p == L'\\')
+                    ++backslashes, ++p;
+                if (*p == L'"')
+                {
+                    word.append(backslashes / 2, L'\\');
+                    if (backslashes % 2 == 1)
+                    {
+                        word += L'"';
+                        ++p;
+                    }
+                }
+                else
+                    word.append(backslashes, L'\\');
+            }
+            else if (*p == L'"')
+            {
+                if (quoted && p[1] == L'"')
+                {
+                    word += L'"';
+                    p += 2;
+                }
+                else
+                {
+                    quoted = !quoted;
+                    ++p;
+                }
+            }
+            else
+                word += *p++;
+        }
+        words.push_back(word);
+    }
+    return words;
+}
+
+BOOL CreateProcessW(LPCWSTR applicationName, LPWSTR commandLine, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES,
+                    BOOL, DWORD creationFlags, LPVOID environment, LPCWSTR currentDirectory, LPSTARTUPINFOW,
+                    LPPROCESS_INFORMATION processInformation)
+{
+    if (processInformation == nullptr || (applicationName == nullptr && commandLine == nullptr))
+    {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    if (creationFlags & CREATE_SUSPENDED)
+    {
+        SetLastError(ERROR_NOT_SUPPORTED);
+        return FALSE;
+    }
+    std::vector<std::wstring> words = W32pSplitCommandLine(commandLine);
+    if (words.empty())
+        words.push_back(applicationName);
+    const std::string program = Utf8(applicationName != nullptr ? std::wstring(applicationName) : words[0]);
+    if (program.empty())
+    {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    std::vector<std::string> arguments;
+    for (const std::wstring& word : words)
+        arguments.push_back(Utf8(word));
+    std::vector<char*> argv;
+    for (std::string& argument : arguments)
+        argv.push_back(&argument[0]);
+    argv.push_back(nullptr);
+
+    std::vector<std::string> environmentStrings;
+    std::vector<char*> envp;
+    if (environment != nullptr)
+    {
+        environmentStrings =
+            EnvironmentStrings(environment, (creationFlags & CREATE_UNICODE_ENVIRONMENT) != 0);
+        for (std::string& entry : environmentStrings)
+            envp.push_back(&entry[0]);
+        envp.push_back(nullptr);
+    }
+
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    if (currentDirectory != nullptr)
+    {
+        const std::string directory = Utf8(currentDirectory);
+        struct stat st;
+        if (stat(directory.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
+        {
+            posix_spawn_file_actions_destroy(&actions);
+            SetLastError(ERROR_DIRECTORY);
+            return FALSE;
+        }
+        posix_spawn_file_actions_addchdir_np(&actions, directory.c_str());
+    }
+    pid_t pid = 0;
+    const bool search = applicationName == nullptr && program.find('/') == std::string::npos;
+    char** childEnvironment = environment != nullptr ? envp.data() : environ;
+    const int error =
+        search ? posix_spawnp(&pid, program.c_str(), &actions, nullptr, argv.data(), childEnvironment)
+               : posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), childEnvironment);
+    posix_spawn_file_actions_destroy(&actions);
+    if (error != 0)
+    {
+        SetLastError(SpawnError(error));
+        return FALSE;
+    }
+
+    auto state = std::make_shared<ProcessState>();
+    state->pid = pid;
+    state->reap = true;
+    state->pidfd = PidfdOpen(pid); // cannot fail for an unreaped child short of descriptors
+    if (state->pidfd < 0 || !StartWatcher(state))
+    {
+        W32pSetLastErrorFromErrno();
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+        return FALSE;
+    }
+    {
+        Children& children = TheChildren();
+        std::lock_guard<std::mutex> guard(children.lock);
+        children.byPid[pid] = state;
+    }
+    HANDLE process = W32pInsertHandle(std::make_shared<Process>(state, W32pKind::Process));
+    HANDLE thread = W32pInsertHandle(std::make_shared<Process>(state, W32pKind::Thread));
+    processInformation->hProcess = process;
+    processInformation->hThread = thread;
+    processInformation->dwProcessId = static_cast<DWORD>(pid);
+    processInformation->dwThreadId = static_cast<DWORD>(pid);
+    SetLastError(ERROR_SUCCESS);
+    return TRUE;
+}
+
+HANDLE OpenProcess(DWORD, BOOL, DWORD processId)
+{
+    if (processId == 0)
+    {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    const pid_t pid = static_cast<pid_t>(processId);
+    std::shared_ptr<ProcessState> state;
+    {
+        Children& children = TheChildren();
+        std::lock_guard<std::mutex> guard(children.lock);
+        auto known = children.byPid.find(pid);
+        if (known != children.byPid.end())
+            state = known->second.lock();
+    }
+    if (!state)
+    {
+        const int pidfd = PidfdOpen(pid);
+        if (pidfd < 0)
+        {
+            SetLastError(errno == ESRCH ? ERROR_INVALID_PARAMETER : W32pErrorFromErrno(errno));
+            return nullptr;
+        }
+        state = std::make_shared<ProcessState>();
+        state->pid = pid;
+        state->pidfd = pidfd;
+        if (pid != getpid() && !StartWatcher(state)) // this process never ends while it waits on itself
+        {
+            SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+            return nullptr;
+        }
+    }
+    return W32pInsertHandle(std::make_shared<Process>(state, W32pKind::Process));
+}
+
+DWORD GetProcessId(HANDLE process)
+{
+    if (process == GetCurrentProcess())
+        return GetCurrentProcessId();
+    std::shared_ptr<Process> object = W32pLookupHandleAs<Process>(process, W32pKind::Process);
+    return object ? static_cast<DWORD>(object->State()->pid) : 0;
+}
+
+BOOL GetExitCodeProcess(HANDLE process, LPDWORD exitCode)
+{
+    if (exitCode == nullptr)
+    {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    if (process == GetCurrentProcess())
+    {
+        *exitCode = STILL_ACTIVE;
+        return TRUE;
+    }
+    std::shared_ptr<Process> object = W32pLookupHandleAs<Process>(process, W32pKind::Process);
+    if (!object)
+        return FALSE;
+    DWORD code = 0;
+    if (!object->ExitCode(code))
+        return FALSE;
+    *exitCode = code;
+    return TRUE;
+}
+
+BOOL TerminateProcess(HANDLE process, UINT exitCode)
+{
+    if (process == GetCurrentProcess())
+        _exit(static_cast<int>(exitCode));
+    std::shared_ptr<Process> object = W32pLookupHandleAs<Process>(process, W32pKind::Process);
+    if (!object)
+        return FALSE;
+    const std::shared_ptr<ProcessState>& state = object->State();
+    if (state->ended.load())
+    {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return FALSE;
+    }
+    state->terminateCode.store(exitCode);
+    state->terminated.store(true);
+    if (syscall(SYS_pidfd_send_signal, state->pidfd, SIGKILL, nullptr, 0) != 0)
+    {
+        const int error = errno;
+        state->terminated.store(false);
+        SetLastError(error == ESRCH ? ERROR_ACCESS_DENIED : W32pErrorFromErrno(error));
+        return FALSE;
+    }
+    return TRUE;
+}
+
+DWORD GetCurrentProcessId()
+{
+    return static_cast<DWORD>(getpid());
+}
+
+DWORD WaitForInputIdle(HANDLE process, DWORD)
+{
+    if (process != GetCurrentProcess() && !W32pLookupHandleAs<Process>(process, W32pKind::Process))
+        return WAIT_FAILED;
+    return 0;
+}

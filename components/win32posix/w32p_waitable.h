@@ -1,0 +1,141 @@
+// Internal to win32posix: what every waitable object (event, semaphore, mutex, thread, process) offers to the
+// one wait algorithm of w32p_wait.cpp, and the store of named objects in POSIX shared memory.
+//
+// Each waitable object keeps its state in one 32-bit futex word plus a count of registered sleepers, in
+// memory that every waiter can reach: process memory for unnamed objects, a page of a shared-memory file
+// for named ones. A signal changes the word first and then wakes every sleeper on it; a sleeper registers
+// first and then reads the word, so one of the two always sees the other (both sides are sequentially
+// consistent). Not part of the interface that the library sees.
+#pragma once
+
+#include "w32p_handles.h"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+// Outcome of an attempt to take a waitable object for the calling thread.
+enum class W32pClaim
+{
+    NotReady,  // not signalled; nothing changed
+    Claimed,   // signalled; taken as its kind prescribes (auto-reset cleared, count lowered, mutex owned)
+    Abandoned, // a mutex whose previous owner ended while holding it; the caller now owns it
+};
+
+class W32pWaitable : public W32pObject
+{
+public:
+    // word and sleepers live as long as the object; shared selects futex keys usable between processes.
+    W32pWaitable(W32pKind kind, std::atomic<std::uint32_t>* word, std::atomic<std::uint32_t>* sleepers,
+                 bool shared)
+        : W32pObject(kind), m_word(word), m_sleepers(sleepers), m_shared(shared)
+    {
+    }
+
+    // Takes the object if it is signalled. Called with no lock held; must be atomic on its own.
+    virtual W32pClaim TryClaim() = 0;
+    // The value to sleep on; false when that value already shows the object signalled (then no sleep).
+    virtual bool SleepValue(std::uint32_t& value) = 0;
+    // Called after a wait that slept on this object took another one: passes on a wake that might have been
+    // meant for this object and was swallowed (only the mutex needs it: a dying owner wakes one sleeper).
+    virtual void PassOnWake() {}
+
+    std::atomic<std::uint32_t>* Word() const { return m_word; }
+    std::atomic<std::uint32_t>* Sleepers() const { return m_sleepers; }
+    bool Shared() const { return m_shared; }
+
+    // Wakes every sleeper on the word if there is one; call after changing the word.
+    void WakeAll() const;
+
+private:
+    std::atomic<std::uint32_t>* const m_word; // the futex word; its meaning is per kind
+    std::atomic<std::uint32_t>* const
+        m_sleepers;      // threads (of any process) about to sleep or asleep on m_word
+    const bool m_shared; // futex keys shared between processes (no private flag)
+};
+
+// Wakes all threads sleeping on word.
+void W32pFutexWakeAll(std::atomic<std::uint32_t>* word, bool shared);
+// The waitable object behind handle, including the pseudo handles of the current process and thread (never
+// signalled); null with ERROR_INVALID_HANDLE for anything else.
+std::shared_ptr<W32pWaitable> W32pLookupWaitable(HANDLE handle);
+// The calling thread's kernel thread id.
+std::uint32_t W32pThreadId();
+
+// A named object: a shared-memory file "/dev/shm/w32p.<uid>.<name>" holding a header page (kind, sizes and
+// the object's state) followed, for file mappings, by the section's bytes.
+//
+// Lifetime: each process that holds the object keeps one descriptor of the file with a shared open-file-
+// description lock on byte 0 (the kernel drops it when the process ends, however it ends). A process that
+// drops its last reference upgrades to an exclusive lock without waiting; if that succeeds nobody else holds
+// the object and it removes the file. An opener that gets the exclusive lock on an existing file finds it
+// abandoned by killed holders and removes it first; opens also sweep away, at most once a second, every such
+// abandoned file of the user, so that none stays behind for long. An opener checks after locking that the
+// name still leads to the file it locked, so it never joins a file that is being removed.
+struct W32pNamedHeader
+{
+    std::uint32_t magic;       // kReadyMagic once the creator has set up the object
+    std::uint32_t kind;        // W32pKind of the object
+    std::uint64_t sectionSize; // file mappings: the section size in bytes (a multiple of the page size)
+    std::uint64_t reserved[6]; // keeps the state at offset 64
+    unsigned char state[4032]; // the object's state record
+};
+static_assert(sizeof(W32pNamedHeader) == 4096, "the header is one page");
+
+class W32pNamedSegment
+{
+public:
+    static constexpr std::size_t kHeaderSize = 4096;
+    static constexpr std::uint32_t kReadyMagic = 0x57335032u;
+
+    // Opens the object named name ("Local\" and "Global\" prefixes are dropped) or, with create, makes it
+    // with a section of dataSize bytes after the header and runs init on the fresh header. One segment per
+    // name and process: a second open in the same process shares the first. created tells whether this call
+    // made it. Null with the Win32 error set: ERROR_FILE_NOT_FOUND (unknown name, no create),
+    // ERROR_INVALID_HANDLE (name of another kind), or the error of the failing system call.
+    static std::shared_ptr<W32pNamedSegment> Open(LPCWSTR name, W32pKind kind, bool create,
+                                                  std::uint64_t dataSize,
+                                                  const std::function<void(W32pNamedHeader&)>& init,
+                                                  bool& created);
+    ~W32pNamedSegment();
+    W32pNamedSegment(const W32pNamedSegment&) = delete;
+    W32pNamedSegment& operator=(const W32pNamedSegment&) = delete;
+
+    W32pNamedHeader& Header() const { return *m_header; }
+    int Fd() const { return m_fd; }
+    // The file name under /dev/shm (for tests that look there).
+    const std::string& FileName() const { return m_fileName; }
+
+private:
+    W32pNamedSegment(int fd, W32pNamedHeader* header, std::string fileName)
+        : m_fd(fd), m_header(header), m_fileName(std::move(fileName))
+    {
+    }
+    const int m_fd;                  // holds the shared lock that marks this process as a holder
+    W32pNamedHeader* const m_header; // the header page, mapped shared
+    const std::string m_fileName;
+};
+
+// The prefix of every file of named objects of the calling user under /dev/shm (for tests).
+std::string W32pNamedFilePrefix();
+
+// An object that is signalled once, at its end, and stays so (threads and processes): waits never change it.
+class W32pEndable : public W32pWaitable
+{
+public:
+    W32pEndable(W32pKind kind, std::atomic<std::uint32_t>* word, std::atomic<std::uint32_t>* sleepers)
+        : W32pWaitable(kind, word, sleepers, false)
+    {
+    }
+    W32pClaim TryClaim() override { return Word()->load() ? W32pClaim::Claimed : W32pClaim::NotReady; }
+    bool SleepValue(std::uint32_t& value) override
+    {
+        value = Word()->load();
+        return value == 0;
+    }
+    // STILL_ACTIVE while running, then the exit code; false with the Win32 error set when it cannot be known.
+    virtual bool ExitCode(DWORD& code) const = 0;
+};
