@@ -10,3 +10,4 @@
 #include "w32p_string.h"
 #include "w32p_environment.h"
 #include "w32p_handles.h"
+#include "w32p_interlocked.h"
