@@ -31,8 +31,12 @@ bool CVeLAsyncJobSynchronizer::WaitForJobFinish(int timeout)
     WaitStatusEnum status = WaitError;
     for (;;)
     {
+        // A failing wait function would fail again at once: end the wait instead of spinning on it.
         if (!waitHelper.WaitForMultipleEvents(events, static_cast<DWORD>(timeout), index, status))
-            status = WaitError; // a failed wait leaves the status alone; wait again rather than reuse it
+        {
+            VEL_TRACE(VEL_ERR, "wait for job failed => abort job!");
+            return false;
+        }
         if (status == WaitSignaled)
         {
             switch (index)
