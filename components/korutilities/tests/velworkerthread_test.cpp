@@ -83,6 +83,7 @@ TEST_F(WorkerTest, NotReadyToRunReturnsPromptlyWithoutRunning)
     EXPECT_FALSE(worker.Start(5000));
     EXPECT_FALSE(worker.IsRunning());
     EXPECT_EQ(worker.missions.load(), 0);
+    EXPECT_TRUE(worker.WaitForEnd(5000)); // the thread traces after releasing the start lock
     EXPECT_TRUE(capture.Contains(VEL_ERR, "Thread not ready to run  --> leave thread main loop"));
 }
 
@@ -103,7 +104,9 @@ TEST_F(WorkerTest, StartWithZeroTimeoutMayNotWaitButTheThreadRuns)
     BTraceCapture capture;
     CountingWorker worker;
     if (!worker.Start(0))
+    {
         EXPECT_TRUE(capture.Contains(VEL_ERR, "wait for thread start finish failed"));
+    }
     while (worker.missions == 0)
         std::this_thread::yield();
     EXPECT_TRUE(worker.Stop(5000));
