@@ -37,10 +37,10 @@ void AppendUtf8(std::string& out, char32_t c)
 }
 
 template <typename T>
-void AppendFormatted(std::string& out, const std::string& spec, T value)
+void AppendFormatted(std::string& out, const std::string& conversion, T value)
 {
     char buffer[128];
-    int n = std::snprintf(buffer, sizeof buffer, spec.c_str(), value);
+    int n = std::snprintf(buffer, sizeof buffer, conversion.c_str(), value);
     if (n < 0)
         return;
     if (static_cast<size_t>(n) < sizeof buffer)
@@ -49,7 +49,7 @@ void AppendFormatted(std::string& out, const std::string& spec, T value)
         return;
     }
     std::string big(static_cast<size_t>(n) + 1, '\0');
-    std::snprintf(&big[0], big.size(), spec.c_str(), value);
+    std::snprintf(&big[0], big.size(), conversion.c_str(), value);
     big.resize(static_cast<size_t>(n));
     out += big;
 }
@@ -170,11 +170,11 @@ std::string BTraceFormat(const char* format, const std::uint64_t* args, std::siz
             out.append(start);
             break;
         }
-        std::string spec = "%" + flags;
+        std::string conversion = "%" + flags;
         if (width >= 0)
-            spec += std::to_string(width);
+            conversion += std::to_string(width);
         if (precision >= 0)
-            spec += "." + std::to_string(precision);
+            conversion += "." + std::to_string(precision);
 
         std::uint64_t v = 0;
         if (std::strchr("diuxXocCsSpaAeEfFgGn", conv) != nullptr)
@@ -189,13 +189,13 @@ std::string BTraceFormat(const char* format, const std::uint64_t* args, std::siz
         case 'd':
         case 'i':
             if (bits == 64)
-                AppendFormatted(out, spec + "lld", static_cast<long long>(v));
+                AppendFormatted(out, conversion + "lld", static_cast<long long>(v));
             else if (bits == 16)
-                AppendFormatted(out, spec + "d", static_cast<int>(static_cast<std::int16_t>(v)));
+                AppendFormatted(out, conversion + "d", static_cast<int>(static_cast<std::int16_t>(v)));
             else if (bits == 8)
-                AppendFormatted(out, spec + "d", static_cast<int>(static_cast<std::int8_t>(v)));
+                AppendFormatted(out, conversion + "d", static_cast<int>(static_cast<std::int8_t>(v)));
             else
-                AppendFormatted(out, spec + "d", static_cast<int>(static_cast<std::int32_t>(v)));
+                AppendFormatted(out, conversion + "d", static_cast<int>(static_cast<std::int32_t>(v)));
             break;
         case 'u':
         case 'x':
@@ -206,7 +206,7 @@ std::string BTraceFormat(const char* format, const std::uint64_t* args, std::siz
                               : bits == 16 ? (v & 0xFFFFu)
                               : bits == 8  ? (v & 0xFFu)
                                            : (v & 0xFFFFFFFFu);
-            AppendFormatted(out, spec + "ll" + conv, static_cast<unsigned long long>(u));
+            AppendFormatted(out, conversion + "ll" + conv, static_cast<unsigned long long>(u));
             break;
         }
         case 'c':
@@ -236,7 +236,7 @@ std::string BTraceFormat(const char* format, const std::uint64_t* args, std::siz
             break;
         }
         case 'p':
-            AppendFormatted(out, spec + "p", reinterpret_cast<void*>(static_cast<std::uintptr_t>(v)));
+            AppendFormatted(out, conversion + "p", reinterpret_cast<void*>(static_cast<std::uintptr_t>(v)));
             break;
         case 'a':
         case 'A':
@@ -249,7 +249,7 @@ std::string BTraceFormat(const char* format, const std::uint64_t* args, std::siz
         {
             double d;
             std::memcpy(&d, &v, sizeof d);
-            AppendFormatted(out, spec + conv, d);
+            AppendFormatted(out, conversion + conv, d);
             break;
         }
         case 'n':

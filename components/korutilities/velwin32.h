@@ -10,6 +10,8 @@
 #include <bcrypt.h>
 #include <restartmanager.h>
 #include <shlwapi.h>
+#include <tlhelp32.h>
+#include <psapi.h>
 #else
 #include "win32posix.h"
 #endif

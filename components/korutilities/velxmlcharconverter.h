@@ -1,0 +1,28 @@
+// CVeLXMLCharConverter: the one conversion between the library's wide text and the XML parser's 16-bit
+// characters. Stateless; any thread may call it. Where wchar_t is 16 bits (Windows) the code units are
+// copied unchanged; where it holds UTF-32 (Linux) characters beyond U+FFFF become surrogate pairs on the
+// way in and pairs are joined on the way out. A lone surrogate, or a wide value that is no Unicode
+// character, becomes U+FFFD: never a crash and never a silently shortened text.
+#pragma once
+
+#include "korutilities_export.h"
+
+#include <xercesc/util/XercesDefs.hpp>
+
+#include <cstddef>
+#include <string>
+
+// A parser-side string that owns its characters; c_str() is what the parser's interfaces take.
+using XMLChString = std::basic_string<XMLCh>;
+
+class KORUTILITIES_API CVeLXMLCharConverter
+{
+public:
+    // The parser's 16-bit code units of text.
+    static XMLChString ToXMLCh(const std::wstring& text);
+    static XMLChString ToXMLCh(const wchar_t* text, std::size_t length);
+    // Wide text of a zero-terminated parser string; empty for a null pointer.
+    static std::wstring ToWString(const XMLCh* text);
+    // Wide text of length code units (embedded zeros are kept); empty for a null pointer.
+    static std::wstring ToWString(const XMLCh* text, std::size_t length);
+};

@@ -1,0 +1,51 @@
+// Local time, and the areas that behave as on a machine without windows or registry.
+#include "win32posix.h"
+
+#include <gtest/gtest.h>
+
+#include <ctime>
+
+TEST(LocalTime, MatchesTheCClock)
+{
+    SYSTEMTIME now = {};
+    GetLocalTime(&now);
+    const std::time_t t = std::time(nullptr);
+    struct tm local;
+    localtime_r(&t, &local);
+    EXPECT_EQ(now.wYear, local.tm_year + 1900);
+    EXPECT_EQ(now.wMonth, local.tm_mon + 1);
+    EXPECT_EQ(now.wDayOfWeek, local.tm_wday);
+    EXPECT_LT(now.wMilliseconds, 1000);
+}
+
+BOOL CALLBACK CountWindow(HWND, LPARAM counter)
+{
+    ++*reinterpret_cast<int*>(counter);
+    return TRUE;
+}
+
+TEST(Windows, NoneExistAndMessagesFail)
+{
+    int count = 0;
+    EXPECT_TRUE(EnumWindows(CountWindow, reinterpret_cast<LPARAM>(&count)));
+    EXPECT_TRUE(EnumChildWindows(nullptr, CountWindow, reinterpret_cast<LPARAM>(&count)));
+    EXPECT_EQ(count, 0);
+    EXPECT_FALSE(IsWindow(reinterpret_cast<HWND>(0x10010)));
+    EXPECT_FALSE(PostMessageW(reinterpret_cast<HWND>(0x10010), WM_CLOSE, 0, 0));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_WINDOW_HANDLE));
+    EXPECT_EQ(GetForegroundWindow(), nullptr);
+    DWORD pid = 1;
+    EXPECT_EQ(GetWindowThreadProcessId(reinterpret_cast<HWND>(0x10010), &pid), 0u);
+    EXPECT_EQ(pid, 0u);
+}
+
+TEST(Registry, NotImplemented)
+{
+    HKEY key = nullptr;
+    EXPECT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"Software", 0, KEY_READ, &key), ERROR_CALL_NOT_IMPLEMENTED);
+    EXPECT_EQ(key, nullptr);
+    DWORD size = 0;
+    EXPECT_EQ(RegQueryValueExW(HKEY_CURRENT_USER, L"v", nullptr, nullptr, nullptr, &size),
+              ERROR_CALL_NOT_IMPLEMENTED);
+    EXPECT_EQ(RegEnumKeyW(HKEY_CURRENT_USER, 0, nullptr, 0), ERROR_CALL_NOT_IMPLEMENTED);
+}

@@ -1,0 +1,174 @@
+// Files, directories, attributes and directory search.
+//
+// A file handle owns one Linux file descriptor. Where Linux differs from Windows, and what this layer does:
+// - Sharing: Windows checks share modes on every open; Linux has no such check. Here a handle opened with
+//   share mode 0 holds an exclusive lock of its open file description (flock, which is tied to the open
+//   file description and, unlike fcntl record locks, needs no particular access mode); any other share mode
+//   holds a shared one. So a second exclusive open through this layer fails with ERROR_SHARING_VIOLATION,
+//   also within one process, while programs that do not use this layer are not held back (the locks are
+//   advisory). Share modes other than 0 are not told apart.
+// - Read-only: FILE_ATTRIBUTE_READONLY is "no write permission bit set". Root may write any file on Linux,
+//   so the opening, deleting and truncating calls check the bits themselves: a read-only file refuses
+//   writers with ERROR_ACCESS_DENIED whoever the caller is, as on Windows.
+// - Attributes: FILE_ATTRIBUTE_DIRECTORY from the file type, FILE_ATTRIBUTE_REPARSE_POINT for a symbolic
+//   link (the link itself is described, with DIRECTORY added when it points at a directory), and
+//   FILE_ATTRIBUTE_NORMAL when nothing else applies. Hidden, system and archive bits do not exist here.
+// - Names compare case-insensitively in wildcard searches, as on Windows, while the file system itself stays
+//   case-sensitive.
+// - Directory-change notification and overlapped results are not implemented yet and fail with
+//   ERROR_CALL_NOT_IMPLEMENTED.
+// Handles are thread-safe in the Win32 sense: concurrent ReadFile/WriteFile on one handle share its file
+// position as they would on Windows.
+#pragma once
+
+#include "w32p_base.h"
+
+#ifndef DELETE
+#define DELETE 0x00010000L
+#endif
+#define FILE_READ_DATA 0x0001
+#define FILE_LIST_DIRECTORY 0x0001
+#define FILE_WRITE_DATA 0x0002
+#define FILE_APPEND_DATA 0x0004
+#define FILE_READ_EA 0x0008
+#define FILE_WRITE_EA 0x0010
+#define FILE_READ_ATTRIBUTES 0x0080
+#define FILE_WRITE_ATTRIBUTES 0x0100
+#define FILE_GENERIC_READ 0x00120089L
+#define FILE_GENERIC_WRITE 0x00120116L
+#define FILE_ALL_ACCESS 0x001F01FFL
+
+#define FILE_SHARE_READ 0x00000001
+#define FILE_SHARE_WRITE 0x00000002
+#define FILE_SHARE_DELETE 0x00000004
+
+#define CREATE_NEW 1
+#define CREATE_ALWAYS 2
+#define OPEN_EXISTING 3
+#define OPEN_ALWAYS 4
+#define TRUNCATE_EXISTING 5
+
+#define FILE_ATTRIBUTE_READONLY 0x00000001
+#define FILE_ATTRIBUTE_HIDDEN 0x00000002
+#define FILE_ATTRIBUTE_SYSTEM 0x00000004
+#define FILE_ATTRIBUTE_DIRECTORY 0x00000010
+#define FILE_ATTRIBUTE_ARCHIVE 0x00000020
+#define FILE_ATTRIBUTE_DEVICE 0x00000040
+#define FILE_ATTRIBUTE_NORMAL 0x00000080
+#define FILE_ATTRIBUTE_TEMPORARY 0x00000100
+#define FILE_ATTRIBUTE_REPARSE_POINT 0x00000400
+#define INVALID_FILE_ATTRIBUTES 0xFFFFFFFFu
+#define IO_REPARSE_TAG_SYMLINK 0xA000000Cu
+
+#define FILE_FLAG_WRITE_THROUGH 0x80000000u
+#define FILE_FLAG_OVERLAPPED 0x40000000u
+#define FILE_FLAG_NO_BUFFERING 0x20000000u
+#define FILE_FLAG_RANDOM_ACCESS 0x10000000u
+#define FILE_FLAG_SEQUENTIAL_SCAN 0x08000000u
+#define FILE_FLAG_DELETE_ON_CLOSE 0x04000000u
+#define FILE_FLAG_BACKUP_SEMANTICS 0x02000000u
+
+#define STD_INPUT_HANDLE (static_cast<DWORD>(-10))
+#define STD_OUTPUT_HANDLE (static_cast<DWORD>(-11))
+#define STD_ERROR_HANDLE (static_cast<DWORD>(-12))
+
+#define FILE_NOTIFY_CHANGE_FILE_NAME 0x00000001
+#define FILE_NOTIFY_CHANGE_DIR_NAME 0x00000002
+#define FILE_NOTIFY_CHANGE_ATTRIBUTES 0x00000004
+#define FILE_NOTIFY_CHANGE_SIZE 0x00000008
+#define FILE_NOTIFY_CHANGE_LAST_WRITE 0x00000010
+#define FILE_NOTIFY_CHANGE_LAST_ACCESS 0x00000020
+#define FILE_NOTIFY_CHANGE_CREATION 0x00000040
+#define FILE_NOTIFY_CHANGE_SECURITY 0x00000100
+
+typedef struct _WIN32_FIND_DATAW
+{
+    DWORD dwFileAttributes;
+    FILETIME ftCreationTime;
+    FILETIME ftLastAccessTime;
+    FILETIME ftLastWriteTime;
+    DWORD nFileSizeHigh;
+    DWORD nFileSizeLow;
+    DWORD dwReserved0; // reparse tag (IO_REPARSE_TAG_SYMLINK) when FILE_ATTRIBUTE_REPARSE_POINT is set
+    DWORD dwReserved1;
+    WCHAR cFileName[MAX_PATH];
+    WCHAR cAlternateFileName[14];
+} WIN32_FIND_DATAW, *PWIN32_FIND_DATAW, *LPWIN32_FIND_DATAW;
+
+typedef struct _WIN32_FILE_ATTRIBUTE_DATA
+{
+    DWORD dwFileAttributes;
+    FILETIME ftCreationTime;
+    FILETIME ftLastAccessTime;
+    FILETIME ftLastWriteTime;
+    DWORD nFileSizeHigh;
+    DWORD nFileSizeLow;
+} WIN32_FILE_ATTRIBUTE_DATA, *LPWIN32_FILE_ATTRIBUTE_DATA;
+
+typedef enum _GET_FILEEX_INFO_LEVELS
+{
+    GetFileExInfoStandard,
+    GetFileExMaxInfoLevel
+} GET_FILEEX_INFO_LEVELS;
+
+typedef void (*LPOVERLAPPED_COMPLETION_ROUTINE)(DWORD errorCode, DWORD bytesTransferred,
+                                                LPOVERLAPPED overlapped);
+
+// Opens or creates a file (or, with FILE_FLAG_BACKUP_SEMANTICS, a directory). Failure:
+// INVALID_HANDLE_VALUE with ERROR_FILE_NOT_FOUND / ERROR_PATH_NOT_FOUND, ERROR_FILE_EXISTS (CREATE_NEW),
+// ERROR_ACCESS_DENIED (no permission, a read-only file opened for writing, a directory without
+// FILE_FLAG_BACKUP_SEMANTICS), ERROR_SHARING_VIOLATION, ERROR_INVALID_PARAMETER (bad disposition,
+// TRUNCATE_EXISTING without write access). CREATE_ALWAYS and OPEN_ALWAYS on an existing file succeed with
+// ERROR_ALREADY_EXISTS; otherwise a success leaves the last error 0. New files get permission 0666 less the
+// umask; FILE_ATTRIBUTE_READONLY in the attributes makes them 0444 less the umask. The security
+// attributes and the template are ignored.
+W32P_API HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD shareMode,
+                            LPSECURITY_ATTRIBUTES securityAttributes, DWORD creationDisposition,
+                            DWORD flagsAndAttributes, HANDLE templateFile);
+// Reads up to toRead bytes (fewer only at the end of the file or from a pipe or terminal). An OVERLAPPED
+// gives the file offset to read at, as for a synchronous handle on Windows. A handle opened without read
+// access fails with ERROR_ACCESS_DENIED.
+W32P_API BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read, LPOVERLAPPED overlapped);
+// Writes all toWrite bytes or fails (ERROR_DISK_FULL, ERROR_ACCESS_DENIED without write access, ...).
+W32P_API BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD written, LPOVERLAPPED overlapped);
+// STD_INPUT_HANDLE, STD_OUTPUT_HANDLE or STD_ERROR_HANDLE: a handle for descriptor 0, 1 or 2, the same
+// value on every call while it stays open. Another value: INVALID_HANDLE_VALUE with ERROR_INVALID_HANDLE.
+W32P_API HANDLE GetStdHandle(DWORD which);
+
+// ERROR_ALREADY_EXISTS for any existing object at the path, ERROR_PATH_NOT_FOUND when a parent is missing.
+W32P_API BOOL CreateDirectoryW(LPCWSTR pathName, LPSECURITY_ATTRIBUTES securityAttributes);
+// INVALID_FILE_ATTRIBUTES with ERROR_FILE_NOT_FOUND / ERROR_PATH_NOT_FOUND for a missing object.
+W32P_API DWORD GetFileAttributesW(LPCWSTR fileName);
+W32P_API BOOL GetFileAttributesExW(LPCWSTR fileName, GET_FILEEX_INFO_LEVELS infoLevel, LPVOID information);
+// Only FILE_ATTRIBUTE_READONLY has an effect: set, it removes every write permission bit; clear
+// (FILE_ATTRIBUTE_NORMAL, or any value without it), it gives the owner write permission back. The other
+// attributes are accepted and ignored. A symbolic link is followed.
+W32P_API BOOL SetFileAttributesW(LPCWSTR fileName, DWORD attributes);
+// Removes a file or a symbolic link. A read-only file or a directory: ERROR_ACCESS_DENIED.
+W32P_API BOOL DeleteFileW(LPCWSTR fileName);
+// Removes an empty directory, or a symbolic link to a directory as a link (its target is untouched).
+// Not empty: ERROR_DIR_NOT_EMPTY; not a directory: ERROR_DIRECTORY; a read-only directory:
+// ERROR_ACCESS_DENIED.
+W32P_API BOOL RemoveDirectoryW(LPCWSTR pathName);
+// FILE_ATTRIBUTE_DIRECTORY (non-zero) when the path names a directory (links followed), FALSE otherwise.
+W32P_API BOOL PathIsDirectoryW(LPCWSTR path);
+// TRUE only for a directory without entries other than "." and "..".
+W32P_API BOOL PathIsDirectoryEmptyW(LPCWSTR path);
+
+// Wildcard search ("*" any run of characters, "?" one character) in the directory part of pattern. "." and
+// ".." come first, then the other names in case-insensitive order. No match: ERROR_FILE_NOT_FOUND; a
+// missing directory: ERROR_PATH_NOT_FOUND; a pattern ending in a separator: ERROR_FILE_NOT_FOUND.
+W32P_API HANDLE FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData);
+// FALSE with ERROR_NO_MORE_FILES after the last entry.
+W32P_API BOOL FindNextFileW(HANDLE findFile, LPWIN32_FIND_DATAW findData);
+W32P_API BOOL FindClose(HANDLE findFile);
+
+// Not implemented yet: FALSE with ERROR_CALL_NOT_IMPLEMENTED.
+W32P_API BOOL ReadDirectoryChangesW(HANDLE directory, LPVOID buffer, DWORD bufferLength, BOOL watchSubtree,
+                                    DWORD notifyFilter, LPDWORD bytesReturned, LPOVERLAPPED overlapped,
+                                    LPOVERLAPPED_COMPLETION_ROUTINE completionRoutine);
+W32P_API BOOL GetOverlappedResult(HANDLE file, LPOVERLAPPED overlapped, LPDWORD transferred, BOOL wait);
+
+// For other areas of this layer (file-backed mappings): the descriptor behind a file handle, or -1 with
+// ERROR_INVALID_HANDLE. The descriptor stays owned by the handle.
+W32P_API int W32pFileDescriptorOfHandle(HANDLE file);
