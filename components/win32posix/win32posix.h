@@ -10,6 +10,7 @@
 #include "w32p_string.h"
 #include "w32p_environment.h"
 #include "w32p_handles.h"
+#include "w32p_interlocked.h"
 #include "w32p_file.h"
 #include "w32p_crypto.h"
 #include "w32p_restartmanager.h"
