@@ -1,0 +1,344 @@
+// The shared-memory text channel: its wire format, its limits, two real processes, and each facade
+// operation failing in turn.
+#include "childprocess.h"
+#include "fakewinapiwrapper.h"
+#include "korutilitesbtracedef.h"
+#include "velcmdinterfacesharedmemimpl.h"
+#include "velcmdinterfacesharedmemoryhandler.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+namespace
+{
+
+std::wstring UniqueName(const char* stem)
+{
+    static int counter = 0;
+    return std::wstring(stem, stem + std::strlen(stem)) + L"_" + std::to_wstring(getpid()) + L"_" +
+           std::to_wstring(++counter);
+}
+
+std::string Narrow(const std::wstring& w)
+{
+    return std::string(w.begin(), w.end());
+}
+std::wstring Wide(const std::string& s)
+{
+    return std::wstring(s.begin(), s.end());
+}
+
+// Text that travels as 2-, 3- and 4-byte UTF-8 sequences.
+const std::wstring kNonAscii = L"Gr\u00FC\u00DFe \u2013 \u65E5\u672C \U0001F600 \u00E9t\u00E9";
+
+const char* const kNotValid = "Shared Memory Handle is not valid";
+
+class SharedMemoryChannel : public ::testing::Test
+{
+protected:
+    void SetUp() override { BTraceSetLevel(&g_korutilitiesTraceModule, BTRACE_DBG3); }
+    void TearDown() override { BTraceSetLevel(&g_korutilitiesTraceModule, BTRACE_WRN); }
+
+    // The raw bytes of the block as another process would see them.
+    static std::vector<unsigned char> RawBlock(const std::wstring& name)
+    {
+        CVeLWinAPIWrapper api;
+        HANDLE mapping = api.WAPI_OpenFileMapping(FILE_MAP_ALL_ACCESS, FALSE, name.c_str());
+        if (mapping == nullptr)
+            return {};
+        auto* view = static_cast<unsigned char*>(api.WAPI_MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, 0));
+        std::vector<unsigned char> bytes(view, view + CVeLCmdInterfaceSharedMemoryImpl::kBlockSize);
+        api.WAPI_UnmapViewOfFile(view);
+        api.WAPI_CloseHandle(mapping);
+        return bytes;
+    }
+};
+
+TEST_F(SharedMemoryChannel, RoundTripsTextAndKeepsItUntilOverwrittenOrCleared)
+{
+    CVeLCmdInterfaceSharedMemoryHandler channel(true, UniqueName("chan_roundtrip"));
+    ASSERT_TRUE(channel.IsSharedMemoryAvailable());
+    std::wstring text = L"stale";
+    ASSERT_TRUE(channel.ReadDataFromMemory(text));
+    EXPECT_EQ(text, L""); // a new block is zero-filled
+
+    ASSERT_TRUE(channel.WriteDataToMemory(kNonAscii));
+    ASSERT_TRUE(channel.ReadDataFromMemory(text));
+    EXPECT_EQ(text, kNonAscii);
+    ASSERT_TRUE(channel.ReadDataFromMemory(text)); // reading does not consume
+    EXPECT_EQ(text, kNonAscii);
+
+    ASSERT_TRUE(channel.ClearDataMemory());
+    ASSERT_TRUE(channel.ReadDataFromMemory(text));
+    EXPECT_EQ(text, L"");
+}
+
+TEST_F(SharedMemoryChannel, ShorterTextAfterLongerKeepsRemainsBehindTheLength)
+{
+    const std::wstring name = UniqueName("chan_shorter");
+    CVeLCmdInterfaceSharedMemoryHandler channel(true, name);
+    ASSERT_TRUE(channel.WriteDataToMemory(L"abcdef"));
+    ASSERT_TRUE(channel.WriteDataToMemory(L"xyz"));
+    std::wstring text;
+    ASSERT_TRUE(channel.ReadDataFromMemory(text));
+    EXPECT_EQ(text, L"xyz");
+
+    const std::vector<unsigned char> raw = RawBlock(name);
+    ASSERT_EQ(raw.size(), 65537u);
+    EXPECT_EQ(raw[0], 3);
+    EXPECT_EQ(raw[1], 0);
+    EXPECT_EQ(std::string(raw.begin() + 2, raw.begin() + 8), "xyzdef");
+}
+
+TEST_F(SharedMemoryChannel, AcceptsExactly65535BytesAndRefuses65536Whole)
+{
+    const std::wstring name = UniqueName("chan_limit");
+    CVeLCmdInterfaceSharedMemoryHandler channel(true, name);
+    const std::wstring longest = std::wstring(65533, L'a') + L"\u00E9"; // 65533 + 2 UTF-8 bytes
+    ASSERT_TRUE(channel.WriteDataToMemory(longest));
+    std::wstring text;
+    ASSERT_TRUE(channel.ReadDataFromMemory(text));
+    EXPECT_EQ(text, longest);
+    std::vector<unsigned char> before = RawBlock(name);
+    EXPECT_EQ(before[0], 0xFF);
+    EXPECT_EQ(before[1], 0xFF);
+
+    BTraceCapture capture;
+    const std::wstring tooLong = std::wstring(65534, L'b') + L"\u00E9"; // 65536 bytes
+    EXPECT_FALSE(channel.WriteDataToMemory(tooLong));
+    EXPECT_TRUE(capture.Contains(VEL_ERR, "Too many data to write"));
+    EXPECT_EQ(RawBlock(name), before);
+
+    ASSERT_TRUE(channel.WriteDataToMemory(L"short"));
+    EXPECT_FALSE(channel.WriteDataToMemory(std::wstring(70000, L'c')));
+    ASSERT_TRUE(channel.ReadDataFromMemory(text));
+    EXPECT_EQ(text, L"short");
+}
+
+TEST_F(SharedMemoryChannel, EmbeddedZeroEndsTheText)
+{
+    CVeLCmdInterfaceSharedMemoryHandler channel(true, UniqueName("chan_zero"));
+    ASSERT_TRUE(channel.WriteDataToMemory(std::wstring(L"abc\0def", 7)));
+    std::wstring text;
+    ASSERT_TRUE(channel.ReadDataFromMemory(text));
+    EXPECT_EQ(text, L"abc");
+}
+
+TEST_F(SharedMemoryChannel, OpeningAnUnknownNameLeavesAnUnusableChannel)
+{
+    BTraceCapture capture;
+    const std::wstring name = UniqueName("chan_unknown");
+    CVeLCmdInterfaceSharedMemoryHandler channel(false, name);
+    EXPECT_FALSE(channel.IsSharedMemoryAvailable());
+    EXPECT_EQ(channel.GetSharedMemoryName(), name);
+    EXPECT_TRUE(
+        capture.Contains(VEL_ERR, "Shared Memory could not be created or opened (code = 0x00000002!)"));
+    std::wstring text = L"untouched";
+    EXPECT_FALSE(channel.ReadDataFromMemory(text));
+    EXPECT_FALSE(channel.WriteDataToMemory(L"x"));
+    EXPECT_FALSE(channel.ClearDataMemory());
+    EXPECT_EQ(text, L"untouched");
+    EXPECT_EQ(capture.Count(VEL_ERR, kNotValid), 3u);
+}
+
+TEST_F(SharedMemoryChannel, RefusesAnObjectOfTheNameThatIsSmallerThanTheBlock)
+{
+    const std::wstring name = UniqueName("chan_small");
+    CVeLWinAPIWrapper api;
+    HANDLE small =
+        api.WAPI_CreateFileMapping(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 4096, name.c_str());
+    ASSERT_NE(small, nullptr);
+    BTraceCapture capture;
+    CVeLCmdInterfaceSharedMemoryHandler opened(false, name);
+    CVeLCmdInterfaceSharedMemoryHandler joined(true, name);
+    EXPECT_FALSE(opened.IsSharedMemoryAvailable());
+    EXPECT_FALSE(joined.IsSharedMemoryAvailable());
+    EXPECT_EQ(capture.Count(VEL_ERR, "Shared Memory is smaller than the command block (4096 bytes)!"), 2u);
+    EXPECT_FALSE(joined.WriteDataToMemory(std::wstring(5000, L'x')));
+    api.WAPI_CloseHandle(small);
+}
+
+// The child opens the block by name, checks the parent's text and answers with its own.
+KOR_CHILD_ROLE(channel_peer)
+{
+    CVeLCmdInterfaceSharedMemoryHandler channel(false, Wide(kortest::ChildParameter("CHANNEL_NAME")));
+    std::wstring text;
+    if (!channel.IsSharedMemoryAvailable() || !channel.ReadDataFromMemory(text))
+        return 2;
+    if (text != kNonAscii)
+        return 3;
+    return channel.WriteDataToMemory(L"answer \u00FC\u65E5 from " + std::to_wstring(getpid())) ? 0 : 4;
+}
+
+TEST_F(SharedMemoryChannel, CarriesTextBothWaysBetweenTwoProcesses)
+{
+    const std::wstring name = UniqueName("chan_peer");
+    CVeLCmdInterfaceSharedMemoryHandler channel(true, name);
+    ASSERT_TRUE(channel.WriteDataToMemory(kNonAscii));
+    const pid_t child = kortest::StartChild("channel_peer", {"CHANNEL_NAME=" + Narrow(name)});
+    ASSERT_EQ(kortest::WaitChild(child), 0);
+    std::wstring text;
+    ASSERT_TRUE(channel.ReadDataFromMemory(text));
+    EXPECT_EQ(text, L"answer \u00FC\u65E5 from " + std::to_wstring(child));
+}
+
+// ---- A replacement facade -------------------------------------------------------------------------------
+
+class SharedMemoryChannelFacade : public SharedMemoryChannel
+{
+protected:
+    std::shared_ptr<CFakeWinAPIWrapper> fake = std::make_shared<CFakeWinAPIWrapper>();
+};
+
+TEST_F(SharedMemoryChannelFacade, FailedCreateOrOpenIsTracedWithTheLastError)
+{
+    fake->OnCreateFileMapping = [](HANDLE, LPSECURITY_ATTRIBUTES, DWORD, DWORD, DWORD, LPCWSTR) -> HANDLE
+    {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return nullptr;
+    };
+    fake->OnOpenFileMapping = [](DWORD, BOOL, LPCWSTR) -> HANDLE
+    {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return nullptr;
+    };
+    BTraceCapture capture;
+    CVeLCmdInterfaceSharedMemoryImpl created(fake, true, UniqueName("chan_fail_create"));
+    CVeLCmdInterfaceSharedMemoryImpl opened(fake, false, UniqueName("chan_fail_open"));
+    EXPECT_FALSE(created.IsSharedMemoryAvailable());
+    EXPECT_FALSE(opened.IsSharedMemoryAvailable());
+    EXPECT_TRUE(
+        capture.Contains(VEL_ERR, "Shared Memory could not be created or opened (code = 0x00000005!)"));
+    EXPECT_TRUE(
+        capture.Contains(VEL_ERR, "Shared Memory could not be created or opened (code = 0x00000006!)"));
+    EXPECT_FALSE(created.ClearDataMemory());
+    EXPECT_TRUE(capture.Contains(VEL_ERR, kNotValid));
+    EXPECT_EQ(fake->CallCount("MapViewOfFile"), 0u);
+}
+
+TEST_F(SharedMemoryChannelFacade, CreatesThePagingFileBlockWithTheExpectedArguments)
+{
+    DWORD protect = 0, high = 1, low = 0;
+    HANDLE file = nullptr;
+    fake->OnCreateFileMapping = [&](HANDLE f, LPSECURITY_ATTRIBUTES a, DWORD p, DWORD h, DWORD l, LPCWSTR n)
+    {
+        file = f, protect = p, high = h, low = l;
+        return CVeLWinAPIWrapper().WAPI_CreateFileMapping(f, a, p, h, l, n);
+    };
+    DWORD access = 0;
+    fake->OnOpenFileMapping = [&](DWORD a, BOOL i, LPCWSTR n)
+    {
+        access = a;
+        return CVeLWinAPIWrapper().WAPI_OpenFileMapping(a, i, n);
+    };
+    const std::wstring name = UniqueName("chan_args");
+    CVeLCmdInterfaceSharedMemoryImpl created(fake, true, name);
+    CVeLCmdInterfaceSharedMemoryImpl opened(fake, false, name);
+    EXPECT_EQ(file, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(protect, static_cast<DWORD>(PAGE_READWRITE));
+    EXPECT_EQ(high, 0u);
+    EXPECT_EQ(low, 65537u);
+    EXPECT_EQ(access, 0xF001Fu);
+
+    fake->ClearCalls();
+    ASSERT_TRUE(opened.WriteDataToMemory(L"x"));
+    ASSERT_TRUE(created.ClearDataMemory());
+    EXPECT_EQ(fake->Calls(), (std::vector<std::string>{"MapViewOfFile", "UnmapViewOfFile", "MapViewOfFile"}));
+}
+
+TEST_F(SharedMemoryChannelFacade, FailedMapOrUnmapFailsEachOperationWithItsMessage)
+{
+    const std::wstring name = UniqueName("chan_map");
+    CVeLCmdInterfaceSharedMemoryImpl channel(fake, true, name);
+    ASSERT_TRUE(channel.WriteDataToMemory(L"kept"));
+
+    fake->OnMapViewOfFile = [](HANDLE, DWORD, DWORD, DWORD, SIZE_T) -> LPVOID
+    {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    };
+    BTraceCapture capture;
+    std::wstring text;
+    EXPECT_FALSE(channel.ReadDataFromMemory(text));
+    EXPECT_FALSE(channel.WriteDataToMemory(L"lost"));
+    EXPECT_FALSE(channel.ClearDataMemory());
+    EXPECT_EQ(capture.Count(VEL_ERR, "MapViewOfFile failed (code= 0x00000008)!"), 3u);
+    fake->OnMapViewOfFile = nullptr;
+
+    fake->OnUnmapViewOfFile = [](LPCVOID address) -> BOOL
+    {
+        CVeLWinAPIWrapper().WAPI_UnmapViewOfFile(address);
+        SetLastError(ERROR_INVALID_ADDRESS);
+        return FALSE;
+    };
+    EXPECT_FALSE(channel.ReadDataFromMemory(text));
+    EXPECT_EQ(text, L"kept");
+    EXPECT_FALSE(channel.WriteDataToMemory(L"new"));
+    EXPECT_EQ(capture.Count(VEL_ERR, "UnMapViewOfFile failed (code= 0x000001E7)!"), 2u);
+}
+
+TEST_F(SharedMemoryChannelFacade, UnknownBlockSizeStillLeavesAUsableChannel)
+{
+    fake->OnNTGetSizeOfSharedMemory = [](HANDLE) { return CVeLResult<__int64>(); };
+    BTraceCapture capture;
+    CVeLCmdInterfaceSharedMemoryImpl channel(fake, true, UniqueName("chan_size"));
+    EXPECT_TRUE(capture.Contains(VEL_WRN, "Size of Shared Memory unknown, used as it is"));
+    EXPECT_TRUE(channel.WriteDataToMemory(L"ok"));
+}
+
+TEST_F(SharedMemoryChannelFacade, WithoutAFacadeEveryOperationFails)
+{
+    BTraceCapture capture;
+    CVeLCmdInterfaceSharedMemoryImpl channel(nullptr, true, UniqueName("chan_nofacade"));
+    std::wstring text;
+    EXPECT_FALSE(channel.IsSharedMemoryAvailable());
+    EXPECT_FALSE(channel.WriteDataToMemory(L"x"));
+    EXPECT_FALSE(channel.ReadDataFromMemory(text));
+    EXPECT_EQ(capture.Count(VEL_ERR, kNotValid), 2u);
+}
+
+// Every system object the channel uses comes from the facade: with a facade that serves the block from
+// test memory, the channel works and no real object of that name exists.
+TEST_F(SharedMemoryChannelFacade, ReachesTheSystemOnlyThroughTheFacade)
+{
+    std::vector<unsigned char> block(69632, 0xEE);
+    HANDLE const fakeHandle = reinterpret_cast<HANDLE>(0x7770);
+    int mapped = 0;
+    fake->OnCreateFileMapping = [&](HANDLE, LPSECURITY_ATTRIBUTES, DWORD, DWORD, DWORD, LPCWSTR)
+    { return fakeHandle; };
+    fake->OnNTGetSizeOfSharedMemory = [&](HANDLE h)
+    { return CVeLResult<__int64>(h == fakeHandle, static_cast<__int64>(block.size())); };
+    fake->OnMapViewOfFile = [&](HANDLE h, DWORD, DWORD, DWORD, SIZE_T) -> LPVOID
+    {
+        ++mapped;
+        return h == fakeHandle ? block.data() : nullptr;
+    };
+    fake->OnUnmapViewOfFile = [&](LPCVOID address) -> BOOL
+    {
+        --mapped;
+        return address == block.data();
+    };
+    bool closed = false;
+    fake->OnCloseHandle = [&](HANDLE h) -> BOOL { return closed = (h == fakeHandle); };
+
+    const std::wstring name = UniqueName("chan_fakeonly");
+    {
+        CVeLCmdInterfaceSharedMemoryImpl channel(fake, true, name);
+        ASSERT_TRUE(channel.WriteDataToMemory(L"\u00FCber"));
+        EXPECT_EQ(std::vector<unsigned char>(block.begin(), block.begin() + 7),
+                  (std::vector<unsigned char>{5, 0, 0xC3, 0xBC, 'b', 'e', 'r'}));
+        std::wstring text;
+        ASSERT_TRUE(channel.ReadDataFromMemory(text));
+        EXPECT_EQ(text, L"\u00FCber");
+        EXPECT_EQ(mapped, 0);
+        CVeLWinAPIWrapper real;
+        EXPECT_EQ(real.WAPI_OpenFileMapping(FILE_MAP_ALL_ACCESS, FALSE, name.c_str()), nullptr);
+    }
+    EXPECT_TRUE(closed);
+}
+
+} // namespace

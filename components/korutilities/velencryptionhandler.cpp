@@ -1,0 +1,61 @@
+#include "velencryptionhandler.h"
+#include "korutilitesbtracedef.h"
+#include "velencryptionhandlerimpl.h"
+#include "velwinapiwrapper.h"
+
+CVeLEncryptionHandler::CVeLEncryptionHandler(const std::wstring& key)
+    : m_impl(new CVeLEncryptionHandlerImpl(std::make_shared<CVeLWinAPIWrapper>(), key))
+{
+}
+
+CVeLEncryptionHandler::CVeLEncryptionHandler(const CVeLByteArray& key)
+    : m_impl(new CVeLEncryptionHandlerImpl(std::make_shared<CVeLWinAPIWrapper>(), key))
+{
+}
+
+CVeLEncryptionHandler::CVeLEncryptionHandler(unsigned char* const key, ULONG keySize)
+    : m_impl(new CVeLEncryptionHandlerImpl(std::make_shared<CVeLWinAPIWrapper>(), key, keySize))
+{
+}
+
+CVeLEncryptionHandler::~CVeLEncryptionHandler() {}
+
+CVeLResult<CVeLByteArray> CVeLEncryptionHandler::EncryptBytes(unsigned char* const data, ULONG size) const
+{
+    if (!m_impl)
+    {
+        VEL_TRACE(VEL_ERR, "Invalid initialization");
+        return CVeLResult<CVeLByteArray>();
+    }
+    return m_impl->EncryptBytes(data, size);
+}
+
+CVeLResult<CVeLByteArray> CVeLEncryptionHandler::EncryptBytes(const CVeLByteArray& data) const
+{
+    if (!m_impl)
+    {
+        VEL_TRACE(VEL_ERR, "Invalid initialization");
+        return CVeLResult<CVeLByteArray>();
+    }
+    return m_impl->EncryptBytes(data);
+}
+
+CVeLResult<CVeLByteArray> CVeLEncryptionHandler::DecryptBytes(unsigned char* const data, ULONG size) const
+{
+    if (!m_impl)
+    {
+        VEL_TRACE(VEL_ERR, "Invalid initialization");
+        return CVeLResult<CVeLByteArray>();
+    }
+    return m_impl->DecryptBytes(data, size);
+}
+
+CVeLResult<CVeLByteArray> CVeLEncryptionHandler::DecryptBytes(const CVeLByteArray& data) const
+{
+    if (!m_impl)
+    {
+        VEL_TRACE(VEL_ERR, "Invalid initialization");
+        return CVeLResult<CVeLByteArray>();
+    }
+    return m_impl->DecryptBytes(data);
+}
