@@ -124,7 +124,9 @@ bool CVeLCmdInterfaceSharedMemoryImpl::ReadDataFromMemory(std::wstring& text) co
         return false;
     const std::size_t length = static_cast<std::size_t>(view[0]) | (static_cast<std::size_t>(view[1]) << 8);
     // Copied out first: the other process may write while the text is converted.
-    std::vector<char> copy(view + kLengthFieldSize, view + kLengthFieldSize + length);
+    std::vector<char> copy(length);
+    if (length != 0)
+        std::memcpy(copy.data(), view + kLengthFieldSize, length);
     CVeLStringConverter::ConvertUTF8Chars2StdWString(copy.data(), copy.size(), text);
     return UnmapBlock(const_cast<unsigned char*>(view));
 }

@@ -10,6 +10,7 @@
 
 #include <map>
 #include <mutex>
+#include <vector>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -18,17 +19,30 @@ namespace
 
 constexpr std::uint64_t kPage = 4096;
 
+// One mapping of a paging-file-backed section that is handed out again for every view of the same
+// range and access. Mapping and unmapping per view costs a system call pair and a page fault per page
+// touched; the command channel maps its block on every read and write.
+struct SharedView
+{
+    std::uint64_t offset;
+    std::size_t length;
+    int protection;
+    void* address;
+};
+
 class Section : public W32pObject
 {
 public:
     Section(int fd, std::uint64_t dataOffset, std::uint64_t size, bool writable,
-            std::shared_ptr<W32pNamedSegment> segment)
+            std::shared_ptr<W32pNamedSegment> segment, bool pagingFile)
         : W32pObject(W32pKind::FileMapping), fd(fd), dataOffset(dataOffset), size(size), writable(writable),
-          segment(std::move(segment))
+          pagingFile(pagingFile), segment(std::move(segment))
     {
     }
     ~Section() override
     {
+        for (const SharedView& view : sharedViews)
+            munmap(view.address, view.length);
         if (!segment)
             close(fd);
     }
@@ -36,13 +50,18 @@ public:
     const std::uint64_t dataOffset; // where the section's bytes start in fd
     const std::uint64_t size;       // section size, a multiple of the page size
     const bool writable;            // created with a protection that allows writing
+    const bool pagingFile;          // not over a file: its views may be shared and kept mapped
     const std::shared_ptr<W32pNamedSegment> segment; // named sections only
+    std::mutex sharedLock;                           // guards sharedViews
+    std::vector<SharedView> sharedViews;             // mapped until the section ends
 };
 
 struct View
 {
     std::size_t length;
     std::shared_ptr<Section> section; // a view keeps its section (and so its name) alive
+    bool shared;                      // one of the section's shared views: not unmapped on its own
+    std::size_t references;           // MapViewOfFile calls that returned this address and are not unmapped
 };
 
 struct Views
@@ -56,7 +75,6 @@ Views& TheViews()
     static Views* views = new Views; // never destroyed: views may be unmapped during exit
     return *views;
 }
-
 HANDLE InsertSection(std::shared_ptr<Section> section, bool created)
 {
     HANDLE handle = W32pInsertHandle(std::move(section));
@@ -109,7 +127,41 @@ HANDLE CreateFileSection(HANDLE file, bool writable, std::uint64_t requested, LP
         W32pSetLastErrorFromErrno();
         return nullptr;
     }
-    return InsertSection(std::make_shared<Section>(fd, 0, size, writable, nullptr), true);
+    return InsertSection(std::make_shared<Section>(fd, 0, size, writable, nullptr, false), true);
+}
+
+// A view of a paging-file-backed section: the section's mapping of that range and access, made on first
+// use and kept until the section ends.
+LPVOID MapSharedView(std::shared_ptr<Section> section, std::uint64_t offset, std::size_t length,
+                     int protection)
+{
+    void* address = nullptr;
+    {
+        std::lock_guard<std::mutex> guard(section->sharedLock);
+        for (const SharedView& shared : section->sharedViews)
+            if (shared.offset == offset && shared.length == length && shared.protection == protection)
+                address = shared.address;
+        if (address == nullptr)
+        {
+            address = mmap(nullptr, length, protection, MAP_SHARED, section->fd,
+                           static_cast<off_t>(section->dataOffset + offset));
+            if (address == MAP_FAILED)
+            {
+                W32pSetLastErrorFromErrno();
+                return nullptr;
+            }
+            section->sharedViews.push_back(SharedView{offset, length, protection, address});
+        }
+    }
+    Views& views = TheViews();
+    std::lock_guard<std::mutex> guard(views.lock);
+    auto found = views.byAddress.find(reinterpret_cast<std::uintptr_t>(address));
+    if (found != views.byAddress.end())
+        ++found->second.references;
+    else
+        views.byAddress[reinterpret_cast<std::uintptr_t>(address)] =
+            View{length, std::move(section), true, 1};
+    return address;
 }
 
 } // namespace
@@ -143,7 +195,7 @@ HANDLE CreateFileMappingW(HANDLE file, LPSECURITY_ATTRIBUTES, DWORD protect, DWO
             return nullptr;
         const std::uint64_t existing = segment->Header().sectionSize;
         return InsertSection(std::make_shared<Section>(segment->Fd(), W32pNamedSegment::kHeaderSize, existing,
-                                                       writable, segment),
+                                                       writable, segment, true),
                              created);
     }
     const int fd = memfd_create("w32p-section", MFD_CLOEXEC);
@@ -158,7 +210,7 @@ HANDLE CreateFileMappingW(HANDLE file, LPSECURITY_ATTRIBUTES, DWORD protect, DWO
         close(fd);
         return nullptr;
     }
-    return InsertSection(std::make_shared<Section>(fd, 0, size, writable, nullptr), true);
+    return InsertSection(std::make_shared<Section>(fd, 0, size, writable, nullptr, true), true);
 }
 
 HANDLE OpenFileMappingW(DWORD desiredAccess, BOOL, LPCWSTR name)
@@ -181,7 +233,7 @@ HANDLE OpenFileMappingW(DWORD desiredAccess, BOOL, LPCWSTR name)
     const bool writable = desiredAccess == FILE_MAP_ALL_ACCESS ||
                           (desiredAccess & (FILE_MAP_WRITE | GENERIC_WRITE | GENERIC_ALL)) != 0;
     return InsertSection(std::make_shared<Section>(segment->Fd(), W32pNamedSegment::kHeaderSize,
-                                                   segment->Header().sectionSize, writable, segment),
+                                                   segment->Header().sectionSize, writable, segment, true),
                          true);
 }
 
@@ -212,6 +264,8 @@ LPVOID MapViewOfFile(HANDLE mapping, DWORD desiredAccess, DWORD fileOffsetHigh, 
         return nullptr;
     }
     const int protection = (write || copy) ? PROT_READ | PROT_WRITE : PROT_READ;
+    if (!copy && section->pagingFile)
+        return MapSharedView(std::move(section), offset, length, protection);
     void* address = mmap(nullptr, length, protection, copy ? MAP_PRIVATE : MAP_SHARED, section->fd,
                          static_cast<off_t>(section->dataOffset + offset));
     if (address == MAP_FAILED)
@@ -221,7 +275,7 @@ LPVOID MapViewOfFile(HANDLE mapping, DWORD desiredAccess, DWORD fileOffsetHigh, 
     }
     Views& views = TheViews();
     std::lock_guard<std::mutex> guard(views.lock);
-    views.byAddress[reinterpret_cast<std::uintptr_t>(address)] = View{length, std::move(section)};
+    views.byAddress[reinterpret_cast<std::uintptr_t>(address)] = View{length, std::move(section), false, 1};
     return address;
 }
 
@@ -237,11 +291,14 @@ BOOL UnmapViewOfFile(LPCVOID baseAddress)
             SetLastError(ERROR_INVALID_ADDRESS);
             return FALSE;
         }
+        if (--found->second.references != 0)
+            return TRUE;
         view = std::move(found->second);
         views.byAddress.erase(found);
     }
-    munmap(const_cast<void*>(baseAddress), view.length);
-    return TRUE; // the section may end here, outside the lock
+    if (!view.shared)
+        munmap(const_cast<void*>(baseAddress), view.length);
+    return TRUE; // the section (and with it its shared views) may end here, outside the lock
 }
 
 bool W32pQuerySectionSize(HANDLE mapping, ULONGLONG& size)

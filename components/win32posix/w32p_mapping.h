@@ -6,8 +6,12 @@
 // same object) and live in POSIX shared memory; unnamed ones in a memfd. A view keeps its section alive after
 // the handle is closed, as on Windows. A section over a file handle maps the file itself (its size, or the
 // requested size, to which a writable section extends the file). Differs from Windows: a section over a
-// file cannot be named (ERROR_NOT_SUPPORTED), and offsets need only be page-aligned. All functions are
-// thread-safe.
+// file cannot be named (ERROR_NOT_SUPPORTED), and offsets need only be page-aligned. A paging-file-backed
+// section keeps one mapping per range and access and hands out that same address for every view of it
+// (counted per view), and its pages stay mapped after the last view is unmapped, until the section ends:
+// mapping afresh per view costs a page fault per page, which callers that map for each small operation
+// would pay every time. A program must not rely on an unmapped view faulting, nor on views landing at new
+// addresses (Windows promises neither). All functions are thread-safe.
 #pragma once
 
 #include "w32p_base.h"
@@ -36,7 +40,8 @@
 // A section of (maximumSizeHigh << 32 | maximumSizeLow) bytes, or (named, existing) a handle to the existing
 // section with ERROR_ALREADY_EXISTS; it keeps its first size. Null with ERROR_INVALID_PARAMETER (size 0, or
 // an unknown protection), ERROR_INVALID_HANDLE (name of another kind or not a file handle),
-// ERROR_FILE_INVALID (an empty file and size 0), ERROR_NOT_SUPPORTED (a name with a file handle), or the error of the failing system call (ERROR_NOT_ENOUGH_MEMORY, ERROR_DISK_FULL, ...).
+// ERROR_FILE_INVALID (an empty file and size 0), ERROR_NOT_SUPPORTED (a name with a file handle), or the
+// error of the failing system call (ERROR_NOT_ENOUGH_MEMORY, ERROR_DISK_FULL, ...).
 W32P_API HANDLE CreateFileMappingW(HANDLE file, LPSECURITY_ATTRIBUTES attributes, DWORD protect,
                                    DWORD maximumSizeHigh, DWORD maximumSizeLow, LPCWSTR name);
 // The existing named section; null with ERROR_FILE_NOT_FOUND (unknown name), ERROR_INVALID_HANDLE (another

@@ -6,10 +6,80 @@
 #include <cwchar>
 #include <string>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace
 {
 
 constexpr char32_t kReplacement = 0xFFFD;
+
+// Text is mostly ASCII: blocks of that many characters without a byte or character above 0x7F are
+// converted without decoding, with vector instructions where the processor has them.
+constexpr std::size_t kAsciiBlock = 16;
+
+// Widens 16 bytes to 16 wide characters when none is above 0x7F; false (nothing written) otherwise.
+// out may be null to test only.
+bool WidenAsciiBlock(const unsigned char* p, wchar_t* out)
+{
+#if defined(__SSE2__)
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    if (_mm_movemask_epi8(bytes) != 0)
+        return false;
+    if (out != nullptr)
+    {
+        const __m128i zero = _mm_setzero_si128();
+        const __m128i low = _mm_unpacklo_epi8(bytes, zero);
+        const __m128i high = _mm_unpackhi_epi8(bytes, zero);
+        __m128i* target = reinterpret_cast<__m128i*>(out);
+        _mm_storeu_si128(target, _mm_unpacklo_epi16(low, zero));
+        _mm_storeu_si128(target + 1, _mm_unpackhi_epi16(low, zero));
+        _mm_storeu_si128(target + 2, _mm_unpacklo_epi16(high, zero));
+        _mm_storeu_si128(target + 3, _mm_unpackhi_epi16(high, zero));
+    }
+    return true;
+#else
+    std::uint64_t low, high;
+    std::memcpy(&low, p, sizeof low);
+    std::memcpy(&high, p + sizeof low, sizeof high);
+    if (((low | high) & 0x8080808080808080ull) != 0)
+        return false;
+    if (out != nullptr)
+        for (std::size_t k = 0; k < kAsciiBlock; ++k)
+            out[k] = static_cast<wchar_t>(p[k]);
+    return true;
+#endif
+}
+
+// Narrows 16 wide characters to 16 bytes when none is above 0x7F; false (nothing written) otherwise.
+bool NarrowAsciiBlock(const wchar_t* p, char* out)
+{
+#if defined(__SSE2__)
+    static_assert(sizeof(wchar_t) == 4, "four wide characters per vector");
+    const __m128i* source = reinterpret_cast<const __m128i*>(p);
+    const __m128i a = _mm_loadu_si128(source), b = _mm_loadu_si128(source + 1);
+    const __m128i c = _mm_loadu_si128(source + 2), d = _mm_loadu_si128(source + 3);
+    const __m128i any = _mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d));
+    const __m128i above = _mm_and_si128(any, _mm_set1_epi32(~0x7F));
+    if (_mm_movemask_epi8(_mm_cmpeq_epi32(above, _mm_setzero_si128())) != 0xFFFF)
+        return false;
+    if (out != nullptr)
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out),
+                         _mm_packus_epi16(_mm_packs_epi32(a, b), _mm_packs_epi32(c, d)));
+    return true;
+#else
+    std::uint32_t any = 0;
+    for (std::size_t k = 0; k < kAsciiBlock; ++k)
+        any |= static_cast<std::uint32_t>(p[k]);
+    if (any >= 0x80)
+        return false;
+    if (out != nullptr)
+        for (std::size_t k = 0; k < kAsciiBlock; ++k)
+            out[k] = static_cast<char>(p[k]);
+    return true;
+#endif
+}
 
 // Decodes one UTF-8 sequence at p (n bytes left). Returns the number of bytes consumed (at least 1)
 // and sets cp, or sets valid = false for an invalid sequence: the maximal subpart of a well-formed
@@ -124,6 +194,22 @@ int MultiByteToWideChar(UINT codePage, DWORD flags, LPCCH multiByte, int multiBy
     std::size_t produced = 0;
     for (std::size_t i = 0; i < n;)
     {
+        if (i + kAsciiBlock <= n)
+        {
+            const bool room =
+                wideCharCount == 0 || produced + kAsciiBlock <= static_cast<std::size_t>(wideCharCount);
+            if (WidenAsciiBlock(p + i, wideCharCount != 0 && room ? wideChars + produced : nullptr))
+            {
+                if (!room)
+                {
+                    SetLastError(ERROR_INSUFFICIENT_BUFFER);
+                    return 0;
+                }
+                produced += kAsciiBlock;
+                i += kAsciiBlock;
+                continue;
+            }
+        }
         char32_t cp = 0;
         bool valid = true;
         i += DecodeUtf8(p + i, n - i, cp, valid);
@@ -172,6 +258,23 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWCH wideChars, int wideCh
     char buffer[4];
     for (std::size_t i = 0; i < n; ++i)
     {
+        if (i + kAsciiBlock <= n)
+        {
+            const bool room =
+                multiByteLength == 0 || produced + kAsciiBlock <= static_cast<std::size_t>(multiByteLength);
+            if (NarrowAsciiBlock(wideChars + i,
+                                 multiByteLength != 0 && room ? multiByte + produced : nullptr))
+            {
+                if (!room)
+                {
+                    SetLastError(ERROR_INSUFFICIENT_BUFFER);
+                    return 0;
+                }
+                produced += kAsciiBlock;
+                i += kAsciiBlock - 1;
+                continue;
+            }
+        }
         char32_t c = static_cast<char32_t>(wideChars[i]);
         if (c >= 0xD800 && c <= 0xDBFF && i + 1 < n && static_cast<char32_t>(wideChars[i + 1]) >= 0xDC00 &&
             static_cast<char32_t>(wideChars[i + 1]) <= 0xDFFF)
