@@ -3,7 +3,7 @@
 #include "velstringconverter.h"
 
 #include <cstring>
-#include <vector>
+#include <memory>
 
 namespace
 {
@@ -124,10 +124,9 @@ bool CVeLCmdInterfaceSharedMemoryImpl::ReadDataFromMemory(std::wstring& text) co
         return false;
     const std::size_t length = static_cast<std::size_t>(view[0]) | (static_cast<std::size_t>(view[1]) << 8);
     // Copied out first: the other process may write while the text is converted.
-    std::vector<char> copy(length);
-    if (length != 0)
-        std::memcpy(copy.data(), view + kLengthFieldSize, length);
-    CVeLStringConverter::ConvertUTF8Chars2StdWString(copy.data(), copy.size(), text);
+    std::unique_ptr<char[]> copy(new char[length + 1]);
+    std::memcpy(copy.get(), view + kLengthFieldSize, length);
+    CVeLStringConverter::ConvertUTF8Chars2StdWString(copy.get(), length, text);
     return UnmapBlock(const_cast<unsigned char*>(view));
 }
 

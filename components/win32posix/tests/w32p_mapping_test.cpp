@@ -144,3 +144,51 @@ TEST(W32pMapping, FileBackedSections)
     EXPECT_EQ(bytes[8191], 'z');
     std::remove(path);
 }
+
+// Views of a paging-file-backed section share one mapping per range and access, counted per view; its
+// pages stay mapped between views, so the contents are there at the same address when mapped again.
+TEST(W32pMapping, ViewsOfASectionShareOneMappingUntilTheSectionEnds)
+{
+    HANDLE section = CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 65537, nullptr);
+    ASSERT_NE(section, nullptr);
+    auto* first = static_cast<unsigned char*>(MapViewOfFile(section, FILE_MAP_WRITE, 0, 0, 0));
+    auto* second = static_cast<unsigned char*>(MapViewOfFile(section, FILE_MAP_WRITE, 0, 0, 0));
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(first, second);
+    auto* readOnly = static_cast<unsigned char*>(MapViewOfFile(section, FILE_MAP_READ, 0, 0, 0));
+    ASSERT_NE(readOnly, nullptr);
+    EXPECT_NE(readOnly, first); // another access is another mapping
+
+    first[100] = 42;
+    EXPECT_TRUE(UnmapViewOfFile(first));
+    EXPECT_EQ(second[100], 42); // the second view still counts
+    EXPECT_EQ(readOnly[100], 42);
+    EXPECT_TRUE(UnmapViewOfFile(second));
+    SetLastError(0);
+    EXPECT_FALSE(UnmapViewOfFile(second)); // both references are gone
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_ADDRESS));
+
+    auto* again = static_cast<unsigned char*>(MapViewOfFile(section, FILE_MAP_WRITE, 0, 0, 0));
+    EXPECT_EQ(again, first);
+    EXPECT_EQ(again[100], 42);
+    EXPECT_TRUE(CloseHandle(section));
+    EXPECT_EQ(again[100], 42); // the open view keeps the section and its mapping
+    EXPECT_TRUE(UnmapViewOfFile(again));
+    EXPECT_TRUE(UnmapViewOfFile(readOnly));
+}
+
+// Copy-on-write views stay private to each view.
+TEST(W32pMapping, CopyOnWriteViewsAreNotShared)
+{
+    HANDLE section = CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 4096, nullptr);
+    ASSERT_NE(section, nullptr);
+    auto* a = static_cast<unsigned char*>(MapViewOfFile(section, FILE_MAP_COPY, 0, 0, 0));
+    auto* b = static_cast<unsigned char*>(MapViewOfFile(section, FILE_MAP_COPY, 0, 0, 0));
+    ASSERT_TRUE(a != nullptr && b != nullptr);
+    EXPECT_NE(a, b);
+    a[0] = 1;
+    EXPECT_EQ(b[0], 0);
+    EXPECT_TRUE(UnmapViewOfFile(a));
+    EXPECT_TRUE(UnmapViewOfFile(b));
+    EXPECT_TRUE(CloseHandle(section));
+}
