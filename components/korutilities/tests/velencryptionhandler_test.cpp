@@ -407,25 +407,6 @@ TEST_F(EncryptionHandlerFacade, EachFailingConstructionStepIsTracedAndLeavesTheH
     }
 }
 
-TEST_F(EncryptionHandlerFacade, ConstructionMakesTheExpectedCallsInOrder)
-{
-    std::wstring mode;
-    fake->OnBCryptSetProperty = [&](BCRYPT_HANDLE o, LPCWSTR p, PUCHAR in, ULONG length, ULONG fl)
-    {
-        mode.assign(reinterpret_cast<const WCHAR*>(in), length / sizeof(WCHAR));
-        return real.WAPI_BCryptSetProperty(o, p, in, length, fl);
-    };
-    {
-        CVeLEncryptionHandlerImpl handler(fake, kKey256);
-        EXPECT_EQ(mode, std::wstring(L"ChainingModeCBC", 16)); // with its terminator
-    }
-    EXPECT_EQ(fake->Calls(),
-              (std::vector<std::string>{"BCryptOpenAlgorithmProvider", "BCryptOpenAlgorithmProvider",
-                                        "BCryptSetProperty", "BCryptGetProperty",
-                                        "BCryptGenerateSymmetricKey", "BCryptDestroyKey",
-                                        "BCryptCloseAlgorithmProvider", "BCryptCloseAlgorithmProvider"}));
-}
-
 TEST_F(EncryptionHandlerFacade, EachFailingEncryptionStepIsTraced)
 {
     CVeLEncryptionHandlerImpl handler(fake, kKey256);
