@@ -6,20 +6,35 @@
 namespace
 {
 
-// UTF-8 bytes of text, or false when the system conversion fails.
-bool ToUtf8(const std::wstring& text, std::string& out)
+// Converts text to UTF-8 into storage that allocate(size) provides (size bytes plus one for a terminator,
+// which is written). Most text is ASCII, one byte per character, so the first attempt converts into room
+// for that in one pass; only text that needs more is measured and converted again. The number of bytes
+// written, or -1 when the system conversion fails.
+template <typename Allocate>
+int ToUtf8(const std::wstring& text, Allocate allocate)
 {
-    out.clear();
     if (text.empty())
-        return true;
+    {
+        *allocate(0) = '\0';
+        return 0;
+    }
     if (text.size() > static_cast<std::size_t>(INT_MAX))
-        return false;
+        return -1;
     const int count = static_cast<int>(text.size());
-    int needed = WideCharToMultiByte(CP_UTF8, 0, text.data(), count, nullptr, 0, nullptr, nullptr);
-    if (needed <= 0)
-        return false;
-    out.resize(static_cast<std::size_t>(needed));
-    return WideCharToMultiByte(CP_UTF8, 0, text.data(), count, &out[0], needed, nullptr, nullptr) == needed;
+    char* out = allocate(text.size());
+    int written = WideCharToMultiByte(CP_UTF8, 0, text.data(), count, out, count, nullptr, nullptr);
+    if (written == 0 && GetLastError() == ERROR_INSUFFICIENT_BUFFER)
+    {
+        const int needed = WideCharToMultiByte(CP_UTF8, 0, text.data(), count, nullptr, 0, nullptr, nullptr);
+        if (needed <= 0)
+            return -1;
+        out = allocate(static_cast<std::size_t>(needed));
+        written = WideCharToMultiByte(CP_UTF8, 0, text.data(), count, out, needed, nullptr, nullptr);
+    }
+    if (written <= 0)
+        return -1;
+    out[written] = '\0';
+    return written;
 }
 
 } // namespace
@@ -27,22 +42,31 @@ bool ToUtf8(const std::wstring& text, std::string& out)
 bool CVeLStringConverter::ConvertStdWString2UTF8Chars(const std::wstring& text,
                                                       boost::shared_ptr<char>& buffer)
 {
-    std::string utf8;
-    if (!ToUtf8(text, utf8))
-    {
+    boost::shared_ptr<char> converted;
+    const bool ok = ToUtf8(text,
+                           [&](std::size_t size)
+                           {
+                               converted.reset(new char[size + 1], [](char* p) { delete[] p; });
+                               return converted.get();
+                           }) >= 0;
+    if (ok)
+        buffer = converted;
+    else
         buffer.reset();
-        return false;
-    }
-    boost::shared_ptr<char> copy(new char[utf8.size() + 1], [](char* p) { delete[] p; });
-    std::memcpy(copy.get(), utf8.c_str(), utf8.size() + 1);
-    buffer = copy;
-    return true;
+    return ok;
 }
 
 std::string CVeLStringConverter::ConvertStdWStringToStdString(const std::wstring& text)
 {
     std::string utf8;
-    return ToUtf8(text, utf8) ? utf8 : std::string();
+    const int written = ToUtf8(text,
+                               [&](std::size_t size)
+                               {
+                                   utf8.resize(size + 1);
+                                   return &utf8[0];
+                               });
+    utf8.resize(written > 0 ? static_cast<std::size_t>(written) : 0);
+    return utf8;
 }
 
 bool CVeLStringConverter::ConvertUTF8Chars2StdWString(const char* utf8, std::wstring& text)
@@ -63,15 +87,10 @@ bool CVeLStringConverter::ConvertUTF8Chars2StdWString(const char* utf8, unsigned
         return true;
     if (utf8 == nullptr || length > static_cast<unsigned __int64>(INT_MAX))
         return false;
+    // UTF-8 never has fewer bytes than characters, so one pass into room for length characters does it.
     const int count = static_cast<int>(length);
-    int needed = MultiByteToWideChar(CP_UTF8, 0, utf8, count, nullptr, 0);
-    if (needed <= 0)
-        return false;
-    text.resize(static_cast<std::size_t>(needed));
-    if (MultiByteToWideChar(CP_UTF8, 0, utf8, count, &text[0], needed) != needed)
-    {
-        text.clear();
-        return false;
-    }
-    return true;
+    text.resize(static_cast<std::size_t>(count));
+    const int written = MultiByteToWideChar(CP_UTF8, 0, utf8, count, &text[0], count);
+    text.resize(written > 0 ? static_cast<std::size_t>(written) : 0);
+    return written > 0;
 }
