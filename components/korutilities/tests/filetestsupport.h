@@ -30,8 +30,8 @@ protected:
         for (boost::filesystem::recursive_directory_iterator it(m_root, error), end; !error && it != end;
              it.increment(error))
             if (!boost::filesystem::is_symlink(it->symlink_status()))
-                boost::filesystem::permissions(it->path(), boost::filesystem::owner_all | boost::filesystem::add_perms,
-                                               error);
+                boost::filesystem::permissions(
+                    it->path(), boost::filesystem::owner_all | boost::filesystem::add_perms, error);
         boost::filesystem::remove_all(m_root, error);
     }
 
@@ -50,9 +50,9 @@ protected:
     }
     static void MakeReadOnly(const boost::filesystem::path& path)
     {
-        boost::filesystem::permissions(path, boost::filesystem::remove_perms | boost::filesystem::owner_write |
-                                                 boost::filesystem::group_write |
-                                                 boost::filesystem::others_write);
+        boost::filesystem::permissions(path,
+                                       boost::filesystem::remove_perms | boost::filesystem::owner_write |
+                                           boost::filesystem::group_write | boost::filesystem::others_write);
     }
 
 private:

@@ -31,7 +31,10 @@ public:
     mutable std::atomic<int> waits{0};
     bool WaitForEvent(void*, DWORD, WaitStatusEnum&) const override { return false; }
     bool WaitForEvent(std::wstring, DWORD, WaitStatusEnum&) const override { return false; }
-    bool WaitForMultipleEvents(std::vector<void*>, DWORD, int&, WaitStatusEnum&) const override { return false; }
+    bool WaitForMultipleEvents(std::vector<void*>, DWORD, int&, WaitStatusEnum&) const override
+    {
+        return false;
+    }
     bool WaitForProcessEnd(void*, DWORD, WaitStatusEnum&) const override { return false; }
     void WaitTime(DWORD) const override
     {
@@ -131,15 +134,18 @@ TEST_F(DirHelperTest, RemovingContentsKeepsTheDirectory)
 
     CVeLDirHelper missing(Root() / "missing", false);
     EXPECT_FALSE(missing.RemoveSiblings().IsSuccess());
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Directory " + (Root() / "missing").string() + " does not exists!"));
+    EXPECT_TRUE(
+        m_capture.Contains(VEL_ERR, "Directory " + (Root() / "missing").string() + " does not exists!"));
     const CVeLResult<CVeLFilesystemError> result = missing.Remove();
     EXPECT_FALSE(result.IsSuccess());
     EXPECT_EQ(result.GetValue().GetErrorPath(), Root() / "missing");
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "No directory element found at " + (Root() / "missing").string() + "!"));
+    EXPECT_TRUE(
+        m_capture.Contains(VEL_ERR, "No directory element found at " + (Root() / "missing").string() + "!"));
 
     WriteFile(Root() / "plain", "x");
     EXPECT_FALSE(CVeLDirBasics().RemoveDirectory(Root() / "plain").IsSuccess());
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, (Root() / "plain").string() + " is not a directory - can't proceed"));
+    EXPECT_TRUE(
+        m_capture.Contains(VEL_ERR, (Root() / "plain").string() + " is not a directory - can't proceed"));
 }
 
 TEST_F(DirHelperTest, WaitingRemovalSucceedsOnceAnotherThreadEmptiesTheDirectory)
@@ -148,11 +154,13 @@ TEST_F(DirHelperTest, WaitingRemovalSucceedsOnceAnotherThreadEmptiesTheDirectory
     WriteFile(dir / "held.txt", "x");
     auto wait = std::make_shared<CountingWaitHelper>();
     CVeLDirBasics basics(std::make_shared<CVeLWinAPIWrapper>(), wait);
-    std::thread releaser([&] {
-        while (wait->waits < 3)
-            std::this_thread::sleep_for(std::chrono::microseconds(200));
-        fs::remove(dir / "held.txt");
-    });
+    std::thread releaser(
+        [&]
+        {
+            while (wait->waits < 3)
+                std::this_thread::sleep_for(std::chrono::microseconds(200));
+            fs::remove(dir / "held.txt");
+        });
     DWORD error = 1;
     const bool removed = basics.RemoveEmptiedDirectory(dir.wstring(), error);
     releaser.join();
@@ -190,7 +198,8 @@ TEST_F(DirHelperTest, FailedDeletionNamesTheElementAndSkipsTheWait)
     WriteFile(tree / "sub" / "locked.txt", "x");
     WriteFile(tree / "other.txt", "y");
     auto api = std::make_shared<CFakeWinAPIWrapper>();
-    api->OnDeleteFile = [](LPCWSTR name) {
+    api->OnDeleteFile = [](LPCWSTR name)
+    {
         if (std::wstring(name).find(L"locked") != std::wstring::npos)
         {
             SetLastError(ERROR_ACCESS_DENIED);
@@ -205,14 +214,16 @@ TEST_F(DirHelperTest, FailedDeletionNamesTheElementAndSkipsTheWait)
     EXPECT_FALSE(result.IsSuccess());
     EXPECT_EQ(result.GetValue().GetErrorPath(), tree / "sub" / "locked.txt");
     EXPECT_EQ(result.GetValue().GetOperationResult(), ERROR_ACCESS_DENIED);
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Deleting of " + (tree / "sub" / "locked.txt").string() + " failed: 5"));
+    EXPECT_TRUE(
+        m_capture.Contains(VEL_ERR, "Deleting of " + (tree / "sub" / "locked.txt").string() + " failed: 5"));
     EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Remove failed for " + tree.string() + "!"));
     EXPECT_EQ(wait->waits, 0);
     EXPECT_FALSE(fs::exists(tree / "other.txt")); // the rest is removed all the same
     EXPECT_TRUE(fs::exists(tree / "sub" / "locked.txt"));
 
     api->OnDeleteFile = nullptr;
-    api->OnFindFirstFile = [](LPCWSTR, LPWIN32_FIND_DATAW) {
+    api->OnFindFirstFile = [](LPCWSTR, LPWIN32_FIND_DATAW)
+    {
         SetLastError(ERROR_ACCESS_DENIED);
         return INVALID_HANDLE_VALUE;
     };
@@ -280,7 +291,8 @@ TEST_F(DirHelperTest, DeleteAndCopyByMask)
     ASSERT_TRUE(helper.RemoveFileSiblings(L".*\\.tmp", true));
     EXPECT_FALSE(fs::exists(dir / "sub" / "deep.tmp"));
     EXPECT_TRUE(fs::exists(dir / "keep.txt"));
-    EXPECT_TRUE(m_capture.Contains(VEL_DBG1, "Delete at " + dir.string() + " (mask=.*\\.tmp) successful done."));
+    EXPECT_TRUE(
+        m_capture.Contains(VEL_DBG1, "Delete at " + dir.string() + " (mask=.*\\.tmp) successful done."));
 
     ASSERT_TRUE(helper.Copy(Root() / "all"));
     EXPECT_EQ(ReadFile(Root() / "all" / "sub" / "deep.txt"), "deep");
@@ -299,10 +311,12 @@ TEST_F(DirHelperTest, CreateMakesEveryMissingLevel)
 
     WriteFile(Root() / "file", "x");
     EXPECT_FALSE(CVeLDirHelper(Root() / "file", false).Create(false));
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "A file system object '" + (Root() / "file").string() +
-                                                "' already exists, but is not a directory - can't create or replace"));
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR,
+                                   "A file system object '" + (Root() / "file").string() +
+                                       "' already exists, but is not a directory - can't create or replace"));
     EXPECT_FALSE(CVeLDirHelper(Root() / "file" / "below", false).Create(false));
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Can't create directory at " + (Root() / "file" / "below").string() + "!"));
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Can't create directory at " +
+                                                (Root() / "file" / "below").string() + "!"));
 
     // Two leading separators make a network path whose first two elements must be reachable.
     const fs::path network("/" + (Root() / "net" / "x").string());
@@ -317,8 +331,8 @@ TEST_F(DirHelperTest, FailingDirBasicsAreTracedAndFail)
 {
     auto basics = std::make_shared<FailingDirBasics>();
     const fs::path dir = Root() / "d";
-    CVeLDirHelper helper(std::make_shared<CVeLWinAPIWrapper>(), basics, std::make_shared<CVeLFileBasics>(), dir,
-                         false);
+    CVeLDirHelper helper(std::make_shared<CVeLWinAPIWrapper>(), basics, std::make_shared<CVeLFileBasics>(),
+                         dir, false);
     EXPECT_FALSE(helper.Create(false));
     EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Can't create directory " + dir.string()));
     EXPECT_FALSE(helper.Remove().IsSuccess());

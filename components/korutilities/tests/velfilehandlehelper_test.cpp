@@ -27,7 +27,9 @@ KOR_CHILD_ROLE(hold_file_open)
     const int fd = open(kortest::ChildParameter("HOLD_FILE").c_str(), O_RDONLY);
     if (fd < 0)
         return 1;
-    { std::ofstream ready(kortest::ChildParameter("READY_FILE")); }
+    {
+        std::ofstream ready(kortest::ChildParameter("READY_FILE"));
+    }
     const std::string stop = kortest::ChildParameter("STOP_FILE");
     for (int i = 0; i < 2000 && access(stop.c_str(), F_OK) != 0; ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -44,8 +46,9 @@ TEST_F(FileHandleHelperTest, NamesTheChildProcessThatHoldsTheFile)
     ASSERT_TRUE(helper.GetFileLockingProcesses(file, holders));
     EXPECT_TRUE(holders.empty());
 
-    const pid_t child = kortest::StartChild(
-        "hold_file_open", {"HOLD_FILE=" + file.string(), "READY_FILE=" + ready.string(), "STOP_FILE=" + stop.string()});
+    const pid_t child =
+        kortest::StartChild("hold_file_open", {"HOLD_FILE=" + file.string(), "READY_FILE=" + ready.string(),
+                                               "STOP_FILE=" + stop.string()});
     for (int i = 0; i < 2000 && !fs::exists(ready); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     ASSERT_TRUE(fs::exists(ready));
@@ -75,16 +78,16 @@ TEST_F(FileHandleHelperTest, RestartManagerFailuresAreTracedAndTheSessionEnded)
     EXPECT_EQ(api->CallCount("RmEndSession"), 0u);
 
     api->OnRmStartSession = nullptr;
-    api->OnRmRegisterResources = [](DWORD, UINT, LPCWSTR[], UINT, RM_UNIQUE_PROCESS[], UINT, LPCWSTR[]) {
-        return static_cast<DWORD>(ERROR_BAD_ARGUMENTS);
-    };
+    api->OnRmRegisterResources = [](DWORD, UINT, LPCWSTR[], UINT, RM_UNIQUE_PROCESS[], UINT, LPCWSTR[])
+    { return static_cast<DWORD>(ERROR_BAD_ARGUMENTS); };
     EXPECT_FALSE(helper.GetFileLockingProcesses(file, holders));
     EXPECT_TRUE(m_capture.Contains(VEL_ERR, "RegisterResources failed (code= 160)!"));
     EXPECT_EQ(api->CallCount("RmEndSession"), 1u);
 
     // One holder announced, then the second call fails.
     api->OnRmRegisterResources = nullptr;
-    api->OnRmGetList = [](DWORD, UINT* needed, UINT*, RM_PROCESS_INFO records[], LPDWORD) {
+    api->OnRmGetList = [](DWORD, UINT* needed, UINT*, RM_PROCESS_INFO records[], LPDWORD)
+    {
         *needed = 1;
         return static_cast<DWORD>(records == nullptr ? ERROR_MORE_DATA : ERROR_INVALID_PARAMETER);
     };

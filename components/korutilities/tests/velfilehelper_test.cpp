@@ -57,7 +57,9 @@ TEST_F(FileHelperTest, OddByteCountDropsTheLastByteAndLoneSurrogatesBecomeReplac
     ASSERT_TRUE(CVeLFileHelper(file, false).ReadContent(text));
     EXPECT_EQ(text, L"hi");
 
-    WriteFile(file, std::string("\x00\xD8" "a\0", 4));
+    WriteFile(file, std::string("\x00\xD8"
+                                "a\0",
+                                4));
     ASSERT_TRUE(CVeLFileHelper(file, false).ReadContent(text));
     EXPECT_EQ(text, L"\uFFFDa");
 }
@@ -76,7 +78,8 @@ TEST_F(FileHelperTest, BytesAndUtf8RoundTrip)
     EXPECT_EQ(std::memcmp(buffer.get(), bytes, size), 0);
 
     ASSERT_TRUE(helper.WriteUtf8Content(L"Gr\u00FC\u00DFe"));
-    EXPECT_EQ(ReadFile(file), "Gr\xC3\xBC\xC3\x9F" "e");
+    EXPECT_EQ(ReadFile(file), "Gr\xC3\xBC\xC3\x9F"
+                              "e");
     std::wstring text;
     ASSERT_TRUE(helper.ReadUtf8Content(text));
     EXPECT_EQ(text, L"Gr\u00FC\u00DFe");
@@ -177,10 +180,12 @@ TEST_F(FileHelperTest, CopyReplacesTheDestinationAndChecksTheSize)
     MakeReadOnly(target);
     ASSERT_TRUE(CVeLFileHelper(source, false).Copy(target));
     EXPECT_EQ(ReadFile(target), content);
-    EXPECT_TRUE(m_capture.Contains(VEL_DBG1, "File " + source.string() + " copied successful to " + target.string()));
+    EXPECT_TRUE(
+        m_capture.Contains(VEL_DBG1, "File " + source.string() + " copied successful to " + target.string()));
 
     EXPECT_FALSE(CVeLFileHelper(Root() / "missing", false).Copy(target));
-    EXPECT_TRUE(m_capture.Contains(VEL_WRN, "Source file (" + (Root() / "missing").string() + ") doesn't exist!"));
+    EXPECT_TRUE(
+        m_capture.Contains(VEL_WRN, "Source file (" + (Root() / "missing").string() + ") doesn't exist!"));
 }
 
 TEST_F(FileHelperTest, CopyWithSilentlyShortWritesFailsOnTheSizeCheck)
@@ -189,14 +194,16 @@ TEST_F(FileHelperTest, CopyWithSilentlyShortWritesFailsOnTheSizeCheck)
     WriteFile(source, std::string(100000, 'q'));
     auto api = std::make_shared<CFakeWinAPIWrapper>();
     // Writes half of each chunk but reports all of it written.
-    api->OnWriteFile = [](HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD written, LPOVERLAPPED) {
+    api->OnWriteFile = [](HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD written, LPOVERLAPPED)
+    {
         const BOOL ok = ::WriteFile(file, buffer, toWrite / 2, written, nullptr);
         *written = toWrite;
         return ok;
     };
     CVeLFileHelper helper(api, std::make_shared<CVeLFileBasics>(), source, false);
     EXPECT_FALSE(helper.Copy(target));
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Invalid file size after copy! (src= 100000 bytes, dest= 50000 bytes)"));
+    EXPECT_TRUE(
+        m_capture.Contains(VEL_ERR, "Invalid file size after copy! (src= 100000 bytes, dest= 50000 bytes)"));
     EXPECT_EQ(api->CallCount("WriteFile"), 2u);
     EXPECT_EQ(api->CallCount("CloseHandle"), 2u);
 }
@@ -206,7 +213,8 @@ TEST_F(FileHelperTest, FailingFacadeOperationsAreTracedAndFail)
     const fs::path file = Root() / "f.txt";
     WriteFile(file, "abc");
     auto api = std::make_shared<CFakeWinAPIWrapper>();
-    api->OnCreateFile = [](LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) {
+    api->OnCreateFile = [](LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE)
+    {
         SetLastError(ERROR_ACCESS_DENIED);
         return INVALID_HANDLE_VALUE;
     };
@@ -220,7 +228,8 @@ TEST_F(FileHelperTest, FailingFacadeOperationsAreTracedAndFail)
     EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Read content failed"));
 
     api->OnCreateFile = nullptr;
-    api->OnReadFile = [](HANDLE, LPVOID, DWORD, LPDWORD, LPOVERLAPPED) {
+    api->OnReadFile = [](HANDLE, LPVOID, DWORD, LPDWORD, LPOVERLAPPED)
+    {
         SetLastError(30); // a read fault
         return FALSE;
     };
@@ -245,7 +254,8 @@ TEST_F(FileHelperTest, FailingFileBasicsAreTracedAndFail)
 
     basics->exists = true;
     EXPECT_FALSE(helper.Rename(other));
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "File " + file.string() + " renamed to " + other.string() + " failed"));
+    EXPECT_TRUE(
+        m_capture.Contains(VEL_ERR, "File " + file.string() + " renamed to " + other.string() + " failed"));
     EXPECT_EQ(helper.GetPath(), file);
     EXPECT_FALSE(helper.Remove());
     EXPECT_FALSE(helper.IsRegularFile());
