@@ -1,6 +1,6 @@
 // Process information over /proc: tool-help snapshots, image names, and the restart manager naming the
 // processes that hold a file.
-#include "w32p_testutil.h"
+#include "w32p_test_util.h"
 
 #include <gtest/gtest.h>
 

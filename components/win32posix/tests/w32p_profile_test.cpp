@@ -1,5 +1,5 @@
 // Profile (INI) files with the Windows lookup rules and return counts.
-#include "w32p_testutil.h"
+#include "w32p_test_util.h"
 
 #include <gtest/gtest.h>
 

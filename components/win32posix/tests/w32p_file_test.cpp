@@ -1,5 +1,5 @@
 // Files, directories, attributes and searches, against the Windows answers.
-#include "w32p_testutil.h"
+#include "w32p_test_util.h"
 
 #include <gtest/gtest.h>
 
