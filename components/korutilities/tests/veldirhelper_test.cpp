@@ -1,0 +1,362 @@
+// CVeLDirHelper and CVeLDirBasics on real directory trees in a temporary folder: tree deletion (read-only
+// files, links, empty directories), the waiting removal, copy and delete by mask, listings; and with
+// replacement facades, directory basics and wait helpers.
+#include "fakewinapiwrapper.h"
+#include "filetestsupport.h"
+#include "veldirbasics.h"
+#include "veldirhelper.h"
+#include "velfilebasics.h"
+#include "velfilehelper.h"
+
+#include <algorithm>
+#include <atomic>
+#include <memory>
+#include <thread>
+
+namespace fs = boost::filesystem;
+
+namespace
+{
+
+class DirHelperTest : public kortest::FileSystemTest
+{
+protected:
+    BTraceCapture m_capture;
+};
+
+// Counts the pauses of the waiting removal and sleeps a millisecond for each instead of 50.
+class CountingWaitHelper : public IVeLWaitHelper
+{
+public:
+    mutable std::atomic<int> waits{0};
+    bool WaitForEvent(void*, DWORD, WaitStatusEnum&) const override { return false; }
+    bool WaitForEvent(std::wstring, DWORD, WaitStatusEnum&) const override { return false; }
+    bool WaitForMultipleEvents(std::vector<void*>, DWORD, int&, WaitStatusEnum&) const override
+    {
+        return false;
+    }
+    bool WaitForProcessEnd(void*, DWORD, WaitStatusEnum&) const override { return false; }
+    void WaitTime(DWORD) const override
+    {
+        ++waits;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+};
+
+// Directory basics that find nothing and fail everything, except what the test switches on.
+class FailingDirBasics : public IVeLDirBasics
+{
+public:
+    bool exists = false;
+    bool Exists(const fs::path&) const override { return exists; }
+    bool CreateDirectory(const fs::path&) const override { return false; }
+    CVeLResult<CVeLFilesystemError> RemoveDirectory(const fs::path& path) const override
+    {
+        return CVeLResult<CVeLFilesystemError>(false, CVeLFilesystemError(path, ERROR_ACCESS_DENIED));
+    }
+    CVeLResult<CVeLFilesystemError> RemoveDirectoryContents(const fs::path& path) const override
+    {
+        return RemoveDirectory(path);
+    }
+    bool FollowsLinks() const override { return false; }
+    bool IsDirectory(const fs::path&) const override { return exists; }
+    bool WaitsForEmptyDirectory() const override { return true; }
+    bool IsRegularFile(const fs::path&) const override { return false; }
+    bool IsOther(const fs::path&) const override { return false; }
+    bool IsSymlink(const fs::path&) const override { return false; }
+    fs::directory_iterator CreateDirectoryIterator(const fs::path&) const override { return {}; }
+};
+
+std::vector<std::string> Names(const std::vector<fs::path>& paths, const fs::path& base)
+{
+    std::vector<std::string> names;
+    for (const fs::path& path : paths)
+        names.push_back(path.string().substr(base.string().size() + 1));
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+TEST_F(DirHelperTest, RemoveDeletesATreeWithReadOnlyFiles)
+{
+    const fs::path tree = Root() / "tree";
+    WriteFile(tree / "a.txt", "a");
+    WriteFile(tree / "sub" / "b.txt", "b");
+    WriteFile(tree / "sub" / "deeper" / "c.txt", "c");
+    fs::create_directories(tree / "sub" / "empty");
+    MakeReadOnly(tree / "a.txt");
+    MakeReadOnly(tree / "sub" / "deeper" / "c.txt");
+
+    CVeLDirHelper helper(tree, false);
+    const CVeLResult<CVeLFilesystemError> result = helper.Remove();
+    EXPECT_TRUE(result.IsSuccess());
+    EXPECT_FALSE(fs::exists(tree));
+    EXPECT_FALSE(helper.Exists());
+    EXPECT_EQ(m_capture.CountContaining("have to wait"), 0u);
+}
+
+TEST_F(DirHelperTest, RemoveTakesLinksAwayWithoutFollowingThem)
+{
+    const fs::path outside = Root() / "outside", tree = Root() / "tree";
+    WriteFile(outside / "keep.txt", "keep");
+    MakeReadOnly(outside / "keep.txt");
+    WriteFile(tree / "file.txt", "x");
+    fs::create_directory_symlink(outside, tree / "dirlink");
+    fs::create_symlink(outside / "keep.txt", tree / "filelink");
+    fs::create_symlink(Root() / "nowhere", tree / "dangling");
+
+    EXPECT_TRUE(CVeLDirHelper(tree, false).Remove().IsSuccess());
+    EXPECT_FALSE(fs::exists(tree));
+    EXPECT_EQ(ReadFile(outside / "keep.txt"), "keep");
+    EXPECT_FALSE(CVeLFileHelper(outside / "keep.txt", false).IsWriteable()); // the target's flag untouched
+
+    // A link as the directory itself is refused, so the target is not emptied through it.
+    fs::create_directory_symlink(outside, Root() / "toplink");
+    const CVeLResult<CVeLFilesystemError> refused = CVeLDirHelper(Root() / "toplink", false).Remove();
+    EXPECT_FALSE(refused.IsSuccess());
+    EXPECT_TRUE(refused.GetValue().isLinkDetected());
+    EXPECT_FALSE(CVeLDirHelper(Root() / "toplink", false).RemoveSiblings().IsSuccess());
+    EXPECT_TRUE(fs::exists(outside / "keep.txt"));
+}
+
+TEST_F(DirHelperTest, RemovingContentsKeepsTheDirectory)
+{
+    const fs::path empty = Root() / "empty";
+    fs::create_directory(empty);
+    CVeLDirHelper helper(empty, false);
+    EXPECT_TRUE(helper.RemoveSiblings().IsSuccess());
+    EXPECT_TRUE(fs::is_directory(empty));
+
+    WriteFile(empty / "x" / "y.txt", "y");
+    EXPECT_TRUE(helper.HasSiblings());
+    EXPECT_TRUE(helper.RemoveSiblingsAndCheck());
+    EXPECT_TRUE(fs::is_directory(empty));
+    EXPECT_FALSE(helper.HasSiblings());
+
+    CVeLDirHelper missing(Root() / "missing", false);
+    EXPECT_FALSE(missing.RemoveSiblings().IsSuccess());
+    EXPECT_TRUE(
+        m_capture.Contains(VEL_ERR, "Directory " + (Root() / "missing").string() + " does not exists!"));
+    const CVeLResult<CVeLFilesystemError> result = missing.Remove();
+    EXPECT_FALSE(result.IsSuccess());
+    EXPECT_EQ(result.GetValue().GetErrorPath(), Root() / "missing");
+    EXPECT_TRUE(
+        m_capture.Contains(VEL_ERR, "No directory element found at " + (Root() / "missing").string() + "!"));
+
+    WriteFile(Root() / "plain", "x");
+    EXPECT_FALSE(CVeLDirBasics().RemoveDirectory(Root() / "plain").IsSuccess());
+    EXPECT_TRUE(
+        m_capture.Contains(VEL_ERR, (Root() / "plain").string() + " is not a directory - can't proceed"));
+}
+
+TEST_F(DirHelperTest, WaitingRemovalSucceedsOnceAnotherThreadEmptiesTheDirectory)
+{
+    const fs::path dir = Root() / "busy";
+    WriteFile(dir / "held.txt", "x");
+    auto wait = std::make_shared<CountingWaitHelper>();
+    CVeLDirBasics basics(std::make_shared<CVeLWinAPIWrapper>(), wait);
+    std::thread releaser(
+        [&]
+        {
+            while (wait->waits < 3)
+                std::this_thread::sleep_for(std::chrono::microseconds(200));
+            fs::remove(dir / "held.txt");
+        });
+    DWORD error = 1;
+    const bool removed = basics.RemoveEmptiedDirectory(dir.wstring(), error);
+    releaser.join();
+    EXPECT_TRUE(removed);
+    EXPECT_EQ(error, 0u);
+    EXPECT_FALSE(fs::exists(dir));
+    EXPECT_GE(wait->waits, 3);
+    EXPECT_TRUE(m_capture.Contains(
+        VEL_WRN, "Can't remove directory when it isn't empty yet - have to wait (try 3 of 1000)"));
+}
+
+TEST_F(DirHelperTest, WaitingRemovalGivesUpAfterAThousandTries)
+{
+    const fs::path dir = Root() / "full";
+    WriteFile(dir / "stays.txt", "x");
+    auto wait = std::make_shared<CountingWaitHelper>();
+    CVeLDirBasics basics(std::make_shared<CVeLWinAPIWrapper>(), wait);
+    DWORD error = 0;
+    EXPECT_FALSE(basics.RemoveEmptiedDirectory(dir.wstring(), error));
+    EXPECT_EQ(error, static_cast<DWORD>(ERROR_DIR_NOT_EMPTY));
+    EXPECT_EQ(wait->waits, 1000);
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Directory " + dir.string() + " is not empty - can't remove"));
+    EXPECT_TRUE(m_capture.Contains(
+        VEL_WRN, "Can't remove directory when it isn't empty yet - have to wait (try 1000 of 1000)"));
+    EXPECT_TRUE(fs::exists(dir / "stays.txt"));
+
+    CVeLDirBasics noWait(std::make_shared<CVeLWinAPIWrapper>(), nullptr);
+    EXPECT_FALSE(noWait.RemoveEmptiedDirectory(dir.wstring(), error));
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Invalid initialization"));
+}
+
+TEST_F(DirHelperTest, FailedDeletionNamesTheElementAndSkipsTheWait)
+{
+    const fs::path tree = Root() / "tree";
+    WriteFile(tree / "sub" / "locked.txt", "x");
+    WriteFile(tree / "other.txt", "y");
+    auto api = std::make_shared<CFakeWinAPIWrapper>();
+    api->OnDeleteFile = [](LPCWSTR name)
+    {
+        if (std::wstring(name).find(L"locked") != std::wstring::npos)
+        {
+            SetLastError(ERROR_ACCESS_DENIED);
+            return FALSE;
+        }
+        return DeleteFileW(name);
+    };
+    auto wait = std::make_shared<CountingWaitHelper>();
+    auto basics = std::make_shared<CVeLDirBasics>(api, wait);
+    const CVeLResult<CVeLFilesystemError> result =
+        CVeLDirHelper(api, basics, std::make_shared<CVeLFileBasics>(), tree, false).Remove();
+    EXPECT_FALSE(result.IsSuccess());
+    EXPECT_EQ(result.GetValue().GetErrorPath(), tree / "sub" / "locked.txt");
+    EXPECT_EQ(result.GetValue().GetOperationResult(), ERROR_ACCESS_DENIED);
+    EXPECT_TRUE(
+        m_capture.Contains(VEL_ERR, "Deleting of " + (tree / "sub" / "locked.txt").string() + " failed: 5"));
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Remove failed for " + tree.string() + "!"));
+    EXPECT_EQ(wait->waits, 0);
+    EXPECT_FALSE(fs::exists(tree / "other.txt")); // the rest is removed all the same
+    EXPECT_TRUE(fs::exists(tree / "sub" / "locked.txt"));
+
+    api->OnDeleteFile = nullptr;
+    api->OnFindFirstFile = [](LPCWSTR, LPWIN32_FIND_DATAW)
+    {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return INVALID_HANDLE_VALUE;
+    };
+    EXPECT_FALSE(basics->RemoveDirectoryContents(tree).IsSuccess());
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Finding files or subdirectories failed: 5"));
+}
+
+TEST_F(DirHelperTest, ListingsByRegularExpression)
+{
+    const fs::path dir = Root() / "list";
+    WriteFile(dir / "a.log", "");
+    WriteFile(dir / "b.txt", "");
+    WriteFile(dir / "logs" / "c.log", "");
+    WriteFile(dir / "logs" / "old" / "d.log", "");
+    fs::create_directories(dir / "other");
+    fs::create_directory_symlink(dir / "logs", dir / "loglink"); // never descended into
+
+    CVeLDirHelper helper(dir, false);
+    std::vector<fs::path> found{"stale"};
+    ASSERT_TRUE(helper.GetTOCByRegExp(found, L".*\\.log", false));
+    EXPECT_EQ(Names(found, dir), (std::vector<std::string>{"a.log"}));
+    ASSERT_TRUE(helper.GetTOCByRegExp(found, L".*\\.log", true));
+    EXPECT_EQ(Names(found, dir), (std::vector<std::string>{"a.log", "logs/c.log", "logs/old/d.log"}));
+    EXPECT_TRUE(m_capture.Contains(VEL_DBG1, "3 Files found at " + dir.string()));
+    // The whole name must match, not a part of it.
+    ASSERT_TRUE(helper.GetTOCByRegExp(found, L"log", true));
+    EXPECT_TRUE(found.empty());
+    ASSERT_TRUE(helper.GetTOC(found));
+    EXPECT_EQ(found.size(), 4u);
+
+    ASSERT_TRUE(helper.GetDirListByRegExp(found, L"o.*", false));
+    EXPECT_EQ(Names(found, dir), (std::vector<std::string>{"other"}));
+    ASSERT_TRUE(helper.GetDirListByRegExp(found, L"o.*", true));
+    EXPECT_EQ(Names(found, dir), (std::vector<std::string>{"logs/old", "other"}));
+    EXPECT_TRUE(m_capture.Contains(VEL_DBG1, "2 Folders found at " + dir.string()));
+
+    EXPECT_FALSE(helper.GetTOCByRegExp(found, L"([a-z", true));
+    EXPECT_EQ(m_capture.CountContaining("([a-z is not a valid regular expression: "), 1u);
+    EXPECT_FALSE(CVeLDirHelper(Root() / "none", false).GetTOC(found));
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Can't Iterate over folder"));
+}
+
+TEST_F(DirHelperTest, DeleteAndCopyByMask)
+{
+    const fs::path dir = Root() / "src", target = Root() / "dst";
+    WriteFile(dir / "keep.txt", "k");
+    WriteFile(dir / "drop.tmp", "d");
+    WriteFile(dir / "sub" / "deep.txt", "deep");
+    WriteFile(dir / "sub" / "deep.tmp", "t");
+    MakeReadOnly(dir / "drop.tmp");
+
+    CVeLDirHelper helper(dir, false);
+    ASSERT_TRUE(helper.Copy(target, L".*\\.txt"));
+    EXPECT_EQ(ReadFile(target / "keep.txt"), "k");
+    EXPECT_EQ(ReadFile(target / "sub" / "deep.txt"), "deep");
+    EXPECT_FALSE(fs::exists(target / "drop.tmp"));
+    EXPECT_FALSE(fs::exists(target / "sub" / "deep.tmp"));
+    EXPECT_TRUE(m_capture.Contains(VEL_DBG1, "Copy to " + target.string() + " successful done."));
+    EXPECT_FALSE(helper.Copy(target, L"*.txt"));
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "error creating the TOC!"));
+
+    ASSERT_TRUE(helper.RemoveFileSiblings(L".*\\.tmp", false));
+    EXPECT_FALSE(fs::exists(dir / "drop.tmp"));
+    EXPECT_TRUE(fs::exists(dir / "sub" / "deep.tmp"));
+    ASSERT_TRUE(helper.RemoveFileSiblings(L".*\\.tmp", true));
+    EXPECT_FALSE(fs::exists(dir / "sub" / "deep.tmp"));
+    EXPECT_TRUE(fs::exists(dir / "keep.txt"));
+    EXPECT_TRUE(
+        m_capture.Contains(VEL_DBG1, "Delete at " + dir.string() + " (mask=.*\\.tmp) successful done."));
+
+    ASSERT_TRUE(helper.Copy(Root() / "all"));
+    EXPECT_EQ(ReadFile(Root() / "all" / "sub" / "deep.txt"), "deep");
+    EXPECT_FALSE(CVeLDirHelper(Root() / "none", false).Copy(target));
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Directory does not exist. Nothing to copy!"));
+}
+
+TEST_F(DirHelperTest, CreateMakesEveryMissingLevel)
+{
+    const fs::path deep = Root() / "a" / "b" / "c";
+    CVeLDirHelper helper(deep, false);
+    ASSERT_TRUE(helper.Create(false));
+    EXPECT_TRUE(fs::is_directory(deep));
+    EXPECT_TRUE(helper.Create(false));
+    EXPECT_TRUE(m_capture.Contains(VEL_DBG1, "Directory " + deep.string() + " already exists!"));
+
+    WriteFile(Root() / "file", "x");
+    EXPECT_FALSE(CVeLDirHelper(Root() / "file", false).Create(false));
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR,
+                                   "A file system object '" + (Root() / "file").string() +
+                                       "' already exists, but is not a directory - can't create or replace"));
+    EXPECT_FALSE(CVeLDirHelper(Root() / "file" / "below", false).Create(false));
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Can't create directory at " +
+                                                (Root() / "file" / "below").string() + "!"));
+
+    // Two leading separators make a network path whose first two elements must be reachable.
+    const fs::path network("/" + (Root() / "net" / "x").string());
+    ASSERT_TRUE(CVeLDirHelper(network, false).Create(true));
+    EXPECT_TRUE(fs::is_directory(Root() / "net" / "x"));
+    EXPECT_FALSE(CVeLDirHelper(fs::path("//no-such-server-kor/share/dir"), false).Create(true));
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Couldn't access network path //no-such-server-kor/share!"));
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Can't create directory //no-such-server-kor/share/dir"));
+}
+
+TEST_F(DirHelperTest, FailingDirBasicsAreTracedAndFail)
+{
+    auto basics = std::make_shared<FailingDirBasics>();
+    const fs::path dir = Root() / "d";
+    CVeLDirHelper helper(std::make_shared<CVeLWinAPIWrapper>(), basics, std::make_shared<CVeLFileBasics>(),
+                         dir, false);
+    EXPECT_FALSE(helper.Create(false));
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Can't create directory " + dir.string()));
+    EXPECT_FALSE(helper.Remove().IsSuccess());
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "No directory element found at " + dir.string() + "!"));
+    std::vector<fs::path> found;
+    EXPECT_FALSE(helper.GetTOC(found));
+    EXPECT_FALSE(helper.Copy(Root() / "e"));
+
+    basics->exists = true;
+    const CVeLResult<CVeLFilesystemError> removed = helper.Remove();
+    EXPECT_FALSE(removed.IsSuccess());
+    EXPECT_EQ(removed.GetValue().GetOperationResult(), ERROR_ACCESS_DENIED);
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Remove failed for " + dir.string() + "!"));
+    EXPECT_FALSE(helper.RemoveSiblings().IsSuccess());
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "RemoveSiblings failed for " + dir.string() + "!"));
+    EXPECT_FALSE(helper.RemoveSiblingsAndCheck());
+
+    CVeLDirHelper bare(nullptr, nullptr, nullptr, dir, false);
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Can't access WinAPI"));
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Can't access DirBasics"));
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Can't access FileBasics"));
+    EXPECT_FALSE(bare.Exists());
+    EXPECT_FALSE(bare.Remove().IsSuccess());
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Can't access dir basics!"));
+}
+
+} // namespace

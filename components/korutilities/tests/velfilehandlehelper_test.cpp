@@ -1,0 +1,105 @@
+// CVeLFileHandleHelper: a real child process that holds a file open is named; Restart Manager failures
+// from a replacement facade are traced and fail.
+#include "childprocess.h"
+#include "fakewinapiwrapper.h"
+#include "filetestsupport.h"
+#include "velfilehandlehelper.h"
+
+#include <chrono>
+#include <fcntl.h>
+#include <thread>
+#include <unistd.h>
+
+namespace fs = boost::filesystem;
+
+namespace
+{
+
+class FileHandleHelperTest : public kortest::FileSystemTest
+{
+protected:
+    BTraceCapture m_capture;
+};
+
+// Opens HOLD_FILE, announces it by creating READY_FILE and keeps the file open until STOP_FILE appears.
+KOR_CHILD_ROLE(hold_file_open)
+{
+    const int fd = open(kortest::ChildParameter("HOLD_FILE").c_str(), O_RDONLY);
+    if (fd < 0)
+        return 1;
+    {
+        std::ofstream ready(kortest::ChildParameter("READY_FILE"));
+    }
+    const std::string stop = kortest::ChildParameter("STOP_FILE");
+    for (int i = 0; i < 2000 && access(stop.c_str(), F_OK) != 0; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    close(fd);
+    return 0;
+}
+
+TEST_F(FileHandleHelperTest, NamesTheChildProcessThatHoldsTheFile)
+{
+    const fs::path file = Root() / "held.dat", ready = Root() / "ready", stop = Root() / "stop";
+    WriteFile(file, "data");
+    CVeLFileHandleHelper helper;
+    std::list<VeLFileHandleInfo> holders;
+    ASSERT_TRUE(helper.GetFileLockingProcesses(file, holders));
+    EXPECT_TRUE(holders.empty());
+
+    const pid_t child =
+        kortest::StartChild("hold_file_open", {"HOLD_FILE=" + file.string(), "READY_FILE=" + ready.string(),
+                                               "STOP_FILE=" + stop.string()});
+    for (int i = 0; i < 2000 && !fs::exists(ready); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    ASSERT_TRUE(fs::exists(ready));
+    const bool found = helper.GetFileLockingProcesses(file, holders);
+    WriteFile(stop, "");
+    EXPECT_EQ(kortest::WaitChild(child), 0);
+    ASSERT_TRUE(found);
+    ASSERT_EQ(holders.size(), 1u);
+    EXPECT_EQ(holders.front().processId, static_cast<DWORD>(child));
+    EXPECT_FALSE(holders.front().applicationName.empty());
+
+    EXPECT_FALSE(helper.GetFileLockingProcesses(fs::path(), holders));
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Empty path!"));
+}
+
+TEST_F(FileHandleHelperTest, RestartManagerFailuresAreTracedAndTheSessionEnded)
+{
+    const fs::path file = Root() / "f";
+    WriteFile(file, "x");
+    auto api = std::make_shared<CFakeWinAPIWrapper>();
+    CVeLFileHandleHelper helper(api);
+    std::list<VeLFileHandleInfo> holders;
+
+    api->OnRmStartSession = [](DWORD*, DWORD, WCHAR[]) { return static_cast<DWORD>(ERROR_ACCESS_DENIED); };
+    EXPECT_FALSE(helper.GetFileLockingProcesses(file, holders));
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "StartSession failed (code= 5)!"));
+    EXPECT_EQ(api->CallCount("RmEndSession"), 0u);
+
+    api->OnRmStartSession = nullptr;
+    api->OnRmRegisterResources = [](DWORD, UINT, LPCWSTR[], UINT, RM_UNIQUE_PROCESS[], UINT, LPCWSTR[])
+    { return static_cast<DWORD>(ERROR_BAD_ARGUMENTS); };
+    EXPECT_FALSE(helper.GetFileLockingProcesses(file, holders));
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "RegisterResources failed (code= 160)!"));
+    EXPECT_EQ(api->CallCount("RmEndSession"), 1u);
+
+    // One holder announced, then the second call fails.
+    api->OnRmRegisterResources = nullptr;
+    api->OnRmGetList = [](DWORD, UINT* needed, UINT*, RM_PROCESS_INFO records[], LPDWORD)
+    {
+        *needed = 1;
+        return static_cast<DWORD>(records == nullptr ? ERROR_MORE_DATA : ERROR_INVALID_PARAMETER);
+    };
+    EXPECT_FALSE(helper.GetFileLockingProcesses(file, holders));
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "GetList failed (code= 87)!"));
+    EXPECT_EQ(api->CallCount("RmGetList"), 2u);
+    EXPECT_EQ(api->CallCount("RmEndSession"), 2u);
+    EXPECT_TRUE(holders.empty());
+
+    CVeLFileHandleHelper noApi(nullptr);
+    EXPECT_FALSE(noApi.GetFileLockingProcesses(file, holders));
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Can't not access api wrapper!"));
+}
+
+} // namespace

@@ -1,0 +1,289 @@
+// CVeLFileHelper and CVeLFileBasics on real files in a temporary folder, and with replacement facades and
+// file basics that fail.
+#include "fakewinapiwrapper.h"
+#include "filetestsupport.h"
+#include "velfilebasics.h"
+#include "velfilehelper.h"
+
+#include <memory>
+
+namespace fs = boost::filesystem;
+
+namespace
+{
+
+class FileHelperTest : public kortest::FileSystemTest
+{
+protected:
+    BTraceCapture m_capture;
+};
+
+// File basics that fail everything; Exists answers as the test sets it.
+class FailingFileBasics : public IVeLFileBasics
+{
+public:
+    bool exists = false;
+    bool IsRegularFile(const fs::path&) const override { return false; }
+    bool Remove(const fs::path&) const override { return false; }
+    bool Rename(const fs::path&, const fs::path&) const override { return false; }
+    bool Exists(const fs::path&) const override { return exists; }
+};
+
+TEST_F(FileHelperTest, WideTextIsStoredAsUtf16LittleEndianUnits)
+{
+    const fs::path file = Root() / "wide.txt";
+    CVeLFileHelper helper(file, false);
+    ASSERT_TRUE(helper.Create());
+    ASSERT_TRUE(helper.WriteContent(std::wstring(L"ab")));
+    EXPECT_EQ(helper.GetSize(), 4u);
+    EXPECT_EQ(ReadFile(file), std::string("a\0b\0", 4));
+    std::wstring text;
+    ASSERT_TRUE(helper.ReadContent(text));
+    EXPECT_EQ(text, L"ab");
+
+    // A character beyond U+FFFF takes a surrogate pair and comes back whole.
+    const std::wstring wide = L"x\U0001F600\u00E9";
+    ASSERT_TRUE(helper.WriteContent(wide));
+    EXPECT_EQ(ReadFile(file), std::string("x\0\x3D\xD8\x00\xDE\xE9\0", 8));
+    ASSERT_TRUE(helper.ReadContent(text));
+    EXPECT_EQ(text, wide);
+}
+
+TEST_F(FileHelperTest, OddByteCountDropsTheLastByteAndLoneSurrogatesBecomeReplacements)
+{
+    const fs::path file = Root() / "odd.bin";
+    WriteFile(file, std::string("h\0i\0!", 5));
+    std::wstring text;
+    ASSERT_TRUE(CVeLFileHelper(file, false).ReadContent(text));
+    EXPECT_EQ(text, L"hi");
+
+    WriteFile(file, std::string("\x00\xD8"
+                                "a\0",
+                                4));
+    ASSERT_TRUE(CVeLFileHelper(file, false).ReadContent(text));
+    EXPECT_EQ(text, L"\uFFFDa");
+}
+
+TEST_F(FileHelperTest, BytesAndUtf8RoundTrip)
+{
+    const fs::path file = Root() / "data.bin";
+    CVeLFileHelper helper(file, false);
+    ASSERT_TRUE(helper.Create());
+    const unsigned char bytes[] = {0, 1, 2, 0xFF, 0x80};
+    ASSERT_TRUE(helper.WriteContent(bytes, sizeof bytes));
+    boost::shared_ptr<unsigned char> buffer;
+    ULONG size = 0;
+    ASSERT_TRUE(helper.ReadContent(buffer, size));
+    ASSERT_EQ(size, sizeof bytes);
+    EXPECT_EQ(std::memcmp(buffer.get(), bytes, size), 0);
+
+    ASSERT_TRUE(helper.WriteUtf8Content(L"Gr\u00FC\u00DFe"));
+    EXPECT_EQ(ReadFile(file), "Gr\xC3\xBC\xC3\x9F"
+                              "e");
+    std::wstring text;
+    ASSERT_TRUE(helper.ReadUtf8Content(text));
+    EXPECT_EQ(text, L"Gr\u00FC\u00DFe");
+
+    // An empty file has no UTF-8 content to give.
+    ASSERT_TRUE(helper.Create());
+    EXPECT_EQ(helper.GetSize(), 0u);
+    EXPECT_FALSE(helper.ReadUtf8Content(text));
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "No writeable content available!"));
+}
+
+TEST_F(FileHelperTest, WritingNeedsAnExistingWriteableFileAndContent)
+{
+    const fs::path file = Root() / "later.txt";
+    CVeLFileHelper helper(file, false);
+    EXPECT_FALSE(helper.WriteContent(std::wstring(L"text")));
+    EXPECT_TRUE(m_capture.Contains(VEL_WRN, "Source file (" + file.string() + ") doesn't exist!"));
+    EXPECT_FALSE(fs::exists(file));
+
+    ASSERT_TRUE(helper.Create());
+    EXPECT_FALSE(helper.WriteContent(std::wstring()));
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "No writeable content available!"));
+    EXPECT_TRUE(helper.WriteContent(std::wstring(L"text")));
+
+    MakeReadOnly(file);
+    EXPECT_FALSE(helper.IsWriteable());
+    EXPECT_FALSE(helper.WriteContent(std::wstring(L"other")));
+    EXPECT_TRUE(m_capture.Contains(VEL_WRN, "Source file (" + file.string() + ") isn't writeable!"));
+    EXPECT_EQ(helper.GetSize(), 8u);
+}
+
+TEST_F(FileHelperTest, DeflateAndRemove)
+{
+    const fs::path file = Root() / "full.txt";
+    CVeLFileHelper helper(file, false);
+    EXPECT_FALSE(helper.Deflate());
+    EXPECT_TRUE(m_capture.Contains(VEL_WRN, "Source file (" + file.string() + ") doesn't exist!"));
+
+    WriteFile(file, "some content");
+    ASSERT_TRUE(helper.Deflate());
+    EXPECT_TRUE(fs::exists(file));
+    EXPECT_EQ(fs::file_size(file), 0u);
+
+    // A read-only file is removed too; removing it again succeeds as there is nothing left to do.
+    MakeReadOnly(file);
+    EXPECT_TRUE(helper.Remove());
+    EXPECT_FALSE(fs::exists(file));
+    EXPECT_TRUE(helper.Remove());
+    EXPECT_TRUE(m_capture.Contains(VEL_DBG1, file.string() + " doesn't exist, skip"));
+}
+
+TEST_F(FileHelperTest, RenameMovesTheHelperAlong)
+{
+    const fs::path from = Root() / "a.txt", to = Root() / "b.txt";
+    CVeLFileHelper helper(from, true);
+    EXPECT_FALSE(helper.Rename(to));
+    WriteFile(from, "moved");
+    ASSERT_TRUE(helper.Rename(to));
+    EXPECT_EQ(helper.GetPath(), to);
+    EXPECT_EQ(ReadFile(to), "moved");
+    EXPECT_FALSE(fs::exists(from));
+    EXPECT_TRUE(m_capture.Contains(VEL_DBG1, "File " + from.string() + " renamed to " + to.string()));
+}
+
+TEST_F(FileHelperTest, PathPartsAndQueries)
+{
+    CVeLFileHelper helper(fs::path("/data/archive.tar.gz"), false);
+    EXPECT_EQ(helper.GetDirPath(), fs::path("/data"));
+    EXPECT_EQ(helper.GetFileName(), fs::path("archive.tar.gz"));
+    EXPECT_EQ(helper.GetFileNameWithoutExtension(), L"archive.tar");
+    EXPECT_EQ(helper.GetFileExtension(), L".gz");
+    EXPECT_EQ(helper.GetFileExtensionWithoutLeadingDot(), L"gz");
+    EXPECT_EQ(helper.ToString(), L"/data/archive.tar.gz");
+    helper.Reset(fs::path("/data/README"), true);
+    EXPECT_EQ(helper.GetFileExtension(), L"");
+    EXPECT_EQ(helper.GetFileExtensionWithoutLeadingDot(), L"");
+
+    CVeLFileHelper empty(fs::path(), false);
+    EXPECT_EQ(empty.GetSize(), 0u);
+    EXPECT_FALSE(empty.IsRegularFile());
+    EXPECT_FALSE(empty.IsWriteable());
+    EXPECT_EQ(m_capture.Count(VEL_ERR, "Invalid file path= !"), 3u);
+
+    const fs::path file = Root() / "f";
+    WriteFile(file, "x");
+    EXPECT_TRUE(CVeLFileHelper(file, false).IsRegularFile());
+    EXPECT_FALSE(CVeLFileHelper(Root(), false).IsRegularFile());
+}
+
+TEST_F(FileHelperTest, CopyReplacesTheDestinationAndChecksTheSize)
+{
+    std::string content(200000, '\0');
+    for (std::size_t i = 0; i < content.size(); ++i)
+        content[i] = static_cast<char>(i * 131 + 7);
+    const fs::path source = Root() / "src.bin", target = Root() / "dst.bin";
+    WriteFile(source, content);
+    WriteFile(target, "old and read-only");
+    MakeReadOnly(target);
+    ASSERT_TRUE(CVeLFileHelper(source, false).Copy(target));
+    EXPECT_EQ(ReadFile(target), content);
+    EXPECT_TRUE(
+        m_capture.Contains(VEL_DBG1, "File " + source.string() + " copied successful to " + target.string()));
+
+    EXPECT_FALSE(CVeLFileHelper(Root() / "missing", false).Copy(target));
+    EXPECT_TRUE(
+        m_capture.Contains(VEL_WRN, "Source file (" + (Root() / "missing").string() + ") doesn't exist!"));
+}
+
+TEST_F(FileHelperTest, CopyWithSilentlyShortWritesFailsOnTheSizeCheck)
+{
+    const fs::path source = Root() / "src.bin", target = Root() / "dst.bin";
+    WriteFile(source, std::string(100000, 'q'));
+    auto api = std::make_shared<CFakeWinAPIWrapper>();
+    // Writes half of each chunk but reports all of it written.
+    api->OnWriteFile = [](HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD written, LPOVERLAPPED)
+    {
+        const BOOL ok = ::WriteFile(file, buffer, toWrite / 2, written, nullptr);
+        *written = toWrite;
+        return ok;
+    };
+    CVeLFileHelper helper(api, std::make_shared<CVeLFileBasics>(), source, false);
+    EXPECT_FALSE(helper.Copy(target));
+    EXPECT_TRUE(
+        m_capture.Contains(VEL_ERR, "Invalid file size after copy! (src= 100000 bytes, dest= 50000 bytes)"));
+    EXPECT_EQ(api->CallCount("WriteFile"), 2u);
+    EXPECT_EQ(api->CallCount("CloseHandle"), 2u);
+}
+
+TEST_F(FileHelperTest, FailingFacadeOperationsAreTracedAndFail)
+{
+    const fs::path file = Root() / "f.txt";
+    WriteFile(file, "abc");
+    auto api = std::make_shared<CFakeWinAPIWrapper>();
+    api->OnCreateFile = [](LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE)
+    {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return INVALID_HANDLE_VALUE;
+    };
+    CVeLFileHelper helper(api, std::make_shared<CVeLFileBasics>(), file, false);
+    EXPECT_FALSE(helper.Create());
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Cannot create file " + file.string() + " (err = 5)"));
+    EXPECT_FALSE(helper.Copy(Root() / "g.txt"));
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Cannot open file " + file.string() + " (err = 5)"));
+    std::wstring text;
+    EXPECT_FALSE(helper.ReadContent(text));
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Read content failed"));
+
+    api->OnCreateFile = nullptr;
+    api->OnReadFile = [](HANDLE, LPVOID, DWORD, LPDWORD, LPOVERLAPPED)
+    {
+        SetLastError(30); // a read fault
+        return FALSE;
+    };
+    EXPECT_FALSE(helper.ReadContent(text));
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Read file failed (hr = 0x0000001E)!"));
+    EXPECT_EQ(ReadFile(file), "abc");
+
+    CVeLFileHelper noApi(nullptr, std::make_shared<CVeLFileBasics>(), file, false);
+    EXPECT_FALSE(noApi.Create());
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Can't access winapi wrapper!"));
+}
+
+TEST_F(FileHelperTest, FailingFileBasicsAreTracedAndFail)
+{
+    const fs::path file = Root() / "f.txt", other = Root() / "g.txt";
+    WriteFile(file, "abc");
+    auto basics = std::make_shared<FailingFileBasics>();
+    CVeLFileHelper helper(std::make_shared<CVeLWinAPIWrapper>(), basics, file, false);
+    EXPECT_FALSE(helper.Exists());
+    EXPECT_FALSE(helper.Copy(other));
+    EXPECT_TRUE(m_capture.Contains(VEL_WRN, "Source file (" + file.string() + ") doesn't exist!"));
+
+    basics->exists = true;
+    EXPECT_FALSE(helper.Rename(other));
+    EXPECT_TRUE(
+        m_capture.Contains(VEL_ERR, "File " + file.string() + " renamed to " + other.string() + " failed"));
+    EXPECT_EQ(helper.GetPath(), file);
+    EXPECT_FALSE(helper.Remove());
+    EXPECT_FALSE(helper.IsRegularFile());
+    EXPECT_TRUE(fs::exists(file));
+
+    CVeLFileHelper noBasics(std::make_shared<CVeLWinAPIWrapper>(), nullptr, file, false);
+    EXPECT_FALSE(noBasics.Remove());
+    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Can't access file basics!"));
+}
+
+TEST_F(FileHelperTest, FileBasicsCatchLibraryExceptions)
+{
+    CVeLFileBasics basics;
+    const fs::path file = Root() / "f.txt";
+    WriteFile(file, "abc");
+    EXPECT_TRUE(basics.Exists(file));
+    EXPECT_TRUE(basics.IsRegularFile(file));
+    EXPECT_FALSE(basics.Exists(Root() / "none"));
+    EXPECT_FALSE(basics.Rename(Root() / "none", Root() / "other"));
+    EXPECT_EQ(m_capture.CountContaining("boost::filesystem::Rename (" + (Root() / "none").string() + " to " +
+                                        (Root() / "other").string() + ") failed with exception: "),
+              1u);
+    // A directory that is not empty can't be removed as a file.
+    WriteFile(Root() / "d" / "inner", "x");
+    EXPECT_FALSE(basics.Remove(Root() / "d"));
+    EXPECT_EQ(m_capture.CountContaining("boost::filesystem::remove (" + (Root() / "d").string() +
+                                        ") failed with exception: "),
+              1u);
+}
+
+} // namespace

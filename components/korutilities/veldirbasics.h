@@ -1,0 +1,69 @@
+// CVeLDirBasics: the default directory primitives. The queries and directory creation use boost.filesystem
+// (its exceptions and error codes are traced at ERR here and become false); the tree deletion goes wholly
+// through the operating-system facade, so it sees links as Windows does and never follows them: a
+// symbolic link (or junction) to a directory inside a tree is removed as a link and its target is left as
+// it is, and a link to a file is deleted without touching its target's attributes. Holds the facade and
+// the wait helper for the pauses of the waiting removal; keeps no other state, so one instance may be
+// shared, but the tree deletion is meant to run on one thread per tree.
+//
+// Tree deletion: every entry is tried, also after one has failed, so as much as possible is removed; a
+// directory with an entry that could not be removed is not waited for (it can't become empty) and the
+// failure is reported with the first failing element and its error code.
+#pragma once
+
+#include "iveldirbasics.h"
+#include "ivelwaithelper.h"
+#include "ivelwinapiwrapper.h"
+#include "korutilities_export.h"
+
+#include <memory>
+#include <string>
+
+class KORUTILITIES_API CVeLDirBasics : public IVeLDirBasics
+{
+public:
+    // With the default facade and a wait helper of its own.
+    CVeLDirBasics();
+    CVeLDirBasics(std::shared_ptr<IVeLWinAPIWrapper> api, std::shared_ptr<IVeLWaitHelper> waitHelper);
+    ~CVeLDirBasics() override;
+
+    // Status neither error nor not found. An exception: "boost::filesystem::exists (%s) failed with
+    // exception: %s", false.
+    bool Exists(const boost::filesystem::path& path) const override;
+    // An exception (parent missing, no permission, a file in the way): "boost::filesystem::create_directory
+    // (%s) failed with exception: %s", false. An existing directory also answers true.
+    bool CreateDirectory(const boost::filesystem::path& path) const override;
+    // Not a directory: "%s is not a directory - can't proceed". The entries' failures are traced as they
+    // happen ("Deleting of %s failed: %d", "Deleting of %s (Link) failed: %d", "Finding files or
+    // subdirectories failed: %d"); then the waiting removal of the emptied directory.
+    CVeLResult<CVeLFilesystemError> RemoveDirectory(const boost::filesystem::path& path) const override;
+    CVeLResult<CVeLFilesystemError>
+    RemoveDirectoryContents(const boost::filesystem::path& path) const override;
+    // Always false.
+    bool FollowsLinks() const override;
+    bool IsDirectory(const boost::filesystem::path& path) const override;
+    // Always true.
+    bool WaitsForEmptyDirectory() const override;
+    bool IsRegularFile(const boost::filesystem::path& path) const override;
+    bool IsOther(const boost::filesystem::path& path) const override;
+    bool IsSymlink(const boost::filesystem::path& path) const override;
+    // "Exception occured - Can't create directory iterator for %s" and the end iterator on failure.
+    boost::filesystem::directory_iterator
+    CreateDirectoryIterator(const boost::filesystem::path& path) const override;
+
+    // Removes a directory that is being emptied by others (files whose last handles are still being
+    // closed): polls up to 1000 times, 50 ms apart, until it reads empty, then resets its attributes to
+    // normal and removes it. Still full: "Directory %s is not empty - can't remove" (WRN on each wait);
+    // missing facade or wait helper: "Invalid initialization". False on failure, with the system error
+    // code in error.
+    bool RemoveEmptiedDirectory(const std::wstring& path, DWORD& error) const;
+
+private:
+    // The tree deletion: the entries of path, then path itself when removeTop is set. Records the first
+    // failure in firstError; answers whether everything asked for was removed.
+    bool DeleteTree(const std::wstring& path, bool removeTop, CVeLFilesystemError& firstError) const;
+    CVeLResult<CVeLFilesystemError> RemoveTree(const boost::filesystem::path& path, bool removeTop) const;
+
+    std::shared_ptr<IVeLWinAPIWrapper> m_api;
+    std::shared_ptr<IVeLWaitHelper> m_waitHelper;
+};

@@ -1,0 +1,27 @@
+// CVeLFileBasics: the default single-file primitives, over boost.filesystem. No state, so one instance may
+// serve every helper and thread. Exceptions of boost.filesystem stop here: each is traced at ERR and the
+// operation answers false.
+#pragma once
+
+#include "ivelfilebasics.h"
+#include "korutilities_export.h"
+
+class KORUTILITIES_API CVeLFileBasics : public IVeLFileBasics
+{
+public:
+    CVeLFileBasics();
+    ~CVeLFileBasics() override;
+
+    // True only for a regular file (links followed). A status that can't be read (other than "not
+    // found"): "boost::filesystem::is_regular_file (%s) failed with exception: %s", false.
+    bool IsRegularFile(const boost::filesystem::path& path) const override;
+    // Removes a file or an empty directory; a missing path also succeeds. Failure:
+    // "boost::filesystem::remove (%s) failed with exception: %s" or "Remove %s failed (unknown
+    // exception)!", false.
+    bool Remove(const boost::filesystem::path& path) const override;
+    // Renames or moves; an existing file at to is replaced. Failure:
+    // "boost::filesystem::Rename (%s to %s) failed with exception: %s", false.
+    bool Rename(const boost::filesystem::path& from, const boost::filesystem::path& to) const override;
+    // True when the status can be read and is not "not found" (links followed).
+    bool Exists(const boost::filesystem::path& path) const override;
+};

@@ -1,0 +1,76 @@
+// CVeLFileHelper: the library's operations on one file (existence, size, copy with a size check, rename,
+// create, truncate, remove, whole-content reads and writes, name parts). Owns its CVeLFileHelperImpl and
+// forwards every call to it; see velfilehelperimpl.h for the decisions on encodings, read-only files and
+// sizes. Not copyable; used by one thread at a time. Every failure is traced and answered with false, 0
+// or an empty value; nothing throws. When the implementation is missing a call traces "Can't access
+// impl!".
+#pragma once
+
+#include "ivelfilebasics.h"
+#include "ivelfilehelper.h"
+#include "ivelwinapiwrapper.h"
+#include "korutilities_export.h"
+#include "velnoncopyable.h"
+
+#include <memory>
+
+class CVeLFileHelperImpl;
+
+class KORUTILITIES_API CVeLFileHelper : public IVeLFileHelper, public CVeLNonCopyable
+{
+public:
+    // With the default facade and file basics. The flag is stored with the path; Reset replaces both.
+    CVeLFileHelper(boost::filesystem::path path, bool flag);
+    CVeLFileHelper(std::shared_ptr<IVeLWinAPIWrapper> api, std::shared_ptr<IVeLFileBasics> fileBasics,
+                   boost::filesystem::path path, bool flag);
+    ~CVeLFileHelper() override;
+
+    boost::filesystem::path GetPath() override;
+    // The parent directory of the path.
+    boost::filesystem::path GetDirPath() override;
+    // The size in bytes; 0 (traced "Invalid file path= %s!") for an empty path or an unreadable status.
+    ULONG GetSize() const override;
+    bool Exists() const override;
+    // Copies the file in 64 KiB steps through the facade, replacing destination, then compares both sizes.
+    // Missing source: WRN "Source file (%s) doesn't exist!"; an open failing: "Cannot open file %s (err =
+    // %ld)"; sizes differing (also after a failed read or write): "Invalid file size after copy! (src= %ld
+    // bytes, dest= %ld bytes)".
+    bool Copy(boost::filesystem::path destination) const override;
+    // On success the helper names newPath. Missing source: WRN; failure: "File %s renamed to %s failed".
+    bool Rename(boost::filesystem::path newPath) override;
+    // Creates the file or empties an existing one. Failure: "Cannot create file %s (err = %ld)".
+    bool Create() const override;
+    // Removes the file; a missing file succeeds ("%s doesn't exist, skip" at debug level 1).
+    bool Remove() const override;
+    // Truncates an existing file to length 0; a missing file fails with WRN.
+    bool Deflate() const override;
+    // Replaces the whole content of an existing, writeable file; never creates one (use Create first).
+    // Empty content: "No writeable content available!"; missing file: WRN "Source file (%s) doesn't
+    // exist!"; read-only: WRN "Source file (%s) isn't writeable!"; failed or short write: "Write failed
+    // (hr = 0x%08X)!".
+    bool WriteContent(const unsigned char* content, ULONG length) override;
+    // The text's UTF-16LE code units, two bytes per unit, no byte-order mark.
+    bool WriteContent(const std::wstring& content) override;
+    // The whole content in a new buffer. Missing file: WRN; "Cannot open file %s (err = %ld)", "Could not
+    // allocate memory with size %d", "Read file failed (hr = 0x%08X)!".
+    bool ReadContent(boost::shared_ptr<unsigned char>& buffer, ULONG& size) const override;
+    // The content as UTF-16LE code units; an odd last byte is dropped. Failure: "Read content failed".
+    bool ReadContent(std::wstring& content) const override;
+    // The text as UTF-8 bytes without a byte-order mark.
+    bool WriteUtf8Content(const std::wstring& content) override;
+    // The content read as UTF-8. An empty file fails ("No writeable content available!").
+    bool ReadUtf8Content(std::wstring& content) const override;
+    // The owner may write the file. No status: "Can't obtain file stat for path= %s!", false.
+    bool IsWriteable() const override;
+    bool IsRegularFile() const override;
+    boost::filesystem::path GetFileName() override;
+    std::wstring GetFileNameWithoutExtension() override;
+    // With its leading dot; empty when the name has none.
+    std::wstring GetFileExtension() override;
+    std::wstring GetFileExtensionWithoutLeadingDot() override;
+    void Reset(boost::filesystem::path path, bool flag) override;
+    std::wstring ToString() override;
+
+private:
+    std::unique_ptr<CVeLFileHelperImpl> m_impl;
+};

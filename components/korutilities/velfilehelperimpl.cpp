@@ -1,0 +1,483 @@
+#include "velfilehelperimpl.h"
+#include "korutilitesbtracedef.h"
+#include "velhandle.h"
+#include "velpathconverter.h"
+#include "velstringconverter.h"
+#include "velwin32.h"
+
+#include <boost/filesystem/operations.hpp>
+
+#include <cstring>
+#include <limits>
+#include <new>
+#include <vector>
+
+namespace fs = boost::filesystem;
+
+namespace
+{
+
+constexpr DWORD kCopyChunk = 0x10000;
+
+std::string Utf8(const fs::path& path)
+{
+    return CVeLPathConverter::ToUtf8(path);
+}
+
+// Wide text as UTF-16LE bytes: 16-bit wide characters are taken as they are, wider ones are split into
+// surrogate pairs; values that are no Unicode scalar become U+FFFD.
+std::vector<unsigned char> EncodeUtf16Le(const std::wstring& text)
+{
+    std::vector<unsigned char> bytes;
+    bytes.reserve(text.size() * 2);
+    auto put = [&bytes](std::uint32_t unit)
+    {
+        bytes.push_back(static_cast<unsigned char>(unit & 0xFF));
+        bytes.push_back(static_cast<unsigned char>((unit >> 8) & 0xFF));
+    };
+    for (const wchar_t character : text)
+    {
+        std::uint32_t value = static_cast<std::uint32_t>(character);
+        if (sizeof(wchar_t) == 2)
+            put(value & 0xFFFF);
+        else if (value >= 0x10000 && value <= 0x10FFFF)
+        {
+            value -= 0x10000;
+            put(0xD800 + (value >> 10));
+            put(0xDC00 + (value & 0x3FF));
+        }
+        else
+            put(value > 0x10FFFF || (value >= 0xD800 && value <= 0xDFFF) ? 0xFFFD : value);
+    }
+    return bytes;
+}
+
+// UTF-16LE bytes as wide text; an odd last byte is dropped. Where wchar_t is 32 bits wide, surrogate pairs
+// are joined and an unpaired surrogate becomes U+FFFD.
+std::wstring DecodeUtf16Le(const unsigned char* bytes, std::size_t size)
+{
+    const std::size_t count = size / 2;
+    std::wstring text;
+    text.reserve(count);
+    for (std::size_t i = 0; i < count; ++i)
+    {
+        const std::uint32_t unit = bytes[2 * i] | (static_cast<std::uint32_t>(bytes[2 * i + 1]) << 8);
+        if (sizeof(wchar_t) == 2 || unit < 0xD800 || unit > 0xDFFF)
+        {
+            text.push_back(static_cast<wchar_t>(unit));
+            continue;
+        }
+        if (unit <= 0xDBFF && i + 1 < count)
+        {
+            const std::uint32_t low = bytes[2 * i + 2] | (static_cast<std::uint32_t>(bytes[2 * i + 3]) << 8);
+            if (low >= 0xDC00 && low <= 0xDFFF)
+            {
+                text.push_back(static_cast<wchar_t>(0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00)));
+                ++i;
+                continue;
+            }
+        }
+        text.push_back(static_cast<wchar_t>(0xFFFD));
+    }
+    return text;
+}
+
+bool IsPathWriteable(const fs::path& path, bool& statFailed)
+{
+    boost::system::error_code error;
+    const fs::file_status status = fs::status(path, error);
+    statFailed = error || status.type() == fs::status_error || status.type() == fs::file_not_found;
+    return !statFailed && (status.permissions() & fs::owner_write) != 0;
+}
+
+} // namespace
+
+CVeLFileHelperImpl::CVeLFileHelperImpl(std::shared_ptr<IVeLWinAPIWrapper> api,
+                                       std::shared_ptr<IVeLFileBasics> fileBasics, fs::path path, bool flag)
+    : m_api(std::move(api)), m_fileBasics(std::move(fileBasics)), m_path(std::move(path)), m_flag(flag)
+{
+}
+
+CVeLFileHelperImpl::~CVeLFileHelperImpl() {}
+
+bool CVeLFileHelperImpl::HasApi() const
+{
+    if (m_api)
+        return true;
+    VEL_TRACE(VEL_ERR, "Can't access winapi wrapper!");
+    return false;
+}
+
+bool CVeLFileHelperImpl::HasFileBasics() const
+{
+    if (m_fileBasics)
+        return true;
+    VEL_TRACE(VEL_ERR, "Can't access file basics!");
+    return false;
+}
+
+bool CVeLFileHelperImpl::SourceExists() const
+{
+    if (!HasFileBasics())
+        return false;
+    if (m_fileBasics->Exists(m_path))
+        return true;
+    VEL_TRACE(VEL_WRN, "Source file (%s) doesn't exist!", Utf8(m_path).c_str());
+    return false;
+}
+
+fs::path CVeLFileHelperImpl::GetPath()
+{
+    return m_path;
+}
+
+fs::path CVeLFileHelperImpl::GetDirPath()
+{
+    return m_path.parent_path();
+}
+
+bool CVeLFileHelperImpl::QuerySize(unsigned long long& size) const
+{
+    size = 0;
+    boost::system::error_code error;
+    const boost::uintmax_t value = m_path.empty() ? 0 : fs::file_size(m_path, error);
+    if (m_path.empty() || error)
+    {
+        VEL_TRACE(VEL_ERR, "Invalid file path= %s!", Utf8(m_path).c_str());
+        return false;
+    }
+    size = static_cast<unsigned long long>(value);
+    return true;
+}
+
+ULONG CVeLFileHelperImpl::GetSize() const
+{
+    unsigned long long size = 0;
+    QuerySize(size);
+    return static_cast<ULONG>(size);
+}
+
+bool CVeLFileHelperImpl::Exists() const
+{
+    return HasFileBasics() && m_fileBasics->Exists(m_path);
+}
+
+bool CVeLFileHelperImpl::Copy(fs::path destination) const
+{
+    if (!HasApi() || !SourceExists())
+        return false;
+    const std::wstring source = CVeLPathConverter::ToWide(m_path);
+    const std::wstring target = CVeLPathConverter::ToWide(destination);
+    {
+        CVeLHANDLE in(m_api, m_api->WAPI_CreateFile(source.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
+                                                    FILE_ATTRIBUTE_NORMAL, nullptr));
+        if (!in.IsValid())
+        {
+            VEL_TRACE(VEL_ERR, "Cannot open file %s (err = %ld)", Utf8(m_path).c_str(),
+                      m_api->WAPI_GetLastError());
+            return false;
+        }
+        ResetReadOnlyIfNeeded(destination);
+        CVeLHANDLE out(m_api, m_api->WAPI_CreateFile(target.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                                     FILE_ATTRIBUTE_NORMAL, nullptr));
+        if (!out.IsValid())
+        {
+            VEL_TRACE(VEL_ERR, "Cannot open file %s (err = %ld)", Utf8(destination).c_str(),
+                      m_api->WAPI_GetLastError());
+            return false;
+        }
+        std::vector<unsigned char> buffer(kCopyChunk);
+        for (;;)
+        {
+            DWORD read = 0;
+            if (!m_api->WAPI_ReadFile(in.GetHandle(), buffer.data(), kCopyChunk, &read, nullptr))
+            {
+                VEL_TRACE(VEL_ERR, "Read failed (hr = 0x%08X)!", m_api->WAPI_GetLastError());
+                break;
+            }
+            if (read == 0)
+                break;
+            DWORD written = 0;
+            if (!m_api->WAPI_WriteFile(out.GetHandle(), buffer.data(), read, &written, nullptr) ||
+                written < read)
+            {
+                VEL_TRACE(VEL_ERR, "Write failed (hr = 0x%08X)!", m_api->WAPI_GetLastError());
+                break;
+            }
+        }
+    }
+    // Failures of the loop above show up here as a size difference.
+    unsigned long long sourceSize = 0, targetSize = 0;
+    QuerySize(sourceSize);
+    CVeLFileHelperImpl(m_api, m_fileBasics, destination, m_flag).QuerySize(targetSize);
+    if (sourceSize != targetSize)
+    {
+        VEL_TRACE(VEL_ERR, "Invalid file size after copy! (src= %ld bytes, dest= %ld bytes)", sourceSize,
+                  targetSize);
+        return false;
+    }
+    VEL_TRACE(VEL_DBG1, "File %s copied successful to %s", Utf8(m_path).c_str(), Utf8(destination).c_str());
+    return true;
+}
+
+bool CVeLFileHelperImpl::Rename(fs::path newPath)
+{
+    if (!SourceExists())
+        return false;
+    if (!m_fileBasics->Rename(m_path, newPath))
+    {
+        VEL_TRACE(VEL_ERR, "File %s renamed to %s failed", Utf8(m_path).c_str(), Utf8(newPath).c_str());
+        return false;
+    }
+    VEL_TRACE(VEL_DBG1, "File %s renamed to %s", Utf8(m_path).c_str(), Utf8(newPath).c_str());
+    m_path = std::move(newPath);
+    return true;
+}
+
+bool CVeLFileHelperImpl::Create() const
+{
+    if (!HasApi())
+        return false;
+    ResetReadOnlyIfNeeded(m_path);
+    CVeLHANDLE file(m_api, m_api->WAPI_CreateFile(CVeLPathConverter::ToWide(m_path).c_str(), GENERIC_WRITE, 0,
+                                                  nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file.IsValid())
+    {
+        VEL_TRACE(VEL_ERR, "Cannot create file %s (err = %ld)", Utf8(m_path).c_str(),
+                  m_api->WAPI_GetLastError());
+        return false;
+    }
+    return true;
+}
+
+bool CVeLFileHelperImpl::Remove() const
+{
+    if (!HasFileBasics())
+        return false;
+    if (!m_fileBasics->Exists(m_path))
+    {
+        VEL_TRACE(VEL_DBG1, "%s doesn't exist, skip", Utf8(m_path).c_str());
+        return true;
+    }
+    if (!ResetReadOnlyIfNeeded(m_path))
+        return false;
+    return m_fileBasics->Remove(m_path);
+}
+
+bool CVeLFileHelperImpl::Deflate() const
+{
+    if (!HasApi() || !SourceExists())
+        return false;
+    CVeLHANDLE file(m_api,
+                    m_api->WAPI_CreateFile(CVeLPathConverter::ToWide(m_path).c_str(), GENERIC_WRITE, 0,
+                                           nullptr, TRUNCATE_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file.IsValid())
+    {
+        VEL_TRACE(VEL_ERR, "Cannot create file %s (err = %ld)", Utf8(m_path).c_str(),
+                  m_api->WAPI_GetLastError());
+        return false;
+    }
+    return true;
+}
+
+bool CVeLFileHelperImpl::WriteContent(const unsigned char* content, ULONG length)
+{
+    if (!HasApi())
+        return false;
+    if (content == nullptr || length == 0)
+    {
+        VEL_TRACE(VEL_ERR, "No writeable content available!");
+        return false;
+    }
+    if (!SourceExists())
+        return false;
+    if (!IsWriteable())
+    {
+        VEL_TRACE(VEL_WRN, "Source file (%s) isn't writeable!", Utf8(m_path).c_str());
+        return false;
+    }
+    CVeLHANDLE file(m_api, m_api->WAPI_CreateFile(CVeLPathConverter::ToWide(m_path).c_str(), GENERIC_WRITE, 0,
+                                                  nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file.IsValid())
+    {
+        VEL_TRACE(VEL_ERR, "Cannot create file %s (err = %ld)", Utf8(m_path).c_str(),
+                  m_api->WAPI_GetLastError());
+        return false;
+    }
+    DWORD written = 0;
+    if (!m_api->WAPI_WriteFile(file.GetHandle(), content, length, &written, nullptr) || written != length)
+    {
+        VEL_TRACE(VEL_ERR, "Write failed (hr = 0x%08X)!", m_api->WAPI_GetLastError());
+        return false;
+    }
+    return true;
+}
+
+bool CVeLFileHelperImpl::WriteContent(const std::wstring& content)
+{
+    if (content.size() > std::numeric_limits<ULONG>::max() / 4)
+    {
+        VEL_TRACE(VEL_ERR, "Invalid parameter");
+        return false;
+    }
+    const std::vector<unsigned char> bytes = EncodeUtf16Le(content);
+    return WriteContent(bytes.data(), static_cast<ULONG>(bytes.size()));
+}
+
+bool CVeLFileHelperImpl::ReadContent(boost::shared_ptr<unsigned char>& buffer, ULONG& size) const
+{
+    if (!HasApi() || !SourceExists())
+        return false;
+    CVeLHANDLE file(m_api, m_api->WAPI_CreateFile(CVeLPathConverter::ToWide(m_path).c_str(), GENERIC_READ, 0,
+                                                  nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file.IsValid())
+    {
+        VEL_TRACE(VEL_ERR, "Cannot open file %s (err = %ld)", Utf8(m_path).c_str(),
+                  m_api->WAPI_GetLastError());
+        return false;
+    }
+    unsigned long long fileSize = 0;
+    QuerySize(fileSize);
+    unsigned char* memory = fileSize <= std::numeric_limits<ULONG>::max()
+                                ? new (std::nothrow) unsigned char[static_cast<std::size_t>(fileSize) + 1]
+                                : nullptr;
+    if (memory == nullptr)
+    {
+        VEL_TRACE(VEL_ERR, "Could not allocate memory with size %d", fileSize);
+        return false;
+    }
+    boost::shared_ptr<unsigned char> content(memory, [](unsigned char* p) { delete[] p; });
+    DWORD read = 0;
+    if (!m_api->WAPI_ReadFile(file.GetHandle(), memory, static_cast<DWORD>(fileSize), &read, nullptr))
+    {
+        VEL_TRACE(VEL_ERR, "Read file failed (hr = 0x%08X)!", m_api->WAPI_GetLastError());
+        return false;
+    }
+    buffer = content;
+    size = read;
+    return true;
+}
+
+bool CVeLFileHelperImpl::ReadContent(std::wstring& content) const
+{
+    boost::shared_ptr<unsigned char> buffer;
+    ULONG size = 0;
+    if (!ReadContent(buffer, size))
+    {
+        VEL_TRACE(VEL_ERR, "Read content failed");
+        return false;
+    }
+    content = DecodeUtf16Le(buffer.get(), size);
+    return true;
+}
+
+bool CVeLFileHelperImpl::WriteUtf8Content(const std::wstring& content)
+{
+    boost::shared_ptr<char> utf8;
+    if (!CVeLStringConverter::ConvertStdWString2UTF8Chars(content, utf8))
+    {
+        VEL_TRACE(VEL_ERR, "Invalid conversion!");
+        return false;
+    }
+    return WriteContent(reinterpret_cast<const unsigned char*>(utf8.get()),
+                        static_cast<ULONG>(std::strlen(utf8.get())));
+}
+
+bool CVeLFileHelperImpl::ReadUtf8Content(std::wstring& content) const
+{
+    boost::shared_ptr<unsigned char> buffer;
+    ULONG size = 0;
+    if (!ReadContent(buffer, size))
+    {
+        VEL_TRACE(VEL_ERR, "Read content failed");
+        return false;
+    }
+    if (size == 0)
+    {
+        VEL_TRACE(VEL_ERR, "No writeable content available!");
+        return false;
+    }
+    if (!CVeLStringConverter::ConvertUTF8Chars2StdWString(reinterpret_cast<const char*>(buffer.get()), size,
+                                                          content))
+    {
+        VEL_TRACE(VEL_ERR, "Invalid conversion!");
+        return false;
+    }
+    return true;
+}
+
+bool CVeLFileHelperImpl::IsWriteable() const
+{
+    if (m_path.empty())
+    {
+        VEL_TRACE(VEL_ERR, "Invalid file path= %s!", Utf8(m_path).c_str());
+        return false;
+    }
+    bool statFailed = false;
+    const bool writeable = IsPathWriteable(m_path, statFailed);
+    if (statFailed)
+        VEL_TRACE(VEL_ERR, "Can't obtain file stat for path= %s!", Utf8(m_path).c_str());
+    return writeable;
+}
+
+bool CVeLFileHelperImpl::IsRegularFile() const
+{
+    if (m_path.empty())
+    {
+        VEL_TRACE(VEL_ERR, "Invalid file path= %s!", Utf8(m_path).c_str());
+        return false;
+    }
+    return HasFileBasics() && m_fileBasics->IsRegularFile(m_path);
+}
+
+bool CVeLFileHelperImpl::ResetReadOnly(const fs::path& path) const
+{
+    if (!HasApi())
+        return false;
+    if (m_api->WAPI_SetFileAttributes(CVeLPathConverter::ToWide(path).c_str(), FILE_ATTRIBUTE_NORMAL))
+        return true;
+    VEL_TRACE(VEL_ERR, "Can't reset read-only flag on file %s!", Utf8(path).c_str());
+    return false;
+}
+
+bool CVeLFileHelperImpl::ResetReadOnlyIfNeeded(const fs::path& path) const
+{
+    bool statFailed = false;
+    if (IsPathWriteable(path, statFailed) || statFailed)
+        return true;
+    return ResetReadOnly(path);
+}
+
+fs::path CVeLFileHelperImpl::GetFileName()
+{
+    return m_path.filename();
+}
+
+std::wstring CVeLFileHelperImpl::GetFileNameWithoutExtension()
+{
+    return CVeLPathConverter::ToWide(m_path.stem());
+}
+
+std::wstring CVeLFileHelperImpl::GetFileExtension()
+{
+    return CVeLPathConverter::ToWide(m_path.extension());
+}
+
+std::wstring CVeLFileHelperImpl::GetFileExtensionWithoutLeadingDot()
+{
+    std::wstring extension = GetFileExtension();
+    if (!extension.empty() && extension[0] == L'.')
+        extension.erase(0, 1);
+    return extension;
+}
+
+void CVeLFileHelperImpl::Reset(fs::path path, bool flag)
+{
+    m_path = std::move(path);
+    m_flag = flag;
+}
+
+std::wstring CVeLFileHelperImpl::ToString()
+{
+    return CVeLPathConverter::ToWide(m_path);
+}
