@@ -65,11 +65,12 @@ FILETIME ToFileTime(const struct timespec& ts)
     return ft;
 }
 
-// Attributes of the object at utf8Path as Windows reports them, from lstat (so a link is described as a
-// link). False with the last error set when the object can't be examined.
-bool Describe(const std::string& utf8Path, DWORD& attributes, struct stat& st, bool& isLink)
+// Attributes of the object at utf8Path (relative to the directory directoryFd, or to the current directory
+// with AT_FDCWD) as Windows reports them, from lstat (so a link is described as a link). False with the last
+// error set when the object can't be examined.
+bool DescribeAt(int directoryFd, const std::string& utf8Path, DWORD& attributes, struct stat& st, bool& isLink)
 {
-    if (lstat(utf8Path.c_str(), &st) != 0)
+    if (fstatat(directoryFd, utf8Path.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
     {
         SetLastError(W32pPathErrorFromErrno(utf8Path, errno));
         return false;
@@ -80,7 +81,7 @@ bool Describe(const std::string& utf8Path, DWORD& attributes, struct stat& st, b
     {
         attributes |= FILE_ATTRIBUTE_REPARSE_POINT;
         struct stat target;
-        if (stat(utf8Path.c_str(), &target) == 0 && S_ISDIR(target.st_mode))
+        if (fstatat(directoryFd, utf8Path.c_str(), &target, 0) == 0 && S_ISDIR(target.st_mode))
             attributes |= FILE_ATTRIBUTE_DIRECTORY;
     }
     else
@@ -95,7 +96,12 @@ bool Describe(const std::string& utf8Path, DWORD& attributes, struct stat& st, b
     return true;
 }
 
-void FillFindData(const std::string& name, DWORD attributes, const struct stat& st, bool isLink,
+bool Describe(const std::string& utf8Path, DWORD& attributes, struct stat& st, bool& isLink)
+{
+    return DescribeAt(AT_FDCWD, utf8Path, attributes, st, isLink);
+}
+
+void FillFindData(const std::wstring& wide, DWORD attributes, const struct stat& st, bool isLink,
                   WIN32_FIND_DATAW& data)
 {
     std::memset(&data, 0, sizeof data);
@@ -111,7 +117,6 @@ void FillFindData(const std::string& name, DWORD attributes, const struct stat& 
     }
     if (isLink)
         data.dwReserved0 = IO_REPARSE_TAG_SYMLINK;
-    const std::wstring wide = W32pUtf8ToWide(name);
     const std::size_t n = std::min<std::size_t>(wide.size(), MAX_PATH - 1);
     std::wmemcpy(data.cFileName, wide.data(), n);
     data.cFileName[n] = L'\0';
@@ -442,7 +447,7 @@ BOOL GetFileAttributesExW(LPCWSTR fileName, GET_FILEEX_INFO_LEVELS infoLevel, LP
     if (!Describe(path, attributes, st, isLink))
         return FALSE;
     WIN32_FIND_DATAW data;
-    FillFindData(std::string(), attributes, st, isLink, data);
+    FillFindData(std::wstring(), attributes, st, isLink, data);
     auto* out = static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(information);
     out->dwFileAttributes = data.dwFileAttributes;
     out->ftCreationTime = data.ftCreationTime;
@@ -591,7 +596,6 @@ HANDLE FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData)
         W32pUtf8ToWide(slash == std::string::npos ? pattern : pattern.substr(slash + 1));
     if (namePattern == L"*.*")
         namePattern = L"*"; // Windows matches names without a dot too
-    const std::string prefix = slash == std::string::npos ? std::string() : pattern.substr(0, slash + 1);
 
     DIR* dir = opendir(directory.c_str());
     if (dir == nullptr)
@@ -602,18 +606,21 @@ HANDLE FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData)
     }
     auto search = std::make_shared<FindObject>();
     std::vector<WIN32_FIND_DATAW> dots;
+    // Entries are examined relative to the open directory: no path walk per entry.
+    const int directoryFd = dirfd(dir);
     while (struct dirent* entry = readdir(dir))
     {
         const std::string name = entry->d_name;
-        if (!WildcardMatch(namePattern.c_str(), W32pUtf8ToWide(name).c_str()))
+        const std::wstring wideName = W32pUtf8ToWide(name);
+        if (!WildcardMatch(namePattern.c_str(), wideName.c_str()))
             continue;
         DWORD attributes;
         struct stat st;
         bool isLink;
-        if (!Describe(prefix + name, attributes, st, isLink))
+        if (!DescribeAt(directoryFd, name, attributes, st, isLink))
             continue; // removed while we read the directory
         WIN32_FIND_DATAW data;
-        FillFindData(name, attributes, st, isLink, data);
+        FillFindData(wideName, attributes, st, isLink, data);
         (name == "." || name == ".." ? dots : search->entries).push_back(data);
     }
     closedir(dir);
