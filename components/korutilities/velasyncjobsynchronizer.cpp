@@ -13,11 +13,20 @@ CVeLAsyncJobSynchronizer::CVeLAsyncJobSynchronizer()
 
 CVeLAsyncJobSynchronizer::~CVeLAsyncJobSynchronizer() {}
 
-void CVeLAsyncJobSynchronizer::ResetTimeout() { SetEvent(m_progressEvent.GetHandle()); }
+void CVeLAsyncJobSynchronizer::ResetTimeout()
+{
+    SetEvent(m_progressEvent.GetHandle());
+}
 
-void CVeLAsyncJobSynchronizer::SetJobCanceled() { SetEvent(m_cancelEvent.GetHandle()); }
+void CVeLAsyncJobSynchronizer::SetJobCanceled()
+{
+    SetEvent(m_cancelEvent.GetHandle());
+}
 
-void CVeLAsyncJobSynchronizer::SetJobFinished() { SetEvent(m_finishedEvent.GetHandle()); }
+void CVeLAsyncJobSynchronizer::SetJobFinished()
+{
+    SetEvent(m_finishedEvent.GetHandle());
+}
 
 bool CVeLAsyncJobSynchronizer::WaitForJobFinish(int timeout)
 {

@@ -3,7 +3,10 @@
 
 CVeLAtomicLock::CVeLAtomicLock() : CVeLAtomicLock(INFINITE) {}
 
-CVeLAtomicLock::CVeLAtomicLock(DWORD timeout) : m_flag(0), m_timeout(timeout) { InterlockedExchange(&m_flag, 0); }
+CVeLAtomicLock::CVeLAtomicLock(DWORD timeout) : m_flag(0), m_timeout(timeout)
+{
+    InterlockedExchange(&m_flag, 0);
+}
 
 CVeLAtomicLock::~CVeLAtomicLock() {}
 
@@ -21,7 +24,10 @@ bool CVeLAtomicLock::Lock()
     }
 }
 
-bool CVeLAtomicLock::TryLock() { return InterlockedExchange(&m_flag, 1) == 0; }
+bool CVeLAtomicLock::TryLock()
+{
+    return InterlockedExchange(&m_flag, 1) == 0;
+}
 
 bool CVeLAtomicLock::Release()
 {
@@ -29,9 +35,15 @@ bool CVeLAtomicLock::Release()
     return true;
 }
 
-bool CVeLAtomicLock::IsValid() const { return true; }
+bool CVeLAtomicLock::IsValid() const
+{
+    return true;
+}
 
-void* CVeLAtomicLock::GetHandle() const { return nullptr; }
+void* CVeLAtomicLock::GetHandle() const
+{
+    return nullptr;
+}
 
 bool CVeLAtomicLock::Reset()
 {

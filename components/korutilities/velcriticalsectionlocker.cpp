@@ -10,4 +10,7 @@ CVeLCriticalSectionLocker::CVeLCriticalSectionLocker(const CVeLCriticalSectionLo
 {
 }
 
-CVeLCriticalSectionLocker::~CVeLCriticalSectionLocker() { LeaveCriticalSection(m_section); }
+CVeLCriticalSectionLocker::~CVeLCriticalSectionLocker()
+{
+    LeaveCriticalSection(m_section);
+}

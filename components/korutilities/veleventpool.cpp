@@ -1,6 +1,9 @@
 #include "veleventpool.h"
 
-CVeLEventPool::CVeLEventPool() { InitializeCriticalSection(&m_lock); }
+CVeLEventPool::CVeLEventPool()
+{
+    InitializeCriticalSection(&m_lock);
+}
 
 CVeLEventPool::~CVeLEventPool()
 {

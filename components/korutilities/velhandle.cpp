@@ -8,11 +8,15 @@ CVeLHANDLE::CVeLHANDLE(void* handle) : m_api(std::make_shared<CVeLWinAPIWrapper>
 
 CVeLHANDLE::CVeLHANDLE(std::shared_ptr<IVeLWinAPIWrapper> api) : m_api(std::move(api)), m_handle(nullptr) {}
 
-CVeLHANDLE::CVeLHANDLE(std::shared_ptr<IVeLWinAPIWrapper> api, void* handle) : m_api(std::move(api)), m_handle(handle)
+CVeLHANDLE::CVeLHANDLE(std::shared_ptr<IVeLWinAPIWrapper> api, void* handle)
+    : m_api(std::move(api)), m_handle(handle)
 {
 }
 
-CVeLHANDLE::~CVeLHANDLE() { CloseHandle(); }
+CVeLHANDLE::~CVeLHANDLE()
+{
+    CloseHandle();
+}
 
 void CVeLHANDLE::operator=(void* handle)
 {
@@ -20,11 +24,20 @@ void CVeLHANDLE::operator=(void* handle)
     m_handle = handle;
 }
 
-void* const* CVeLHANDLE::operator&() { return m_handle == nullptr ? nullptr : &m_handle; }
+void* const* CVeLHANDLE::operator&()
+{
+    return m_handle == nullptr ? nullptr : &m_handle;
+}
 
-void* CVeLHANDLE::GetHandle() const { return m_handle; }
+void* CVeLHANDLE::GetHandle() const
+{
+    return m_handle;
+}
 
-bool CVeLHANDLE::IsValid() const { return m_handle != nullptr && m_handle != INVALID_HANDLE_VALUE; }
+bool CVeLHANDLE::IsValid() const
+{
+    return m_handle != nullptr && m_handle != INVALID_HANDLE_VALUE;
+}
 
 void CVeLHANDLE::CloseHandle()
 {

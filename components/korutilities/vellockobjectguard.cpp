@@ -1,6 +1,9 @@
 #include "vellockobjectguard.h"
 
-CVeLLockObjectGuard::CVeLLockObjectGuard(IVeLLockObject* lock) : m_lock(lock) { Lock(); }
+CVeLLockObjectGuard::CVeLLockObjectGuard(IVeLLockObject* lock) : m_lock(lock)
+{
+    Lock();
+}
 
 CVeLLockObjectGuard::~CVeLLockObjectGuard()
 {

@@ -7,7 +7,8 @@ CVeLMutexObject::CVeLMutexObject() : m_mutex(CreateMutexW(nullptr, FALSE, nullpt
     CheckForHandle();
 }
 
-CVeLMutexObject::CVeLMutexObject(DWORD timeout) : m_mutex(CreateMutexW(nullptr, FALSE, nullptr)), m_timeout(timeout)
+CVeLMutexObject::CVeLMutexObject(DWORD timeout)
+    : m_mutex(CreateMutexW(nullptr, FALSE, nullptr)), m_timeout(timeout)
 {
     CheckForHandle();
 }
@@ -78,9 +79,15 @@ bool CVeLMutexObject::Release()
     return false;
 }
 
-bool CVeLMutexObject::IsValid() const { return m_mutex.IsValid(); }
+bool CVeLMutexObject::IsValid() const
+{
+    return m_mutex.IsValid();
+}
 
-void* CVeLMutexObject::GetHandle() const { return m_mutex.GetHandle(); }
+void* CVeLMutexObject::GetHandle() const
+{
+    return m_mutex.GetHandle();
+}
 
 bool CVeLMutexObject::Reset()
 {

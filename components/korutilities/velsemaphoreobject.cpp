@@ -2,7 +2,8 @@
 #include "korutilitesbtracedef.h"
 #include "velwaithelper.h"
 
-CVeLSemaphoreObject::CVeLSemaphoreObject(int maxCount, int initialCount) : m_handle(nullptr), m_timeout(INFINITE)
+CVeLSemaphoreObject::CVeLSemaphoreObject(int maxCount, int initialCount)
+    : m_handle(nullptr), m_timeout(INFINITE)
 {
     CreateSemaphor(maxCount, initialCount);
 }
@@ -30,12 +31,16 @@ CVeLSemaphoreObject::CVeLSemaphoreObject(std::wstring name) : m_handle(nullptr),
     OpenSemaphor(name);
 }
 
-CVeLSemaphoreObject::CVeLSemaphoreObject(std::wstring name, DWORD timeout) : m_handle(nullptr), m_timeout(timeout)
+CVeLSemaphoreObject::CVeLSemaphoreObject(std::wstring name, DWORD timeout)
+    : m_handle(nullptr), m_timeout(timeout)
 {
     OpenSemaphor(name);
 }
 
-CVeLSemaphoreObject::~CVeLSemaphoreObject() { Destroy(); }
+CVeLSemaphoreObject::~CVeLSemaphoreObject()
+{
+    Destroy();
+}
 
 void CVeLSemaphoreObject::CreateSemaphor(int maxCount, int initialCount)
 {
@@ -134,9 +139,15 @@ bool CVeLSemaphoreObject::Release()
     return false;
 }
 
-bool CVeLSemaphoreObject::IsValid() const { return m_handle != nullptr; }
+bool CVeLSemaphoreObject::IsValid() const
+{
+    return m_handle != nullptr;
+}
 
-void* CVeLSemaphoreObject::GetHandle() const { return m_handle; }
+void* CVeLSemaphoreObject::GetHandle() const
+{
+    return m_handle;
+}
 
 bool CVeLSemaphoreObject::Reset()
 {

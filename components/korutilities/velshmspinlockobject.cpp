@@ -31,7 +31,8 @@ void CVeLShMSpinlockObject::Init(const std::wstring& name, unsigned int index)
 
 bool CVeLShMSpinlockObject::OpenShm(const std::wstring& /*name*/, unsigned int index, unsigned int /*size*/)
 {
-    m_mapping = CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, kMappingSize, kMappingName);
+    m_mapping =
+        CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, kMappingSize, kMappingName);
     if (!m_mapping.IsValid())
         return false;
     void* view = MapViewOfFile(m_mapping.GetHandle(), FILE_MAP_ALL_ACCESS, 0, 0, kMappingSize);
@@ -41,7 +42,8 @@ bool CVeLShMSpinlockObject::OpenShm(const std::wstring& /*name*/, unsigned int i
         return false;
     }
     m_view = view;
-    m_lockWord = reinterpret_cast<volatile LONG*>(static_cast<unsigned char*>(view) + static_cast<std::size_t>(index) * 4);
+    m_lockWord = reinterpret_cast<volatile LONG*>(static_cast<unsigned char*>(view) +
+                                                  static_cast<std::size_t>(index) * 4);
     return true;
 }
 
@@ -84,7 +86,10 @@ bool CVeLShMSpinlockObject::IsValid() const
     return m_mapping.GetHandle() != nullptr && m_view != nullptr && m_lockWord != nullptr;
 }
 
-void* CVeLShMSpinlockObject::GetHandle() const { return nullptr; }
+void* CVeLShMSpinlockObject::GetHandle() const
+{
+    return nullptr;
+}
 
 bool CVeLShMSpinlockObject::Reset()
 {

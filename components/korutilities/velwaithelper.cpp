@@ -20,11 +20,16 @@ DWORD SleeperThread(LPVOID parameter)
 
 } // namespace
 
-WaitThreadStruct::WaitThreadStruct(void* event, DWORD milliseconds) : m_event(event), m_milliseconds(milliseconds) {}
+WaitThreadStruct::WaitThreadStruct(void* event, DWORD milliseconds)
+    : m_event(event), m_milliseconds(milliseconds)
+{
+}
 
 WaitThreadStruct::~WaitThreadStruct() {}
 
-CVeLWaitHelper::CVeLWaitHelper(bool trace) : m_trace(trace), m_clock(&CVeLTimeUtilites::GetCorrectedTickCount) {}
+CVeLWaitHelper::CVeLWaitHelper(bool trace) : m_trace(trace), m_clock(&CVeLTimeUtilites::GetCorrectedTickCount)
+{
+}
 
 CVeLWaitHelper::CVeLWaitHelper(bool trace, CVeLWaitHelperTimeSupport::TickSource clock)
     : m_trace(trace), m_clock(clock != nullptr ? clock : &CVeLTimeUtilites::GetCorrectedTickCount)
@@ -104,7 +109,8 @@ bool CVeLWaitHelper::WaitWithCalculatedTimeout(void* const* handles, int count, 
     CVeLWaitHelperTimeSupport time(timeout, m_clock);
     for (;;)
     {
-        const DWORD waitResult = WaitForMultipleObjects(static_cast<DWORD>(count), handles, FALSE, time.GetWaitTime());
+        const DWORD waitResult =
+            WaitForMultipleObjects(static_cast<DWORD>(count), handles, FALSE, time.GetWaitTime());
         const DWORD lastError = GetLastError();
         const bool reached = time.IsCalcedTimeout();
         if (IsEventSignaled(waitResult, count))

@@ -8,7 +8,8 @@ CVeLWaitHelperTimeSupport::CVeLWaitHelperTimeSupport(DWORD timeout)
 }
 
 CVeLWaitHelperTimeSupport::CVeLWaitHelperTimeSupport(DWORD timeout, TickSource clock)
-    : m_timeout(timeout), m_startTick(0), m_clock(clock != nullptr ? clock : &CVeLTimeUtilites::GetCorrectedTickCount)
+    : m_timeout(timeout), m_startTick(0),
+      m_clock(clock != nullptr ? clock : &CVeLTimeUtilites::GetCorrectedTickCount)
 {
     m_startTick = m_clock();
 }

@@ -10,9 +10,15 @@ CVeLWorkerThread::CVeLWorkerThread()
     m_startLock->Lock();
 }
 
-CVeLWorkerThread::~CVeLWorkerThread() { m_startLock.reset(); }
+CVeLWorkerThread::~CVeLWorkerThread()
+{
+    m_startLock.reset();
+}
 
-bool CVeLWorkerThread::LockStartLock() { return m_startLock && m_startLock->Lock(); }
+bool CVeLWorkerThread::LockStartLock()
+{
+    return m_startLock && m_startLock->Lock();
+}
 
 bool CVeLWorkerThread::Start(unsigned int timeout)
 {
@@ -90,7 +96,10 @@ bool CVeLWorkerThread::WaitForEnd(unsigned int timeout) const
     return false;
 }
 
-bool CVeLWorkerThread::IsRunning() const { return m_running; }
+bool CVeLWorkerThread::IsRunning() const
+{
+    return m_running;
+}
 
 DWORD CVeLWorkerThread::ThreadMain(void* self)
 {

@@ -68,7 +68,8 @@ FILETIME ToFileTime(const struct timespec& ts)
 // Attributes of the object at utf8Path (relative to the directory directoryFd, or to the current directory
 // with AT_FDCWD) as Windows reports them, from lstat (so a link is described as a link). False with the last
 // error set when the object can't be examined.
-bool DescribeAt(int directoryFd, const std::string& utf8Path, DWORD& attributes, struct stat& st, bool& isLink)
+bool DescribeAt(int directoryFd, const std::string& utf8Path, DWORD& attributes, struct stat& st,
+                bool& isLink)
 {
     if (fstatat(directoryFd, utf8Path.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
     {

@@ -15,6 +15,12 @@ inline LONG InterlockedCompareExchange(volatile LONG* target, LONG exchange, LON
     return comparand;
 }
 
-inline LONG InterlockedIncrement(volatile LONG* target) { return __atomic_add_fetch(target, 1, __ATOMIC_SEQ_CST); }
+inline LONG InterlockedIncrement(volatile LONG* target)
+{
+    return __atomic_add_fetch(target, 1, __ATOMIC_SEQ_CST);
+}
 
-inline LONG InterlockedDecrement(volatile LONG* target) { return __atomic_sub_fetch(target, 1, __ATOMIC_SEQ_CST); }
+inline LONG InterlockedDecrement(volatile LONG* target)
+{
+    return __atomic_sub_fetch(target, 1, __ATOMIC_SEQ_CST);
+}

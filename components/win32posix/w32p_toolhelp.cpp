@@ -45,7 +45,10 @@ bool ReadStat(DWORD pid, std::string& name, std::vector<std::string>& fields)
 }
 
 // The process that a handle names; 0 with ERROR_INVALID_HANDLE when it names none known here.
-DWORD ProcessIdOf(HANDLE process) { return GetProcessId(process); }
+DWORD ProcessIdOf(HANDLE process)
+{
+    return GetProcessId(process);
+}
 
 std::string BaseName(const std::string& path)
 {
