@@ -1,4 +1,5 @@
 // Get/SetEnvironmentVariableW return conventions.
+#include "w32p_test_util.h"
 #include "win32posix.h"
 
 #include <gtest/gtest.h>

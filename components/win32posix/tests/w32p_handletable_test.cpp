@@ -1,4 +1,5 @@
 // The handle table: values, lookup by kind, closing, duplication and thread-safe closing.
+#include "w32p_test_util.h"
 #include "win32posix.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 // MultiByteToWideChar / WideCharToMultiByte (CP_UTF8) and wcscpy_s with the Windows contract.
+#include "w32p_test_util.h"
 #include "win32posix.h"
 
 #include <gtest/gtest.h>

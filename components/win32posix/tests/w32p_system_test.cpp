@@ -1,4 +1,5 @@
 // Local time, and the areas that behave as on a machine without windows or registry.
+#include "w32p_test_util.h"
 #include "win32posix.h"
 
 #include <gtest/gtest.h>
