@@ -3,6 +3,7 @@
 #include "childprocess.h"
 #include "fakewinapiwrapper.h"
 #include "korutilitesbtracedef.h"
+#include "tracedtest.h"
 #include "velcmdinterfacesharedmemimpl.h"
 #include "velcmdinterfacesharedmemoryhandler.h"
 
@@ -37,12 +38,9 @@ const std::wstring kNonAscii = L"Gr\u00FC\u00DFe \u2013 \u65E5\u672C \U0001F600 
 
 const char* const kNotValid = "Shared Memory Handle is not valid";
 
-class SharedMemoryChannel : public ::testing::Test
+class SharedMemoryChannel : public kortest::TracedTest
 {
 protected:
-    void SetUp() override { BTraceSetLevel(&g_korutilitiesTraceModule, BTRACE_DBG3); }
-    void TearDown() override { BTraceSetLevel(&g_korutilitiesTraceModule, BTRACE_WRN); }
-
     // The raw bytes of the block as another process would see them.
     static std::vector<unsigned char> RawBlock(const std::wstring& name)
     {
@@ -58,40 +56,36 @@ protected:
     }
 };
 
+// Text survives reads until overwritten or cleared; a shorter text after a longer one leaves the old
+// bytes behind its length; an embedded zero ends the text.
 TEST_F(SharedMemoryChannel, RoundTripsTextAndKeepsItUntilOverwrittenOrCleared)
 {
-    CVeLCmdInterfaceSharedMemoryHandler channel(true, UniqueName("chan_roundtrip"));
+    const std::wstring name = UniqueName("chan_roundtrip");
+    CVeLCmdInterfaceSharedMemoryHandler channel(true, name);
     ASSERT_TRUE(channel.IsSharedMemoryAvailable());
     std::wstring text = L"stale";
     ASSERT_TRUE(channel.ReadDataFromMemory(text));
     EXPECT_EQ(text, L""); // a new block is zero-filled
-
     ASSERT_TRUE(channel.WriteDataToMemory(kNonAscii));
     ASSERT_TRUE(channel.ReadDataFromMemory(text));
-    EXPECT_EQ(text, kNonAscii);
     ASSERT_TRUE(channel.ReadDataFromMemory(text)); // reading does not consume
     EXPECT_EQ(text, kNonAscii);
 
+    ASSERT_TRUE(channel.WriteDataToMemory(L"abcdef"));
+    ASSERT_TRUE(channel.WriteDataToMemory(L"xyz"));
+    ASSERT_TRUE(channel.ReadDataFromMemory(text));
+    EXPECT_EQ(text, L"xyz");
+    const std::vector<unsigned char> raw = RawBlock(name);
+    ASSERT_EQ(raw.size(), 65537u);
+    EXPECT_EQ(std::vector<unsigned char>(raw.begin(), raw.begin() + 8),
+              (std::vector<unsigned char>{3, 0, 'x', 'y', 'z', 'd', 'e', 'f'}));
+
+    ASSERT_TRUE(channel.WriteDataToMemory(std::wstring(L"abc\0def", 7)));
+    ASSERT_TRUE(channel.ReadDataFromMemory(text));
+    EXPECT_EQ(text, L"abc");
     ASSERT_TRUE(channel.ClearDataMemory());
     ASSERT_TRUE(channel.ReadDataFromMemory(text));
     EXPECT_EQ(text, L"");
-}
-
-TEST_F(SharedMemoryChannel, ShorterTextAfterLongerKeepsRemainsBehindTheLength)
-{
-    const std::wstring name = UniqueName("chan_shorter");
-    CVeLCmdInterfaceSharedMemoryHandler channel(true, name);
-    ASSERT_TRUE(channel.WriteDataToMemory(L"abcdef"));
-    ASSERT_TRUE(channel.WriteDataToMemory(L"xyz"));
-    std::wstring text;
-    ASSERT_TRUE(channel.ReadDataFromMemory(text));
-    EXPECT_EQ(text, L"xyz");
-
-    const std::vector<unsigned char> raw = RawBlock(name);
-    ASSERT_EQ(raw.size(), 65537u);
-    EXPECT_EQ(raw[0], 3);
-    EXPECT_EQ(raw[1], 0);
-    EXPECT_EQ(std::string(raw.begin() + 2, raw.begin() + 8), "xyzdef");
 }
 
 TEST_F(SharedMemoryChannel, AcceptsExactly65535BytesAndRefuses65536Whole)
@@ -117,15 +111,6 @@ TEST_F(SharedMemoryChannel, AcceptsExactly65535BytesAndRefuses65536Whole)
     EXPECT_FALSE(channel.WriteDataToMemory(std::wstring(70000, L'c')));
     ASSERT_TRUE(channel.ReadDataFromMemory(text));
     EXPECT_EQ(text, L"short");
-}
-
-TEST_F(SharedMemoryChannel, EmbeddedZeroEndsTheText)
-{
-    CVeLCmdInterfaceSharedMemoryHandler channel(true, UniqueName("chan_zero"));
-    ASSERT_TRUE(channel.WriteDataToMemory(std::wstring(L"abc\0def", 7)));
-    std::wstring text;
-    ASSERT_TRUE(channel.ReadDataFromMemory(text));
-    EXPECT_EQ(text, L"abc");
 }
 
 TEST_F(SharedMemoryChannel, OpeningAnUnknownNameLeavesAnUnusableChannel)
@@ -216,8 +201,14 @@ TEST_F(SharedMemoryChannelFacade, FailedCreateOrOpenIsTracedWithTheLastError)
     EXPECT_TRUE(
         capture.Contains(VEL_ERR, "Shared Memory could not be created or opened (code = 0x00000006!)"));
     EXPECT_FALSE(created.ClearDataMemory());
-    EXPECT_TRUE(capture.Contains(VEL_ERR, kNotValid));
     EXPECT_EQ(fake->CallCount("MapViewOfFile"), 0u);
+
+    CVeLCmdInterfaceSharedMemoryImpl noFacade(nullptr, true, UniqueName("chan_nofacade"));
+    std::wstring text;
+    EXPECT_FALSE(noFacade.IsSharedMemoryAvailable());
+    EXPECT_FALSE(noFacade.WriteDataToMemory(L"x"));
+    EXPECT_FALSE(noFacade.ReadDataFromMemory(text));
+    EXPECT_EQ(capture.Count(VEL_ERR, kNotValid), 3u);
 }
 
 TEST_F(SharedMemoryChannelFacade, CreatesThePagingFileBlockWithTheExpectedArguments)
@@ -238,10 +229,7 @@ TEST_F(SharedMemoryChannelFacade, CreatesThePagingFileBlockWithTheExpectedArgume
     const std::wstring name = UniqueName("chan_args");
     CVeLCmdInterfaceSharedMemoryImpl created(fake, true, name);
     CVeLCmdInterfaceSharedMemoryImpl opened(fake, false, name);
-    EXPECT_EQ(file, INVALID_HANDLE_VALUE);
-    EXPECT_EQ(protect, static_cast<DWORD>(PAGE_READWRITE));
-    EXPECT_EQ(high, 0u);
-    EXPECT_EQ(low, 65537u);
+    EXPECT_TRUE(file == INVALID_HANDLE_VALUE && protect == PAGE_READWRITE && high == 0 && low == 65537);
     EXPECT_EQ(access, 0xF001Fu);
 
     fake->ClearCalls();
@@ -268,7 +256,6 @@ TEST_F(SharedMemoryChannelFacade, FailedMapOrUnmapFailsEachOperationWithItsMessa
     EXPECT_FALSE(channel.ClearDataMemory());
     EXPECT_EQ(capture.Count(VEL_ERR, "MapViewOfFile failed (code= 0x00000008)!"), 3u);
     fake->OnMapViewOfFile = nullptr;
-
     fake->OnUnmapViewOfFile = [](LPCVOID address) -> BOOL
     {
         CVeLWinAPIWrapper().WAPI_UnmapViewOfFile(address);
@@ -288,17 +275,6 @@ TEST_F(SharedMemoryChannelFacade, UnknownBlockSizeStillLeavesAUsableChannel)
     CVeLCmdInterfaceSharedMemoryImpl channel(fake, true, UniqueName("chan_size"));
     EXPECT_TRUE(capture.Contains(VEL_WRN, "Size of Shared Memory unknown, used as it is"));
     EXPECT_TRUE(channel.WriteDataToMemory(L"ok"));
-}
-
-TEST_F(SharedMemoryChannelFacade, WithoutAFacadeEveryOperationFails)
-{
-    BTraceCapture capture;
-    CVeLCmdInterfaceSharedMemoryImpl channel(nullptr, true, UniqueName("chan_nofacade"));
-    std::wstring text;
-    EXPECT_FALSE(channel.IsSharedMemoryAvailable());
-    EXPECT_FALSE(channel.WriteDataToMemory(L"x"));
-    EXPECT_FALSE(channel.ReadDataFromMemory(text));
-    EXPECT_EQ(capture.Count(VEL_ERR, kNotValid), 2u);
 }
 
 // Every system object the channel uses comes from the facade: with a facade that serves the block from

@@ -1,6 +1,7 @@
 // The lock objects and guards, in one process and across real child processes.
 #include "childprocess.h"
 #include "korutilitesbtracedef.h"
+#include "tracedtest.h"
 #include "velatomiclock.h"
 #include "velcriticalsectionlocker.h"
 #include "vellockobjectguard.h"
@@ -25,14 +26,12 @@ std::wstring UniqueName(const char* stem)
     return std::wstring(stem, stem + std::strlen(stem)) + L"_" + std::to_wstring(getpid());
 }
 
-std::wstring Wide(const std::string& s) { return std::wstring(s.begin(), s.end()); }
-
-class LockTest : public ::testing::Test
+std::wstring Wide(const std::string& s)
 {
-protected:
-    void SetUp() override { BTraceSetLevel(&g_korutilitiesTraceModule, BTRACE_DBG3); }
-    void TearDown() override { BTraceSetLevel(&g_korutilitiesTraceModule, BTRACE_WRN); }
-};
+    return std::wstring(s.begin(), s.end());
+}
+
+using LockTest = kortest::TracedTest;
 
 // Records what a guard does with its lock; Lock() fails as a timed-out lock would.
 class RecordingLock : public IVeLLockObject
@@ -101,17 +100,21 @@ TEST_F(LockTest, MutexTryLockReportsSuccessWhenHeldElsewhere)
     BTraceCapture capture;
     CVeLMutexObject mutex(100);
     ASSERT_TRUE(mutex.IsValid());
-    std::thread holder([&] {
-        EXPECT_TRUE(mutex.Lock());
-        // The other thread's try counts a time-out as success.
-        std::thread other([&] {
-            EXPECT_TRUE(mutex.TryLock());
-            EXPECT_TRUE(mutex.Lock());     // 100 ms time-out, also "success"
-            EXPECT_FALSE(mutex.Release()); // it never owned the mutex
+    std::thread holder(
+        [&]
+        {
+            EXPECT_TRUE(mutex.Lock());
+            // The other thread's try counts a time-out as success.
+            std::thread other(
+                [&]
+                {
+                    EXPECT_TRUE(mutex.TryLock());
+                    EXPECT_TRUE(mutex.Lock());     // 100 ms time-out, also "success"
+                    EXPECT_FALSE(mutex.Release()); // it never owned the mutex
+                });
+            other.join();
+            EXPECT_TRUE(mutex.Release());
         });
-        other.join();
-        EXPECT_TRUE(mutex.Release());
-    });
     holder.join();
     EXPECT_TRUE(capture.Contains(VEL_ERR, "ReleaseMutex failed!"));
     EXPECT_TRUE(mutex.Reset());
@@ -159,10 +162,13 @@ TEST(CVeLCriticalSectionLocker, EntersForTheScope)
         CVeLCriticalSectionLocker locker(section);
         std::thread([&] { EXPECT_FALSE(TryEnterCriticalSection(&section)); }).join();
     }
-    std::thread([&] {
-        EXPECT_TRUE(TryEnterCriticalSection(&section));
-        LeaveCriticalSection(&section);
-    }).join();
+    std::thread(
+        [&]
+        {
+            EXPECT_TRUE(TryEnterCriticalSection(&section));
+            LeaveCriticalSection(&section);
+        })
+        .join();
     DeleteCriticalSection(&section);
 }
 
@@ -194,10 +200,12 @@ KOR_CHILD_ROLE(spin_increment)
     const unsigned index = static_cast<unsigned>(std::stoul(kortest::ChildParameter("KOR_INDEX")));
     const int rounds = std::stoi(kortest::ChildParameter("KOR_ROUNDS"));
     CVeLShMSpinlockObject lock(L"child", index);
-    HANDLE mapping = OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE, Wide(kortest::ChildParameter("KOR_COUNTER")).c_str());
+    HANDLE mapping =
+        OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE, Wide(kortest::ChildParameter("KOR_COUNTER")).c_str());
     if (!lock.IsValid() || mapping == nullptr)
         return 2;
-    volatile int* counter = static_cast<volatile int*>(MapViewOfFile(mapping, FILE_MAP_ALL_ACCESS, 0, 0, 4096));
+    volatile int* counter =
+        static_cast<volatile int*>(MapViewOfFile(mapping, FILE_MAP_ALL_ACCESS, 0, 0, 4096));
     for (int i = 0; i < rounds; ++i)
     {
         if (!lock.Lock())
@@ -212,9 +220,11 @@ KOR_CHILD_ROLE(spin_increment)
 TEST(LockObjectsAcrossProcesses, SpinLockWithTheSameIndexLosesNoUpdate)
 {
     const std::wstring counterName = UniqueName("kor_spin_counter");
-    HANDLE mapping = CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 4096, counterName.c_str());
+    HANDLE mapping =
+        CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 4096, counterName.c_str());
     ASSERT_NE(mapping, nullptr);
-    volatile int* counter = static_cast<volatile int*>(MapViewOfFile(mapping, FILE_MAP_ALL_ACCESS, 0, 0, 4096));
+    volatile int* counter =
+        static_cast<volatile int*>(MapViewOfFile(mapping, FILE_MAP_ALL_ACCESS, 0, 0, 4096));
     *counter = 0;
     CVeLShMSpinlockObject(L"parent", 200).Reset();
     const int processes = 3, rounds = 3000;
@@ -293,8 +303,9 @@ TEST(LockObjectsAcrossProcesses, NamedMutexExcludesAndPassesOnWhenTheHolderIsKil
     HANDLE ready = CreateEventW(nullptr, TRUE, FALSE, readyName.c_str());
     CVeLMutexObject mutex(name, 5000);
     ASSERT_TRUE(mutex.IsValid());
-    pid_t child = kortest::StartChild("mutex_hold", {"KOR_NAME=" + std::string(name.begin(), name.end()),
-                                                     "KOR_READY=" + std::string(readyName.begin(), readyName.end())});
+    pid_t child =
+        kortest::StartChild("mutex_hold", {"KOR_NAME=" + std::string(name.begin(), name.end()),
+                                           "KOR_READY=" + std::string(readyName.begin(), readyName.end())});
     ASSERT_EQ(WaitForSingleObject(ready, 10000), static_cast<DWORD>(WAIT_OBJECT_0));
     // Held by the child: our wait times out, which this lock reports as success without owning it.
     EXPECT_EQ(WaitForSingleObject(mutex.GetHandle(), 50), static_cast<DWORD>(WAIT_TIMEOUT));

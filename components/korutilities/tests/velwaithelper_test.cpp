@@ -1,6 +1,7 @@
 // CVeLHANDLE, CVeLWaitHelper (the wait loop's deadline rules with a controllable clock),
 // CVeLWaitHelperTimeSupport, CVeLTimeUtilites and CVeLEventPool.
 #include "korutilitesbtracedef.h"
+#include "tracedtest.h"
 #include "veleventpool.h"
 #include "velhandle.h"
 #include "veltimeutilites.h"
@@ -29,7 +30,8 @@ std::atomic<DWORD> g_realBase{0};
 DWORD RealTimeFromBase()
 {
     ++g_reads;
-    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - g_realStart);
+    const auto ms =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - g_realStart);
     const DWORD tick = g_realBase + static_cast<DWORD>(ms.count());
     return tick == 0 ? 1 : tick; // 0 means "clock failed"; the test clock never fails
 }
@@ -40,26 +42,28 @@ DWORD FrozenThenLate()
     return ++g_reads <= 3 ? 5000u : 5000u + 10000u;
 }
 
-DWORD BrokenClock() { return 0; }
+DWORD BrokenClock()
+{
+    return 0;
+}
 
 unsigned ElapsedMs(std::chrono::steady_clock::time_point since)
 {
     return static_cast<unsigned>(
-        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - since).count());
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - since)
+            .count());
 }
 
-class WaitHelperTest : public ::testing::Test
+class WaitHelperTest : public kortest::TracedTest
 {
 protected:
     void SetUp() override
     {
-        BTraceSetLevel(&g_korutilitiesTraceModule, BTRACE_DBG3);
+        TracedTest::SetUp();
         g_reads = 0;
         m_event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
         ASSERT_TRUE(m_event.IsValid());
     }
-    void TearDown() override { BTraceSetLevel(&g_korutilitiesTraceModule, BTRACE_WRN); }
-
     CVeLHANDLE m_event;
 };
 
@@ -171,24 +175,19 @@ TEST_F(WaitHelperTest, NullUnknownAndNamedEvents)
     EXPECT_TRUE(capture.Contains(VEL_DBG3, "Event 0 signaled."));
 }
 
-TEST_F(WaitHelperTest, MultipleEventsGiveTheLowestSignalledIndex)
+TEST_F(WaitHelperTest, MultipleEventsGiveTheLowestSignalledIndexOrMinusOneForNone)
 {
     CVeLHANDLE second(CreateEventW(nullptr, TRUE, TRUE, nullptr));
     CVeLHANDLE third(CreateEventW(nullptr, TRUE, TRUE, nullptr));
     CVeLWaitHelper helper(false);
     int index = 7;
     WaitStatusEnum status = WaitError;
-    EXPECT_TRUE(helper.WaitForMultipleEvents({m_event.GetHandle(), second.GetHandle(), third.GetHandle()}, 100,
-                                             index, status));
+    EXPECT_TRUE(helper.WaitForMultipleEvents({m_event.GetHandle(), second.GetHandle(), third.GetHandle()},
+                                             100, index, status));
     EXPECT_EQ(status, WaitSignaled);
     EXPECT_EQ(index, 1);
-}
-
-TEST_F(WaitHelperTest, EmptyVectorCountsAsSignalledWithIndexMinusOne)
-{
-    CVeLWaitHelper helper(false);
-    int index = 7;
-    WaitStatusEnum status = WaitError;
+    // An empty vector counts as signalled, with index -1.
+    status = WaitError;
     EXPECT_TRUE(helper.WaitForMultipleEvents({}, 100, index, status));
     EXPECT_EQ(status, WaitSignaled);
     EXPECT_EQ(index, -1);

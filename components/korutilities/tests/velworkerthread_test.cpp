@@ -1,4 +1,5 @@
 // CVeLWorkerThread and CVeLAsyncJobSynchronizer.
+#include "tracedtest.h"
 #include "korutilitesbtracedef.h"
 #include "velasyncjobsynchronizer.h"
 #include "velworkerthread.h"
@@ -33,12 +34,7 @@ protected:
     }
 };
 
-class WorkerTest : public ::testing::Test
-{
-protected:
-    void SetUp() override { BTraceSetLevel(&g_korutilitiesTraceModule, BTRACE_DBG3); }
-    void TearDown() override { BTraceSetLevel(&g_korutilitiesTraceModule, BTRACE_WRN); }
-};
+using WorkerTest = kortest::TracedTest;
 
 } // namespace
 
@@ -116,14 +112,16 @@ TEST_F(WorkerTest, JobKeptAliveByProgressPastItsTimeout)
 {
     BTraceCapture capture;
     CVeLAsyncJobSynchronizer sync;
-    std::thread job([&] {
-        for (int i = 0; i < 6; ++i)
+    std::thread job(
+        [&]
         {
-            std::this_thread::sleep_for(std::chrono::milliseconds(25));
-            sync.ResetTimeout();
-        }
-        sync.SetJobFinished();
-    });
+            for (int i = 0; i < 6; ++i)
+            {
+                std::this_thread::sleep_for(std::chrono::milliseconds(25));
+                sync.ResetTimeout();
+            }
+            sync.SetJobFinished();
+        });
     // 150 ms of work with a 100 ms time-out: the signs of life keep the wait going.
     EXPECT_TRUE(sync.WaitForJobFinish(100));
     job.join();
@@ -136,10 +134,12 @@ TEST_F(WorkerTest, CancelledAndSilentJobs)
     BTraceCapture capture;
     CVeLAsyncJobSynchronizer sync;
     sync.SetJobFinished(); // before the wait: discarded
-    std::thread job([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        sync.SetJobCanceled();
-    });
+    std::thread job(
+        [&]
+        {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            sync.SetJobCanceled();
+        });
     EXPECT_FALSE(sync.WaitForJobFinish(5000));
     job.join();
     EXPECT_TRUE(capture.Contains(VEL_ERR, "an error occured => stop job!"));

@@ -1,4 +1,8 @@
+// CVeLXMLHandler: loads from strings and files (validating or not), writing, round trips, DOM access and
+// path creation, several threads at once, and mutated documents.
+#include "filetestsupport.h"
 #include "korutilitesbtracedef.h"
+#include "velstringconverter.h"
 #include "velxmlhandler.h"
 
 #include <boost/filesystem.hpp>
@@ -36,49 +40,24 @@ const wchar_t* const kRejected = L"<?xml version=\"1.0\"?>\n<Config><Item id=\"o
 
 std::string Utf8(const std::wstring& text)
 {
-    std::string out;
-    for (wchar_t w : text)
-    {
-        const auto c = static_cast<char32_t>(w);
-        if (c < 0x80)
-            out += static_cast<char>(c);
-        else if (c < 0x800)
-            out += {static_cast<char>(0xC0 | (c >> 6)), static_cast<char>(0x80 | (c & 0x3F))};
-        else if (c < 0x10000)
-            out += {static_cast<char>(0xE0 | (c >> 12)), static_cast<char>(0x80 | ((c >> 6) & 0x3F)),
-                    static_cast<char>(0x80 | (c & 0x3F))};
-        else
-            out += {static_cast<char>(0xF0 | (c >> 18)), static_cast<char>(0x80 | ((c >> 12) & 0x3F)),
-                    static_cast<char>(0x80 | ((c >> 6) & 0x3F)), static_cast<char>(0x80 | (c & 0x3F))};
-    }
-    return out;
+    return CVeLStringConverter::ConvertStdWStringToStdString(text);
 }
 
-class XMLHandlerTest : public ::testing::Test
+// Files in a fresh folder; traces at the default level, so a missing file can be shown to trace nothing.
+class XMLHandlerTest : public kortest::FileSystemTest
 {
 protected:
-    XMLHandlerTest() : dir(fs::temp_directory_path() / fs::unique_path("velxml-%%%%-%%%%-%%%%"))
+    void SetUp() override
     {
-        fs::create_directories(dir);
+        FileSystemTest::SetUp();
         BTraceSetLevel(&g_korutilitiesTraceModule, VEL_WRN);
-    }
-    ~XMLHandlerTest() override
-    {
-        boost::system::error_code ignored;
-        fs::remove_all(dir, ignored);
+        dir = Root();
     }
     fs::path WriteFile(const std::string& name, const std::string& bytes) const
     {
-        const fs::path file = dir / name;
-        std::ofstream(file.string(), std::ios::binary) << bytes;
-        return file;
+        FileSystemTest::WriteFile(dir / name, bytes);
+        return dir / name;
     }
-    static std::string ReadFile(const fs::path& file)
-    {
-        std::ifstream in(file.string(), std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    }
-
     fs::path dir;
 };
 

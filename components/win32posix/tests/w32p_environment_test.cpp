@@ -1,4 +1,5 @@
 // Get/SetEnvironmentVariableW return conventions.
+#include "w32p_test_util.h"
 #include "win32posix.h"
 
 #include <gtest/gtest.h>
@@ -20,9 +21,7 @@ TEST(EnvironmentVariables, MissingEmptyShortAndFittingBuffers)
     EXPECT_EQ(GetEnvironmentVariableW(L"W32P_ENV", nullptr, 0), 7u);
 
     ASSERT_TRUE(SetEnvironmentVariableW(L"W32P_ENV", nullptr));
-    SetLastError(0);
-    EXPECT_EQ(GetEnvironmentVariableW(L"W32P_ENV", buffer, 16), 0u);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ENVVAR_NOT_FOUND));
+    EXPECT_W32_FAILS(GetEnvironmentVariableW(L"W32P_ENV", buffer, 16), 0u, ERROR_ENVVAR_NOT_FOUND);
 
     ASSERT_TRUE(SetEnvironmentVariableW(L"W32P_ENV", L""));
     SetLastError(1234);
@@ -33,10 +32,7 @@ TEST(EnvironmentVariables, MissingEmptyShortAndFittingBuffers)
 
 TEST(EnvironmentVariables, InvalidNames)
 {
-    EXPECT_FALSE(SetEnvironmentVariableW(L"", L"x"));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
-    EXPECT_FALSE(SetEnvironmentVariableW(L"A=B", L"x"));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
-    EXPECT_EQ(GetEnvironmentVariableW(nullptr, nullptr, 0), 0u);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ENVVAR_NOT_FOUND));
+    EXPECT_W32_FAILS(SetEnvironmentVariableW(L"", L"x"), FALSE, ERROR_INVALID_PARAMETER);
+    EXPECT_W32_FAILS(SetEnvironmentVariableW(L"A=B", L"x"), FALSE, ERROR_INVALID_PARAMETER);
+    EXPECT_W32_FAILS(GetEnvironmentVariableW(nullptr, nullptr, 0), 0u, ERROR_ENVVAR_NOT_FOUND);
 }

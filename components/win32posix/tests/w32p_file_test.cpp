@@ -58,8 +58,7 @@ TEST(File, DispositionsCreateTruncateAndReportWhatExisted)
     EXPECT_EQ(written, 5u);
     CloseHandle(h);
 
-    EXPECT_EQ(Open(path, GENERIC_WRITE, 0, CREATE_NEW), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_EXISTS));
+    EXPECT_W32_FAILS(Open(path, GENERIC_WRITE, 0, CREATE_NEW), INVALID_HANDLE_VALUE, ERROR_FILE_EXISTS);
 
     h = Open(path, GENERIC_READ, 0, OPEN_ALWAYS);
     ASSERT_NE(h, INVALID_HANDLE_VALUE);
@@ -70,8 +69,7 @@ TEST(File, DispositionsCreateTruncateAndReportWhatExisted)
     EXPECT_EQ(std::string(buffer, read), "hello");
     ASSERT_TRUE(ReadFile(h, buffer, sizeof buffer, &read, nullptr));
     EXPECT_EQ(read, 0u); // end of file is a successful read of nothing
-    EXPECT_FALSE(WriteFile(h, "x", 1, &written, nullptr));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    EXPECT_W32_FAILS(WriteFile(h, "x", 1, &written, nullptr), FALSE, ERROR_ACCESS_DENIED);
     CloseHandle(h);
 
     h = Open(path, GENERIC_WRITE, 0, CREATE_ALWAYS);
@@ -80,16 +78,15 @@ TEST(File, DispositionsCreateTruncateAndReportWhatExisted)
     CloseHandle(h);
     EXPECT_EQ(ReadText(dir.NarrowOf("a.txt")), "");
 
-    EXPECT_EQ(Open(dir.Wide(L"missing"), GENERIC_WRITE, 0, TRUNCATE_EXISTING), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
-    EXPECT_EQ(Open(dir.Wide(L"missing"), GENERIC_READ, 0, OPEN_EXISTING), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
-    EXPECT_EQ(Open(dir.Wide(L"nodir\\x"), GENERIC_READ, 0, OPEN_EXISTING), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_PATH_NOT_FOUND));
-    EXPECT_EQ(Open(path, GENERIC_READ, 0, TRUNCATE_EXISTING), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
-    EXPECT_EQ(Open(path, GENERIC_READ, 0, 9), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    EXPECT_W32_FAILS(Open(dir.Wide(L"missing"), GENERIC_WRITE, 0, TRUNCATE_EXISTING), INVALID_HANDLE_VALUE,
+                     ERROR_FILE_NOT_FOUND);
+    EXPECT_W32_FAILS(Open(dir.Wide(L"missing"), GENERIC_READ, 0, OPEN_EXISTING), INVALID_HANDLE_VALUE,
+                     ERROR_FILE_NOT_FOUND);
+    EXPECT_W32_FAILS(Open(dir.Wide(L"nodir\\x"), GENERIC_READ, 0, OPEN_EXISTING), INVALID_HANDLE_VALUE,
+                     ERROR_PATH_NOT_FOUND);
+    EXPECT_W32_FAILS(Open(path, GENERIC_READ, 0, TRUNCATE_EXISTING), INVALID_HANDLE_VALUE,
+                     ERROR_INVALID_PARAMETER);
+    EXPECT_W32_FAILS(Open(path, GENERIC_READ, 0, 9), INVALID_HANDLE_VALUE, ERROR_INVALID_PARAMETER);
 
     WriteText(dir.NarrowOf("b.txt"), "content");
     h = Open(dir.Wide(L"b.txt"), GENERIC_WRITE, 0, TRUNCATE_EXISTING);
@@ -115,8 +112,7 @@ TEST(File, OverlappedOffsetsAndStandardHandles)
     HANDLE out = GetStdHandle(STD_OUTPUT_HANDLE);
     EXPECT_NE(out, INVALID_HANDLE_VALUE);
     EXPECT_EQ(GetStdHandle(STD_OUTPUT_HANDLE), out);
-    EXPECT_EQ(GetStdHandle(7), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    EXPECT_W32_FAILS(GetStdHandle(7), INVALID_HANDLE_VALUE, ERROR_INVALID_HANDLE);
 }
 
 TEST(File, ShareModeZeroIsExclusiveAmongOpens)
@@ -125,10 +121,10 @@ TEST(File, ShareModeZeroIsExclusiveAmongOpens)
     const std::wstring path = dir.Wide(L"s.txt");
     HANDLE first = Open(path, GENERIC_WRITE, 0, CREATE_ALWAYS);
     ASSERT_NE(first, INVALID_HANDLE_VALUE);
-    EXPECT_EQ(Open(path, GENERIC_READ, 0, OPEN_EXISTING), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SHARING_VIOLATION));
-    EXPECT_EQ(Open(path, GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SHARING_VIOLATION));
+    EXPECT_W32_FAILS(Open(path, GENERIC_READ, 0, OPEN_EXISTING), INVALID_HANDLE_VALUE,
+                     ERROR_SHARING_VIOLATION);
+    EXPECT_W32_FAILS(Open(path, GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING), INVALID_HANDLE_VALUE,
+                     ERROR_SHARING_VIOLATION);
     // A refused CREATE_ALWAYS must not truncate what the holder wrote.
     DWORD n = 0;
     WriteFile(first, "kept", 4, &n, nullptr);
@@ -222,10 +218,8 @@ TEST(Directory, CreateRemoveAndTheirRefusals)
     ScratchDir dir;
     const std::wstring sub = dir.Wide(L"sub");
     ASSERT_TRUE(CreateDirectoryW(sub.c_str(), nullptr));
-    EXPECT_FALSE(CreateDirectoryW(sub.c_str(), nullptr));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ALREADY_EXISTS));
-    EXPECT_FALSE(CreateDirectoryW(dir.Wide(L"x\\y").c_str(), nullptr));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_PATH_NOT_FOUND));
+    EXPECT_W32_FAILS(CreateDirectoryW(sub.c_str(), nullptr), FALSE, ERROR_ALREADY_EXISTS);
+    EXPECT_W32_FAILS(CreateDirectoryW(dir.Wide(L"x\\y").c_str(), nullptr), FALSE, ERROR_PATH_NOT_FOUND);
     EXPECT_TRUE(PathIsDirectoryW(sub.c_str()));
     EXPECT_TRUE(PathIsDirectoryEmptyW(sub.c_str()));
 
@@ -233,21 +227,15 @@ TEST(Directory, CreateRemoveAndTheirRefusals)
     EXPECT_FALSE(PathIsDirectoryEmptyW(sub.c_str()));
     EXPECT_FALSE(PathIsDirectoryW(dir.Wide(L"sub\\f").c_str()));
     EXPECT_FALSE(PathIsDirectoryEmptyW(dir.Wide(L"sub\\f").c_str()));
-    EXPECT_FALSE(RemoveDirectoryW(sub.c_str()));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_DIR_NOT_EMPTY));
-    EXPECT_FALSE(RemoveDirectoryW(dir.Wide(L"sub/f").c_str()));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_DIRECTORY));
-    EXPECT_FALSE(DeleteFileW(sub.c_str()));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
-    EXPECT_EQ(Open(sub, GENERIC_READ, 0, OPEN_EXISTING), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
-    EXPECT_FALSE(DeleteFileW(dir.Wide(L"none").c_str()));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+    EXPECT_W32_FAILS(RemoveDirectoryW(sub.c_str()), FALSE, ERROR_DIR_NOT_EMPTY);
+    EXPECT_W32_FAILS(RemoveDirectoryW(dir.Wide(L"sub/f").c_str()), FALSE, ERROR_DIRECTORY);
+    EXPECT_W32_FAILS(DeleteFileW(sub.c_str()), FALSE, ERROR_ACCESS_DENIED);
+    EXPECT_W32_FAILS(Open(sub, GENERIC_READ, 0, OPEN_EXISTING), INVALID_HANDLE_VALUE, ERROR_ACCESS_DENIED);
+    EXPECT_W32_FAILS(DeleteFileW(dir.Wide(L"none").c_str()), FALSE, ERROR_FILE_NOT_FOUND);
 
     EXPECT_TRUE(DeleteFileW(dir.Wide(L"sub\\f").c_str()));
     EXPECT_TRUE(RemoveDirectoryW(sub.c_str()));
-    EXPECT_EQ(GetFileAttributesW(sub.c_str()), INVALID_FILE_ATTRIBUTES);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+    EXPECT_W32_FAILS(GetFileAttributesW(sub.c_str()), INVALID_FILE_ATTRIBUTES, ERROR_FILE_NOT_FOUND);
 }
 
 TEST(Directory, LinkToDirectoryIsDescribedAndRemovedAsLink)
@@ -292,18 +280,16 @@ TEST(Find, WildcardsOrderAndWindowsErrors)
     EXPECT_EQ(data.nFileSizeLow, 5u);
     EXPECT_EQ(data.dwFileAttributes, static_cast<DWORD>(FILE_ATTRIBUTE_NORMAL));
     EXPECT_NE(data.ftLastWriteTime.dwHighDateTime, 0u);
-    EXPECT_FALSE(FindNextFileW(find, &data));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NO_MORE_FILES));
+    EXPECT_W32_FAILS(FindNextFileW(find, &data), FALSE, ERROR_NO_MORE_FILES);
     EXPECT_TRUE(FindClose(find));
-    EXPECT_FALSE(FindClose(find));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    EXPECT_W32_FAILS(FindClose(find), FALSE, ERROR_INVALID_HANDLE);
 
-    EXPECT_EQ(FindFirstFileW(dir.Wide(L"missing\\*").c_str(), &data), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_PATH_NOT_FOUND));
-    EXPECT_EQ(FindFirstFileW(dir.Wide(L"*.none").c_str(), &data), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
-    EXPECT_EQ(FindFirstFileW(dir.Wide(L"empty\\").c_str(), &data), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+    EXPECT_W32_FAILS(FindFirstFileW(dir.Wide(L"missing\\*").c_str(), &data), INVALID_HANDLE_VALUE,
+                     ERROR_PATH_NOT_FOUND);
+    EXPECT_W32_FAILS(FindFirstFileW(dir.Wide(L"*.none").c_str(), &data), INVALID_HANDLE_VALUE,
+                     ERROR_FILE_NOT_FOUND);
+    EXPECT_W32_FAILS(FindFirstFileW(dir.Wide(L"empty\\").c_str(), &data), INVALID_HANDLE_VALUE,
+                     ERROR_FILE_NOT_FOUND);
 }
 
 TEST(File, AttributesExAndNotImplementedNotification)
@@ -319,9 +305,8 @@ TEST(File, AttributesExAndNotImplementedNotification)
 
     char buffer[64];
     DWORD n = 0;
-    EXPECT_FALSE(ReadDirectoryChangesW(nullptr, buffer, sizeof buffer, FALSE, FILE_NOTIFY_CHANGE_FILE_NAME,
-                                       &n, nullptr, nullptr));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_CALL_NOT_IMPLEMENTED));
-    EXPECT_FALSE(GetOverlappedResult(nullptr, nullptr, &n, FALSE));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_CALL_NOT_IMPLEMENTED));
+    EXPECT_W32_FAILS(ReadDirectoryChangesW(nullptr, buffer, sizeof buffer, FALSE,
+                                           FILE_NOTIFY_CHANGE_FILE_NAME, &n, nullptr, nullptr),
+                     FALSE, ERROR_CALL_NOT_IMPLEMENTED);
+    EXPECT_W32_FAILS(GetOverlappedResult(nullptr, nullptr, &n, FALSE), FALSE, ERROR_CALL_NOT_IMPLEMENTED);
 }

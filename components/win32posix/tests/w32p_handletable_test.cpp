@@ -1,4 +1,5 @@
 // The handle table: values, lookup by kind, closing, duplication and thread-safe closing.
+#include "w32p_test_util.h"
 #include "win32posix.h"
 
 #include <gtest/gtest.h>
@@ -25,9 +26,7 @@ TEST(HandleTable, ValuesAreSmallMultiplesOfFourAndKindsAreChecked)
     ASSERT_NE(h, INVALID_HANDLE_VALUE);
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(h) % 4, 0u);
     EXPECT_NE(W32pLookupHandleAs<Probe>(h, W32pKind::Other), nullptr);
-    SetLastError(0);
-    EXPECT_EQ(W32pLookupHandleAs<Probe>(h, W32pKind::Event), nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    EXPECT_W32_FAILS(W32pLookupHandleAs<Probe>(h, W32pKind::Event), nullptr, ERROR_INVALID_HANDLE);
 
     HANDLE copy = nullptr;
     ASSERT_TRUE(
@@ -35,8 +34,7 @@ TEST(HandleTable, ValuesAreSmallMultiplesOfFourAndKindsAreChecked)
     EXPECT_NE(copy, h);
     EXPECT_TRUE(CloseHandle(h));
     EXPECT_EQ(destroyed.load(), 0); // the duplicate keeps the object
-    EXPECT_FALSE(CloseHandle(h));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    EXPECT_W32_FAILS(CloseHandle(h), FALSE, ERROR_INVALID_HANDLE);
     EXPECT_TRUE(CloseHandle(copy));
     EXPECT_EQ(destroyed.load(), 1);
 }
@@ -47,9 +45,7 @@ TEST(HandleTable, SpecialAndForeignValuesAreRejected)
          {static_cast<HANDLE>(nullptr), INVALID_HANDLE_VALUE, reinterpret_cast<HANDLE>(std::uintptr_t(6)),
           reinterpret_cast<HANDLE>(std::uintptr_t(0x7FFFFFF0))})
     {
-        SetLastError(0);
-        EXPECT_FALSE(CloseHandle(h));
-        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+        EXPECT_W32_FAILS(CloseHandle(h), FALSE, ERROR_INVALID_HANDLE);
     }
     HANDLE copy = nullptr;
     EXPECT_FALSE(DuplicateHandle(GetCurrentProcess(), nullptr, GetCurrentProcess(), &copy, 0, FALSE, 0));

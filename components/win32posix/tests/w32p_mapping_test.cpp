@@ -25,32 +25,22 @@ TEST(W32pMapping, UnnamedSectionIsZeroedPageRoundedAndWholeByDefault)
     EXPECT_EQ(second[4095], 7); // views outlive the handle
     EXPECT_TRUE(UnmapViewOfFile(view));
     EXPECT_TRUE(UnmapViewOfFile(second));
-    SetLastError(0);
-    EXPECT_FALSE(UnmapViewOfFile(second));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_ADDRESS));
+    EXPECT_W32_FAILS(UnmapViewOfFile(second), FALSE, ERROR_INVALID_ADDRESS);
 }
 
 TEST(W32pMapping, ArgumentErrors)
 {
-    SetLastError(0);
-    EXPECT_EQ(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 0, nullptr), nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    EXPECT_W32_FAILS(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 0, nullptr),
+                     nullptr, ERROR_INVALID_PARAMETER);
     HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-    SetLastError(0);
-    EXPECT_EQ(CreateFileMappingW(event, nullptr, PAGE_READWRITE, 0, 4096, nullptr), nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
-    SetLastError(0);
-    EXPECT_EQ(MapViewOfFile(event, FILE_MAP_READ, 0, 0, 0), nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    EXPECT_W32_FAILS(CreateFileMappingW(event, nullptr, PAGE_READWRITE, 0, 4096, nullptr), nullptr,
+                     ERROR_INVALID_HANDLE);
+    EXPECT_W32_FAILS(MapViewOfFile(event, FILE_MAP_READ, 0, 0, 0), nullptr, ERROR_INVALID_HANDLE);
     CloseHandle(event);
     HANDLE readOnly = CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READONLY, 0, 4096, nullptr);
     ASSERT_NE(readOnly, nullptr);
-    SetLastError(0);
-    EXPECT_EQ(MapViewOfFile(readOnly, FILE_MAP_WRITE, 0, 0, 0), nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
-    SetLastError(0);
-    EXPECT_EQ(MapViewOfFile(readOnly, FILE_MAP_READ, 0, 0, 8192), nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    EXPECT_W32_FAILS(MapViewOfFile(readOnly, FILE_MAP_WRITE, 0, 0, 0), nullptr, ERROR_ACCESS_DENIED);
+    EXPECT_W32_FAILS(MapViewOfFile(readOnly, FILE_MAP_READ, 0, 0, 8192), nullptr, ERROR_ACCESS_DENIED);
     CloseHandle(readOnly);
 }
 
@@ -92,9 +82,7 @@ TEST(W32pMapping, NamedSectionKeepsItsFirstSizeAndIsSharedWithAChild)
     EXPECT_NE(reopened, nullptr);
     CloseHandle(reopened);
     EXPECT_TRUE(UnmapViewOfFile(view));
-    SetLastError(0);
-    EXPECT_EQ(OpenFileMappingW(FILE_MAP_READ, FALSE, name.c_str()), nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+    EXPECT_W32_FAILS(OpenFileMappingW(FILE_MAP_READ, FALSE, name.c_str()), nullptr, ERROR_FILE_NOT_FOUND);
     EXPECT_TRUE(LeftoverShmFiles().empty());
 }
 
@@ -111,9 +99,8 @@ TEST(W32pMapping, FileBackedSections)
     DWORD written = 0;
     ASSERT_TRUE(WriteFile(file, "hello", 5, &written, nullptr));
 
-    SetLastError(0);
-    EXPECT_EQ(CreateFileMappingW(file, nullptr, PAGE_READWRITE, 0, 0, L"named"), nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_SUPPORTED));
+    EXPECT_W32_FAILS(CreateFileMappingW(file, nullptr, PAGE_READWRITE, 0, 0, L"named"), nullptr,
+                     ERROR_NOT_SUPPORTED);
 
     HANDLE section = CreateFileMappingW(file, nullptr, PAGE_READWRITE, 0, 0, nullptr);
     ASSERT_NE(section, nullptr);

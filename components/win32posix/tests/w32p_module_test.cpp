@@ -47,14 +47,10 @@ TEST(W32pModule, SectionSizeIsRoundedToThePage)
 
 TEST(W32pModule, UnknownModulesAndFunctions)
 {
-    SetLastError(0);
-    EXPECT_EQ(LoadLibraryW(L"no-such-library.so"), nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_MOD_NOT_FOUND));
+    EXPECT_W32_FAILS(LoadLibraryW(L"no-such-library.so"), nullptr, ERROR_MOD_NOT_FOUND);
     HMODULE ntdll = LoadLibraryW(L"NTDLL.DLL");
     ASSERT_NE(ntdll, nullptr);
-    SetLastError(0);
-    EXPECT_EQ(GetProcAddress(ntdll, "NtNoSuchCall"), nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_PROC_NOT_FOUND));
+    EXPECT_W32_FAILS(GetProcAddress(ntdll, "NtNoSuchCall"), nullptr, ERROR_PROC_NOT_FOUND);
     HMODULE libc = LoadLibraryW(L"libc.so.6");
     ASSERT_NE(libc, nullptr);
     EXPECT_NE(GetProcAddress(libc, "getpid"), nullptr);

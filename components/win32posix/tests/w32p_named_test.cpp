@@ -27,9 +27,7 @@ TEST(W32pNamed, CreateJoinsAnExistingObjectOfTheSameKind)
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ALREADY_EXISTS));
     std::wstring upper = name;
     upper[0] = L'W'; // names are case-sensitive
-    SetLastError(0);
-    EXPECT_EQ(OpenEventW(SYNCHRONIZE, FALSE, upper.c_str()), nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+    EXPECT_W32_FAILS(OpenEventW(SYNCHRONIZE, FALSE, upper.c_str()), nullptr, ERROR_FILE_NOT_FOUND);
 
     struct stat st;
     const std::string file =
@@ -39,9 +37,7 @@ TEST(W32pNamed, CreateJoinsAnExistingObjectOfTheSameKind)
 
     for (HANDLE h : {first, second, local, global})
         EXPECT_TRUE(CloseHandle(h));
-    SetLastError(0);
-    EXPECT_EQ(OpenEventW(SYNCHRONIZE, FALSE, name.c_str()), nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+    EXPECT_W32_FAILS(OpenEventW(SYNCHRONIZE, FALSE, name.c_str()), nullptr, ERROR_FILE_NOT_FOUND);
     EXPECT_TRUE(LeftoverShmFiles().empty());
 }
 
@@ -190,9 +186,7 @@ TEST(W32pNamedProcesses, NamesOfKilledHoldersCannotBeOpenedAndLeaveNothing)
     Sleep(1100);
     CloseHandle(CreateEventW(nullptr, FALSE, FALSE, TestName(L"unrelated").c_str()));
     EXPECT_TRUE(LeftoverShmFiles().empty());
-    SetLastError(0);
-    EXPECT_EQ(OpenEventW(SYNCHRONIZE, FALSE, name.c_str()), nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+    EXPECT_W32_FAILS(OpenEventW(SYNCHRONIZE, FALSE, name.c_str()), nullptr, ERROR_FILE_NOT_FOUND);
     HANDLE fresh = CreateMutexW(nullptr, FALSE, (name + L"-m").c_str());
     ASSERT_NE(fresh, nullptr);
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SUCCESS)); // a new object, not the dead one
@@ -239,12 +233,8 @@ TEST(W32pNamedProcesses, NameOfAnotherKindHeldByAnotherProcess)
     char c = 0;
     ASSERT_EQ(read(ready[0], &c, 1), 1);
     ASSERT_EQ(c, 1);
-    SetLastError(0);
-    EXPECT_EQ(CreateEventW(nullptr, FALSE, FALSE, name.c_str()), nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
-    SetLastError(0);
-    EXPECT_EQ(OpenMutexW(SYNCHRONIZE, FALSE, name.c_str()), nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    EXPECT_W32_FAILS(CreateEventW(nullptr, FALSE, FALSE, name.c_str()), nullptr, ERROR_INVALID_HANDLE);
+    EXPECT_W32_FAILS(OpenMutexW(SYNCHRONIZE, FALSE, name.c_str()), nullptr, ERROR_INVALID_HANDLE);
     HANDLE same = OpenSemaphoreW(SYNCHRONIZE, FALSE, name.c_str());
     EXPECT_NE(same, nullptr);
     EXPECT_EQ(WaitForSingleObject(same, 0), WAIT_OBJECT_0); // the child's count

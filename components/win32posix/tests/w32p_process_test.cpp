@@ -86,19 +86,16 @@ TEST(W32pProcess, ExitCodesAndStartFailures)
     STARTUPINFOW startup = {};
     PROCESS_INFORMATION info = {};
     std::wstring missing = L"/nonexistent/program arg";
-    SetLastError(0);
-    EXPECT_FALSE(
-        CreateProcessW(nullptr, &missing[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &info));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+    EXPECT_W32_FAILS(
+        CreateProcessW(nullptr, &missing[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &info),
+        FALSE, ERROR_FILE_NOT_FOUND);
     std::wstring shell = L"/bin/true";
-    SetLastError(0);
-    EXPECT_FALSE(CreateProcessW(nullptr, &shell[0], nullptr, nullptr, FALSE, 0, nullptr, L"/nonexistent",
-                                &startup, &info));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_DIRECTORY));
-    SetLastError(0);
-    EXPECT_FALSE(
-        CreateProcessW(nullptr, nullptr, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &info));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    EXPECT_W32_FAILS(CreateProcessW(nullptr, &shell[0], nullptr, nullptr, FALSE, 0, nullptr, L"/nonexistent",
+                                    &startup, &info),
+                     FALSE, ERROR_DIRECTORY);
+    EXPECT_W32_FAILS(
+        CreateProcessW(nullptr, nullptr, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &info),
+        FALSE, ERROR_INVALID_PARAMETER);
 }
 
 TEST(W32pProcess, StillActiveUntilTerminatedThenTheGivenCode)
@@ -122,21 +119,15 @@ TEST(W32pProcess, StillActiveUntilTerminatedThenTheGivenCode)
     EXPECT_EQ(WaitForMultipleObjects(2, set, FALSE, 10000), WAIT_OBJECT_0 + 1);
     EXPECT_TRUE(GetExitCodeProcess(opened, &code));
     EXPECT_EQ(code, 42u);
-    SetLastError(0);
-    EXPECT_FALSE(TerminateProcess(opened, 1));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
-    SetLastError(0);
-    EXPECT_FALSE(GetExitCodeProcess(info.hThread, &code));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    EXPECT_W32_FAILS(TerminateProcess(opened, 1), FALSE, ERROR_ACCESS_DENIED);
+    EXPECT_W32_FAILS(GetExitCodeProcess(info.hThread, &code), FALSE, ERROR_INVALID_HANDLE);
     for (HANDLE h : {info.hProcess, info.hThread, opened, event})
         CloseHandle(h);
 }
 
 TEST(W32pProcess, OpenProcessOfOtherProcessesAndOfItself)
 {
-    SetLastError(0);
-    EXPECT_EQ(OpenProcess(PROCESS_ALL_ACCESS, FALSE, 0), nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    EXPECT_W32_FAILS(OpenProcess(PROCESS_ALL_ACCESS, FALSE, 0), nullptr, ERROR_INVALID_PARAMETER);
     HANDLE self = OpenProcess(SYNCHRONIZE, FALSE, GetCurrentProcessId());
     ASSERT_NE(self, nullptr);
     EXPECT_EQ(WaitForSingleObject(self, 0), WAIT_TIMEOUT);

@@ -71,6 +71,5 @@ TEST(Profile, WritesReplaceAddAndDelete)
     EXPECT_FALSE(WritePrivateProfileStringW(nullptr, L"k", L"v", file.c_str()));
 
     chmod(dir.NarrowOf("c.ini").c_str(), 0444);
-    EXPECT_FALSE(WritePrivateProfileStringW(L"S", L"k", L"v", file.c_str()));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    EXPECT_W32_FAILS(WritePrivateProfileStringW(L"S", L"k", L"v", file.c_str()), FALSE, ERROR_ACCESS_DENIED);
 }

@@ -1,4 +1,5 @@
 // MultiByteToWideChar / WideCharToMultiByte (CP_UTF8) and wcscpy_s with the Windows contract.
+#include "w32p_test_util.h"
 #include "win32posix.h"
 
 #include <gtest/gtest.h>
@@ -24,9 +25,7 @@ TEST(MultiByteToWideChar, SizesTerminatorAndShortBuffers)
     EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "abc", -1, nullptr, 0), 4); // with the terminator
     EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "abc", 3, nullptr, 0), 3);
     wchar_t buffer[4] = {L'x', L'x', L'x', L'x'};
-    SetLastError(0);
-    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "abcd", 4, buffer, 3), 0);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
+    EXPECT_W32_FAILS(MultiByteToWideChar(CP_UTF8, 0, "abcd", 4, buffer, 3), 0, ERROR_INSUFFICIENT_BUFFER);
     EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "\xC3\xA4\xF0\x9F\x98\x80", -1, buffer, 4), 3);
     EXPECT_EQ(std::wstring(buffer), L"\u00e4\U0001F600");
 }
@@ -34,14 +33,10 @@ TEST(MultiByteToWideChar, SizesTerminatorAndShortBuffers)
 TEST(MultiByteToWideChar, InvalidArgumentsAndCodePages)
 {
     wchar_t buffer[4];
-    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, nullptr, 3, buffer, 4), 0);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
-    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "a", 0, buffer, 4), 0);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
-    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "a", 1, buffer, 4), 0);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
-    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0x1, "a", 1, buffer, 4), 0);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_FLAGS));
+    EXPECT_W32_FAILS(MultiByteToWideChar(CP_UTF8, 0, nullptr, 3, buffer, 4), 0, ERROR_INVALID_PARAMETER);
+    EXPECT_W32_FAILS(MultiByteToWideChar(CP_UTF8, 0, "a", 0, buffer, 4), 0, ERROR_INVALID_PARAMETER);
+    EXPECT_W32_FAILS(MultiByteToWideChar(CP_ACP, 0, "a", 1, buffer, 4), 0, ERROR_INVALID_PARAMETER);
+    EXPECT_W32_FAILS(MultiByteToWideChar(CP_UTF8, 0x1, "a", 1, buffer, 4), 0, ERROR_INVALID_FLAGS);
 }
 
 TEST(MultiByteToWideChar, OneReplacementPerInvalidSequence)
@@ -63,9 +58,8 @@ TEST(MultiByteToWideChar, OneReplacementPerInvalidSequence)
 TEST(MultiByteToWideChar, StrictModeFailsWith1113)
 {
     wchar_t buffer[8];
-    SetLastError(0);
-    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, "a\xFF", 2, buffer, 8), 0);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NO_UNICODE_TRANSLATION));
+    EXPECT_W32_FAILS(MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, "a\xFF", 2, buffer, 8), 0,
+                     ERROR_NO_UNICODE_TRANSLATION);
     EXPECT_EQ(MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, "ok", 2, buffer, 8), 2);
 }
 
@@ -75,17 +69,17 @@ TEST(WideCharToMultiByte, EncodesAndReplaces)
     EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, L"\u00e4\U0001F600", -1, nullptr, 0, nullptr, nullptr), 7);
     EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, L"\u00e4\U0001F600", -1, buffer, 16, nullptr, nullptr), 7);
     EXPECT_STREQ(buffer, "\xC3\xA4\xF0\x9F\x98\x80");
-    EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, L"abc", 3, buffer, 2, nullptr, nullptr), 0);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
+    EXPECT_W32_FAILS(WideCharToMultiByte(CP_UTF8, 0, L"abc", 3, buffer, 2, nullptr, nullptr), 0,
+                     ERROR_INSUFFICIENT_BUFFER);
     const wchar_t invalid[] = {wchar_t(0xDC00), wchar_t(0x110000), 0};
     EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, invalid, -1, buffer, 16, nullptr, nullptr), 7);
     EXPECT_STREQ(buffer, "\xEF\xBF\xBD\xEF\xBF\xBD");
-    EXPECT_EQ(WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, invalid, -1, buffer, 16, nullptr, nullptr),
-              0);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NO_UNICODE_TRANSLATION));
+    EXPECT_W32_FAILS(
+        WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, invalid, -1, buffer, 16, nullptr, nullptr), 0,
+        ERROR_NO_UNICODE_TRANSLATION);
     BOOL used = FALSE;
-    EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, L"a", 1, buffer, 16, nullptr, &used), 0);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    EXPECT_W32_FAILS(WideCharToMultiByte(CP_UTF8, 0, L"a", 1, buffer, 16, nullptr, &used), 0,
+                     ERROR_INVALID_PARAMETER);
 }
 
 TEST(wcscpy_s, WindowsErrorNumbersAndEmptyBufferOnFailure)

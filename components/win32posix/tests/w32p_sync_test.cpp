@@ -68,32 +68,19 @@ TEST(W32pHandles, WrongKindNullAndClosedHandlesFail)
 {
     HANDLE e = CreateEventW(nullptr, FALSE, FALSE, nullptr);
     Handle s(CreateSemaphoreW(nullptr, 0, 1, nullptr));
-    SetLastError(0);
-    EXPECT_FALSE(SetEvent(s.h));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
-    SetLastError(0);
-    EXPECT_FALSE(ReleaseMutex(e));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
-    SetLastError(0);
-    EXPECT_FALSE(CloseHandle(nullptr));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    EXPECT_W32_FAILS(SetEvent(s.h), FALSE, ERROR_INVALID_HANDLE);
+    EXPECT_W32_FAILS(ReleaseMutex(e), FALSE, ERROR_INVALID_HANDLE);
+    EXPECT_W32_FAILS(CloseHandle(nullptr), FALSE, ERROR_INVALID_HANDLE);
     EXPECT_TRUE(CloseHandle(e));
-    SetLastError(0);
-    EXPECT_FALSE(SetEvent(e));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
-    EXPECT_EQ(WaitForSingleObject(e, 0), WAIT_FAILED);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    EXPECT_W32_FAILS(SetEvent(e), FALSE, ERROR_INVALID_HANDLE);
+    EXPECT_W32_FAILS(WaitForSingleObject(e, 0), WAIT_FAILED, ERROR_INVALID_HANDLE);
     EXPECT_FALSE(CloseHandle(e));
 }
 
 TEST(W32pSemaphore, CountsAndMaximum)
 {
-    SetLastError(0);
-    EXPECT_EQ(CreateSemaphoreW(nullptr, 2, 1, nullptr), nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
-    SetLastError(0);
-    EXPECT_EQ(CreateSemaphoreW(nullptr, 0, 0, nullptr), nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    EXPECT_W32_FAILS(CreateSemaphoreW(nullptr, 2, 1, nullptr), nullptr, ERROR_INVALID_PARAMETER);
+    EXPECT_W32_FAILS(CreateSemaphoreW(nullptr, 0, 0, nullptr), nullptr, ERROR_INVALID_PARAMETER);
 
     Handle s(CreateSemaphoreW(nullptr, 1, 3, nullptr));
     ASSERT_NE(s.h, nullptr);
@@ -101,15 +88,12 @@ TEST(W32pSemaphore, CountsAndMaximum)
     EXPECT_TRUE(ReleaseSemaphore(s.h, 2, &previous));
     EXPECT_EQ(previous, 1);
     previous = -7;
-    SetLastError(0);
-    EXPECT_FALSE(ReleaseSemaphore(s.h, 1, &previous));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_TOO_MANY_POSTS));
+    EXPECT_W32_FAILS(ReleaseSemaphore(s.h, 1, &previous), FALSE, ERROR_TOO_MANY_POSTS);
     EXPECT_EQ(previous, -7);
     for (int i = 0; i < 3; ++i)
         EXPECT_EQ(WaitForSingleObject(s.h, 0), WAIT_OBJECT_0);
     EXPECT_EQ(WaitForSingleObject(s.h, 0), WAIT_TIMEOUT);
-    EXPECT_FALSE(ReleaseSemaphore(s.h, 0, nullptr));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    EXPECT_W32_FAILS(ReleaseSemaphore(s.h, 0, nullptr), FALSE, ERROR_INVALID_PARAMETER);
 }
 
 TEST(W32pMutex, RecursiveOwnershipAndNotOwner)
@@ -121,17 +105,14 @@ TEST(W32pMutex, RecursiveOwnershipAndNotOwner)
         [&]
         {
             EXPECT_EQ(WaitForSingleObject(m.h, 0), WAIT_TIMEOUT);
-            SetLastError(0);
-            EXPECT_FALSE(ReleaseMutex(m.h));
-            EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_OWNER));
+            EXPECT_W32_FAILS(ReleaseMutex(m.h), FALSE, ERROR_NOT_OWNER);
         });
     other.join();
     EXPECT_TRUE(ReleaseMutex(m.h));
     std::thread stillOwned([&] { EXPECT_EQ(WaitForSingleObject(m.h, 0), WAIT_TIMEOUT); });
     stillOwned.join();
     EXPECT_TRUE(ReleaseMutex(m.h));
-    EXPECT_FALSE(ReleaseMutex(m.h));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_OWNER));
+    EXPECT_W32_FAILS(ReleaseMutex(m.h), FALSE, ERROR_NOT_OWNER);
     std::thread nowFree(
         [&]
         {
@@ -178,21 +159,13 @@ TEST(W32pWait, MultipleObjectsArgumentsAndLowestIndexWins)
     Handle b(CreateEventW(nullptr, TRUE, TRUE, nullptr));
     Handle c(CreateSemaphoreW(nullptr, 1, 1, nullptr));
     HANDLE set[3] = {a.h, b.h, c.h};
-    SetLastError(0);
-    EXPECT_EQ(WaitForMultipleObjects(0, set, FALSE, 0), WAIT_FAILED);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    EXPECT_W32_FAILS(WaitForMultipleObjects(0, set, FALSE, 0), WAIT_FAILED, ERROR_INVALID_PARAMETER);
     std::vector<HANDLE> many(65, b.h);
-    SetLastError(0);
-    EXPECT_EQ(WaitForMultipleObjects(65, many.data(), FALSE, 0), WAIT_FAILED);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    EXPECT_W32_FAILS(WaitForMultipleObjects(65, many.data(), FALSE, 0), WAIT_FAILED, ERROR_INVALID_PARAMETER);
     EXPECT_EQ(WaitForMultipleObjects(64, many.data(), FALSE, 0), WAIT_OBJECT_0);
     HANDLE withNull[2] = {a.h, nullptr};
-    SetLastError(0);
-    EXPECT_EQ(WaitForMultipleObjects(2, withNull, FALSE, 0), WAIT_FAILED);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
-    SetLastError(0);
-    EXPECT_EQ(WaitForMultipleObjects(3, set, TRUE, 0), WAIT_FAILED);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_SUPPORTED));
+    EXPECT_W32_FAILS(WaitForMultipleObjects(2, withNull, FALSE, 0), WAIT_FAILED, ERROR_INVALID_HANDLE);
+    EXPECT_W32_FAILS(WaitForMultipleObjects(3, set, TRUE, 0), WAIT_FAILED, ERROR_NOT_SUPPORTED);
 
     EXPECT_EQ(WaitForMultipleObjects(3, set, FALSE, 0), WAIT_OBJECT_0 + 1);
     EXPECT_TRUE(ResetEvent(b.h));

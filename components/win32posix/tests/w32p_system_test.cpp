@@ -1,4 +1,5 @@
 // Local time, and the areas that behave as on a machine without windows or registry.
+#include "w32p_test_util.h"
 #include "win32posix.h"
 
 #include <gtest/gtest.h>
@@ -31,8 +32,8 @@ TEST(Windows, NoneExistAndMessagesFail)
     EXPECT_TRUE(EnumChildWindows(nullptr, CountWindow, reinterpret_cast<LPARAM>(&count)));
     EXPECT_EQ(count, 0);
     EXPECT_FALSE(IsWindow(reinterpret_cast<HWND>(0x10010)));
-    EXPECT_FALSE(PostMessageW(reinterpret_cast<HWND>(0x10010), WM_CLOSE, 0, 0));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_WINDOW_HANDLE));
+    EXPECT_W32_FAILS(PostMessageW(reinterpret_cast<HWND>(0x10010), WM_CLOSE, 0, 0), FALSE,
+                     ERROR_INVALID_WINDOW_HANDLE);
     EXPECT_EQ(GetForegroundWindow(), nullptr);
     DWORD pid = 1;
     EXPECT_EQ(GetWindowThreadProcessId(reinterpret_cast<HWND>(0x10010), &pid), 0u);

@@ -99,3 +99,12 @@ inline int RunAsOrdinaryUser(const std::function<int()>& check)
     waitpid(child, &status, 0);
     return WIFEXITED(status) ? WEXITSTATUS(status) : 255;
 }
+
+// Expects call, made with the last error cleared, to return failed and to leave error as the last error.
+#define EXPECT_W32_FAILS(call, failed, error)                                                                \
+    do                                                                                                       \
+    {                                                                                                        \
+        SetLastError(0);                                                                                     \
+        EXPECT_EQ((call), (failed)) << #call;                                                                \
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(error)) << #call;                                       \
+    } while (0)

@@ -120,8 +120,7 @@ TEST(Toolhelp, SnapshotListsThisProcessWithItsParent)
     ASSERT_NE(snapshot, INVALID_HANDLE_VALUE);
     PROCESSENTRY32W entry = {};
     entry.dwSize = sizeof entry - 1;
-    EXPECT_FALSE(Process32FirstW(snapshot, &entry));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_BAD_LENGTH));
+    EXPECT_W32_FAILS(Process32FirstW(snapshot, &entry), FALSE, ERROR_BAD_LENGTH);
     entry.dwSize = sizeof entry;
     bool found = false;
     int count = 0;
@@ -141,8 +140,8 @@ TEST(Toolhelp, SnapshotListsThisProcessWithItsParent)
     EXPECT_TRUE(found);
     EXPECT_GT(count, 1);
     EXPECT_TRUE(CloseHandle(snapshot));
-    EXPECT_EQ(CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, 0), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_SUPPORTED));
+    EXPECT_W32_FAILS(CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, 0), INVALID_HANDLE_VALUE,
+                     ERROR_NOT_SUPPORTED);
 }
 
 TEST(ProcessImage, FullNameOfThisProcessAndBufferRules)
@@ -153,14 +152,14 @@ TEST(ProcessImage, FullNameOfThisProcessAndBufferRules)
     EXPECT_EQ(std::wstring(buffer), SelfImage());
     EXPECT_EQ(size, SelfImage().size());
     DWORD small = 4;
-    EXPECT_FALSE(QueryFullProcessImageNameW(GetCurrentProcess(), 0, buffer, &small));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
+    EXPECT_W32_FAILS(QueryFullProcessImageNameW(GetCurrentProcess(), 0, buffer, &small), FALSE,
+                     ERROR_INSUFFICIENT_BUFFER);
 
     EXPECT_EQ(GetModuleFileNameExW(GetCurrentProcess(), nullptr, buffer, PATH_MAX), SelfImage().size());
     EXPECT_EQ(std::wstring(buffer), SelfImage());
     EXPECT_EQ(GetModuleFileNameExW(GetCurrentProcess(), nullptr, buffer, 5), 4u);
     EXPECT_EQ(std::wstring(buffer), SelfImage().substr(0, 4));
 
-    EXPECT_FALSE(QueryFullProcessImageNameW(reinterpret_cast<HANDLE>(0x1230), 0, buffer, &size));
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    EXPECT_W32_FAILS(QueryFullProcessImageNameW(reinterpret_cast<HANDLE>(0x1230), 0, buffer, &size), FALSE,
+                     ERROR_INVALID_HANDLE);
 }
