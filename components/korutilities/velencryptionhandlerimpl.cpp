@@ -1,5 +1,6 @@
 #include "velencryptionhandlerimpl.h"
 #include "korutilitesbtracedef.h"
+#include "velstringconverter.h"
 
 #include <algorithm>
 #include <limits>
@@ -8,35 +9,6 @@
 
 namespace
 {
-
-// The UTF-16LE code units of text: the key bytes a wide-string key has on every platform.
-std::vector<unsigned char> Utf16LeBytes(const std::wstring& text)
-{
-    std::vector<unsigned char> bytes;
-    bytes.reserve(text.size() * 2);
-    auto put = [&bytes](std::uint32_t unit)
-    {
-        bytes.push_back(static_cast<unsigned char>(unit & 0xFF));
-        bytes.push_back(static_cast<unsigned char>((unit >> 8) & 0xFF));
-    };
-    for (wchar_t c : text)
-    {
-        std::uint32_t code = static_cast<std::uint32_t>(c);
-        if (code > 0x10FFFF)
-            code = 0xFFFD;
-        if (code > 0xFFFF)
-        {
-            code -= 0x10000;
-            put(0xD800 | (code >> 10));
-            put(0xDC00 | (code & 0x3FF));
-        }
-        else
-        {
-            put(code);
-        }
-    }
-    return bytes;
-}
 
 void Wipe(std::vector<unsigned char>& bytes)
 {
@@ -57,7 +29,8 @@ CVeLEncryptionHandlerImpl::CVeLEncryptionHandlerImpl(std::shared_ptr<IVeLWinAPIW
                                                      const std::wstring& key)
     : m_ivSize(0), m_randomProvider(nullptr), m_cryptoProvider(nullptr), m_key(nullptr), m_api(std::move(api))
 {
-    std::vector<unsigned char> bytes = Utf16LeBytes(key);
+    // A wide-string key is its UTF-16LE code units on every platform.
+    std::vector<unsigned char> bytes = CVeLStringConverter::ConvertStdWStringToUTF16LE(key);
     Initialize(bytes.data(), static_cast<ULONG>(bytes.size()));
     Wipe(bytes);
 }

@@ -24,64 +24,6 @@ std::string Utf8(const fs::path& path)
     return CVeLPathConverter::ToUtf8(path);
 }
 
-// Wide text as UTF-16LE bytes: 16-bit wide characters are taken as they are, wider ones are split into
-// surrogate pairs; values that are no Unicode scalar become U+FFFD.
-std::vector<unsigned char> EncodeUtf16Le(const std::wstring& text)
-{
-    std::vector<unsigned char> bytes;
-    bytes.reserve(text.size() * 2);
-    auto put = [&bytes](std::uint32_t unit)
-    {
-        bytes.push_back(static_cast<unsigned char>(unit & 0xFF));
-        bytes.push_back(static_cast<unsigned char>((unit >> 8) & 0xFF));
-    };
-    for (const wchar_t character : text)
-    {
-        std::uint32_t value = static_cast<std::uint32_t>(character);
-        if (sizeof(wchar_t) == 2)
-            put(value & 0xFFFF);
-        else if (value >= 0x10000 && value <= 0x10FFFF)
-        {
-            value -= 0x10000;
-            put(0xD800 + (value >> 10));
-            put(0xDC00 + (value & 0x3FF));
-        }
-        else
-            put(value > 0x10FFFF || (value >= 0xD800 && value <= 0xDFFF) ? 0xFFFD : value);
-    }
-    return bytes;
-}
-
-// UTF-16LE bytes as wide text; an odd last byte is dropped. Where wchar_t is 32 bits wide, surrogate pairs
-// are joined and an unpaired surrogate becomes U+FFFD.
-std::wstring DecodeUtf16Le(const unsigned char* bytes, std::size_t size)
-{
-    const std::size_t count = size / 2;
-    std::wstring text;
-    text.reserve(count);
-    for (std::size_t i = 0; i < count; ++i)
-    {
-        const std::uint32_t unit = bytes[2 * i] | (static_cast<std::uint32_t>(bytes[2 * i + 1]) << 8);
-        if (sizeof(wchar_t) == 2 || unit < 0xD800 || unit > 0xDFFF)
-        {
-            text.push_back(static_cast<wchar_t>(unit));
-            continue;
-        }
-        if (unit <= 0xDBFF && i + 1 < count)
-        {
-            const std::uint32_t low = bytes[2 * i + 2] | (static_cast<std::uint32_t>(bytes[2 * i + 3]) << 8);
-            if (low >= 0xDC00 && low <= 0xDFFF)
-            {
-                text.push_back(static_cast<wchar_t>(0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00)));
-                ++i;
-                continue;
-            }
-        }
-        text.push_back(static_cast<wchar_t>(0xFFFD));
-    }
-    return text;
-}
-
 bool IsPathWriteable(const fs::path& path, bool& statFailed)
 {
     boost::system::error_code error;
@@ -320,7 +262,7 @@ bool CVeLFileHelperImpl::WriteContent(const std::wstring& content)
         VEL_TRACE(VEL_ERR, "Invalid parameter");
         return false;
     }
-    const std::vector<unsigned char> bytes = EncodeUtf16Le(content);
+    const std::vector<unsigned char> bytes = CVeLStringConverter::ConvertStdWStringToUTF16LE(content);
     return WriteContent(bytes.data(), static_cast<ULONG>(bytes.size()));
 }
 
@@ -367,7 +309,7 @@ bool CVeLFileHelperImpl::ReadContent(std::wstring& content) const
         VEL_TRACE(VEL_ERR, "Read content failed");
         return false;
     }
-    content = DecodeUtf16Le(buffer.get(), size);
+    content = CVeLStringConverter::ConvertUTF16LEToStdWString(buffer.get(), size);
     return true;
 }
 

@@ -6,6 +6,67 @@
 namespace
 {
 
+constexpr char16_t kReplacement = 0xFFFD;
+
+bool IsHighSurrogate(char32_t c)
+{
+    return c >= 0xD800 && c <= 0xDBFF;
+}
+bool IsLowSurrogate(char32_t c)
+{
+    return c >= 0xDC00 && c <= 0xDFFF;
+}
+
+// Appends the UTF-16 code units of text[i] (and of text[i + 1] when the two form a pair); returns how many
+// wide characters were used.
+template <typename Put>
+std::size_t PutUtf16(const std::wstring& text, std::size_t i, Put put)
+{
+    const char32_t c = static_cast<char32_t>(text[i]);
+    if (sizeof(wchar_t) == 2)
+    {
+        put(static_cast<char16_t>(c));
+        return 1;
+    }
+    if (IsHighSurrogate(c) && i + 1 < text.size() && IsLowSurrogate(static_cast<char32_t>(text[i + 1])))
+    {
+        put(static_cast<char16_t>(c));
+        put(static_cast<char16_t>(text[i + 1]));
+        return 2;
+    }
+    if (c > 0x10FFFF || IsHighSurrogate(c) || IsLowSurrogate(c))
+        put(kReplacement);
+    else if (c >= 0x10000)
+    {
+        put(static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10)));
+        put(static_cast<char16_t>(0xDC00 + ((c - 0x10000) & 0x3FF)));
+    }
+    else
+        put(static_cast<char16_t>(c));
+    return 1;
+}
+
+// Wide text of count code units that unit(i) reads.
+template <typename Unit>
+std::wstring FromUtf16(std::size_t count, Unit unit)
+{
+    std::wstring text;
+    text.reserve(count);
+    for (std::size_t i = 0; i < count; ++i)
+    {
+        char32_t c = unit(i);
+        if (sizeof(wchar_t) == 4 && (IsHighSurrogate(c) || IsLowSurrogate(c)))
+        {
+            if (IsHighSurrogate(c) && i + 1 < count && IsLowSurrogate(unit(i + 1)))
+                c = 0x10000 + ((c - 0xD800) << 10) + (unit(++i) - 0xDC00);
+            else
+                c = kReplacement;
+        }
+        text.push_back(static_cast<wchar_t>(c));
+    }
+    return text;
+}
+
 // Converts text to UTF-8 into storage that allocate(size) provides (size bytes plus one for a terminator,
 // which is written). Most text is ASCII, one byte per character, so the first attempt converts into room
 // for that in one pass; only text that needs more is measured and converted again. The number of bytes
@@ -93,4 +154,43 @@ bool CVeLStringConverter::ConvertUTF8Chars2StdWString(const char* utf8, unsigned
     const int written = MultiByteToWideChar(CP_UTF8, 0, utf8, count, &text[0], count);
     text.resize(written > 0 ? static_cast<std::size_t>(written) : 0);
     return written > 0;
+}
+
+std::u16string CVeLStringConverter::ConvertStdWStringToUTF16(const std::wstring& text)
+{
+    std::u16string units;
+    units.reserve(text.size());
+    for (std::size_t i = 0; i < text.size();)
+        i += PutUtf16(text, i, [&](char16_t unit) { units.push_back(unit); });
+    return units;
+}
+
+std::wstring CVeLStringConverter::ConvertUTF16ToStdWString(const char16_t* units, std::size_t count)
+{
+    if (units == nullptr)
+        return std::wstring();
+    return FromUtf16(count, [units](std::size_t i) { return static_cast<char32_t>(units[i]); });
+}
+
+std::vector<unsigned char> CVeLStringConverter::ConvertStdWStringToUTF16LE(const std::wstring& text)
+{
+    std::vector<unsigned char> bytes;
+    bytes.reserve(text.size() * 2);
+    for (std::size_t i = 0; i < text.size();)
+        i += PutUtf16(text, i,
+                      [&](char16_t unit)
+                      {
+                          bytes.push_back(static_cast<unsigned char>(unit & 0xFF));
+                          bytes.push_back(static_cast<unsigned char>(unit >> 8));
+                      });
+    return bytes;
+}
+
+std::wstring CVeLStringConverter::ConvertUTF16LEToStdWString(const unsigned char* bytes, std::size_t size)
+{
+    if (bytes == nullptr)
+        return std::wstring();
+    return FromUtf16(
+        size / 2, [bytes](std::size_t i)
+        { return static_cast<char32_t>(bytes[2 * i] | (static_cast<unsigned>(bytes[2 * i + 1]) << 8)); });
 }

@@ -8,7 +8,9 @@
 
 #include <boost/shared_ptr.hpp>
 
+#include <cstddef>
 #include <string>
+#include <vector>
 
 class KORUTILITIES_API CVeLStringConverter
 {
@@ -23,4 +25,17 @@ public:
     // Wide text of length UTF-8 bytes (embedded zeros are kept). False (text cleared) for a null pointer
     // with a non-zero length or a length beyond what one conversion can take (2^31 - 1 bytes).
     static bool ConvertUTF8Chars2StdWString(const char* utf8, unsigned __int64 length, std::wstring& text);
+
+    // UTF-16 code units of wide text, the form text takes wherever it is defined as 16-bit units (XML
+    // strings, wide-string file contents, keys). Where wchar_t is 16 bits the units are copied; where it
+    // holds UTF-32, characters beyond U+FFFF become surrogate pairs and a pair already held in two wide
+    // characters is kept. A lone surrogate or a value beyond U+10FFFF becomes U+FFFD.
+    static std::u16string ConvertStdWStringToUTF16(const std::wstring& text);
+    // Wide text of count UTF-16 code units (embedded zeros kept): pairs are joined where wchar_t holds
+    // UTF-32, a lone surrogate becomes U+FFFD. Empty for a null pointer.
+    static std::wstring ConvertUTF16ToStdWString(const char16_t* units, std::size_t count);
+    // The same code units as little-endian bytes, the byte order of files and keys on every platform.
+    static std::vector<unsigned char> ConvertStdWStringToUTF16LE(const std::wstring& text);
+    // Wide text of UTF-16LE bytes; an odd last byte is ignored.
+    static std::wstring ConvertUTF16LEToStdWString(const unsigned char* bytes, std::size_t size);
 };

@@ -53,6 +53,18 @@ TEST(CVeLStringConverter, InvalidInputBecomesReplacementCharacters)
         "\xF0\x9F\x98\x80");
 }
 
+TEST(CVeLStringConverter, Utf16LittleEndianBytes)
+{
+    const std::vector<unsigned char> bytes = CVeLStringConverter::ConvertStdWStringToUTF16LE(L"A\U0001F600");
+    EXPECT_EQ(bytes, (std::vector<unsigned char>{0x41, 0x00, 0x3D, 0xD8, 0x00, 0xDE}));
+    EXPECT_EQ(CVeLStringConverter::ConvertUTF16LEToStdWString(bytes.data(), bytes.size()), L"A\U0001F600");
+    // An odd last byte is ignored; a lone surrogate becomes U+FFFD.
+    const unsigned char odd[] = {0x41, 0x00, 0x00, 0xD8, 0x42};
+    EXPECT_EQ(CVeLStringConverter::ConvertUTF16LEToStdWString(odd, sizeof odd), L"A\uFFFD");
+    EXPECT_EQ(CVeLStringConverter::ConvertStdWStringToUTF16(std::wstring{wchar_t(0xDC00), wchar_t(0x110000)}),
+              std::u16string(u"\uFFFD\uFFFD"));
+}
+
 TEST(CVeLVarEnvironment, ExistenceAndValues)
 {
     CVeLVarEnvironment environment;
