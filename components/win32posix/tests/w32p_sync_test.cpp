@@ -23,28 +23,25 @@ struct Handle
 
 } // namespace
 
-TEST(W32pEvent, AutoResetReleasesOneWaitThenResets)
+// An auto-reset event releases one wait per signal (two sets do not count up); a manual-reset one stays
+// signalled until reset.
+TEST(W32pEvent, AutoAndManualResetAfterSet)
 {
-    Handle e(CreateEventW(nullptr, FALSE, TRUE, nullptr));
-    ASSERT_NE(e.h, nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SUCCESS));
-    EXPECT_EQ(WaitForSingleObject(e.h, 0), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForSingleObject(e.h, 0), WAIT_TIMEOUT);
-    EXPECT_TRUE(SetEvent(e.h));
-    EXPECT_TRUE(SetEvent(e.h)); // no count: two sets still release one wait
-    EXPECT_EQ(WaitForSingleObject(e.h, 0), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForSingleObject(e.h, 0), WAIT_TIMEOUT);
-}
-
-TEST(W32pEvent, ManualResetStaysSignalledUntilReset)
-{
-    Handle e(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    EXPECT_EQ(WaitForSingleObject(e.h, 0), WAIT_TIMEOUT);
-    EXPECT_TRUE(SetEvent(e.h));
-    EXPECT_EQ(WaitForSingleObject(e.h, 0), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForSingleObject(e.h, 0), WAIT_OBJECT_0);
-    EXPECT_TRUE(ResetEvent(e.h));
-    EXPECT_EQ(WaitForSingleObject(e.h, 0), WAIT_TIMEOUT);
+    for (const BOOL manual : {FALSE, TRUE})
+    {
+        SCOPED_TRACE(manual);
+        Handle e(CreateEventW(nullptr, manual, TRUE, nullptr));
+        ASSERT_NE(e.h, nullptr);
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SUCCESS));
+        EXPECT_EQ(WaitForSingleObject(e.h, 0), WAIT_OBJECT_0);
+        EXPECT_EQ(WaitForSingleObject(e.h, 0), manual ? WAIT_OBJECT_0 : WAIT_TIMEOUT);
+        EXPECT_TRUE(ResetEvent(e.h));
+        EXPECT_EQ(WaitForSingleObject(e.h, 0), WAIT_TIMEOUT);
+        EXPECT_TRUE(SetEvent(e.h));
+        EXPECT_TRUE(SetEvent(e.h));
+        EXPECT_EQ(WaitForSingleObject(e.h, 0), WAIT_OBJECT_0);
+        EXPECT_EQ(WaitForSingleObject(e.h, 0), manual ? WAIT_OBJECT_0 : WAIT_TIMEOUT);
+    }
 }
 
 TEST(W32pEvent, TimedWaitLastsItsTimeAndSetWakesASleeper)
