@@ -119,25 +119,22 @@ TEST(W32pMutex, RecursiveOwnershipAndNotOwner)
     nowFree.join();
 }
 
+// A mutex whose owner thread ends goes, abandoned, to the next waiter: one that comes later (here through a
+// wait on several objects) or one already asleep on it.
 TEST(W32pMutex, OwnerThreadEndingAbandonsItToTheNextWaiter)
 {
     Handle m(CreateMutexW(nullptr, FALSE, nullptr));
-    Handle other(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+    Handle taken(CreateEventW(nullptr, FALSE, FALSE, nullptr));
     std::thread owner([&] { EXPECT_EQ(WaitForSingleObject(m.h, 0), WAIT_OBJECT_0); });
     owner.join();
-    HANDLE both[2] = {other.h, m.h};
+    HANDLE both[2] = {taken.h, m.h};
     EXPECT_EQ(WaitForMultipleObjects(2, both, FALSE, 1000), WAIT_ABANDONED_0 + 1);
     EXPECT_EQ(WaitForSingleObject(m.h, 0), WAIT_OBJECT_0); // owned, recursively
     EXPECT_TRUE(ReleaseMutex(m.h));
     EXPECT_TRUE(ReleaseMutex(m.h));
     EXPECT_FALSE(ReleaseMutex(m.h));
-}
 
-TEST(W32pMutex, SleepingWaiterGetsTheMutexOfAThreadThatEnds)
-{
-    Handle m(CreateMutexW(nullptr, FALSE, nullptr));
-    Handle taken(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    std::thread owner(
+    std::thread sleeper(
         [&]
         {
             WaitForSingleObject(m.h, INFINITE);
@@ -146,7 +143,7 @@ TEST(W32pMutex, SleepingWaiterGetsTheMutexOfAThreadThatEnds)
         });
     WaitForSingleObject(taken.h, INFINITE);
     EXPECT_EQ(WaitForSingleObject(m.h, 5000), WAIT_ABANDONED_0);
-    owner.join();
+    sleeper.join();
     EXPECT_TRUE(ReleaseMutex(m.h));
 }
 
