@@ -50,7 +50,7 @@ TEST_F(BTraceToolTest, EmptyStringsAreRefusedSilently)
     EXPECT_TRUE(capture.Records().empty());
 }
 
-TEST_F(BTraceToolTest, StartsTheBackEndAndRegistersKorswThenMain)
+TEST_F(BTraceToolTest, StartsTheBackEndRegistersKorswThenMainAndTakesWideStrings)
 {
     EXPECT_TRUE(CVeLBTraceTool::InitializeBTrace(std::string("first"), "segment", 64, "fourth"));
     BTraceInitInfo info = BTraceGetInitInfo();
@@ -68,12 +68,11 @@ TEST_F(BTraceToolTest, StartsTheBackEndAndRegistersKorswThenMain)
     // A second start is ignored by the back-end but still reported as done.
     EXPECT_TRUE(CVeLBTraceTool::InitializeBTrace(std::string("other"), "other", 1, "other"));
     EXPECT_EQ(BTraceGetInitInfo().segment, "segment");
-}
 
-TEST_F(BTraceToolTest, WideOverloadConvertsToUtf8)
-{
+    // The wide overload hands UTF-8 on.
+    CVeLBTraceTool::ShutdownBTrace();
     EXPECT_TRUE(CVeLBTraceTool::InitializeBTrace(std::wstring(L"\u00fcber"), L"seg\u20ac", 2, L"\U0001F600"));
-    BTraceInitInfo info = BTraceGetInitInfo();
+    info = BTraceGetInitInfo();
     EXPECT_EQ(info.first, "\xC3\xBC"
                           "ber");
     EXPECT_EQ(info.segment, "seg\xE2\x82\xAC");

@@ -57,7 +57,7 @@ public:
 
 } // namespace
 
-TEST_F(LockTest, SemaphoreCountsTryLockAndReset)
+TEST_F(LockTest, SemaphoreCountsTryLockResetAndFailures)
 {
     BTraceCapture capture;
     CVeLSemaphoreObject semaphore(5, 3, 50);
@@ -75,11 +75,8 @@ TEST_F(LockTest, SemaphoreCountsTryLockAndReset)
     CVeLSemaphoreObject full(1, 1);
     EXPECT_FALSE(full.Release()); // beyond the maximum
     EXPECT_TRUE(capture.Contains(VEL_ERR, "ReleaseSemaphore failed (LastError=0x0000012A)!"));
-}
 
-TEST_F(LockTest, FailedSemaphoreIsInvalidAndSaysSoWhenDestroyed)
-{
-    BTraceCapture capture;
+    // A semaphore that failed to be made or opened is invalid and says so on use and when destroyed.
     {
         CVeLSemaphoreObject broken(0, 0);
         EXPECT_FALSE(broken.IsValid());
@@ -195,18 +192,26 @@ TEST_F(LockTest, SpinLockWordsAreSharedByIndexNotByName)
 
 // --- across processes -------------------------------------------------------------------------------
 
-KOR_CHILD_ROLE(spin_increment)
+// Takes the spin lock at KOR_INDEX. With a KOR_COUNTER mapping it adds KOR_ROUNDS to the counter under the
+// lock; without one it only tries the lock once and exits with 1 when it got it, 0 when it did not.
+KOR_CHILD_ROLE(spin_lock)
 {
-    const unsigned index = static_cast<unsigned>(std::stoul(kortest::ChildParameter("KOR_INDEX")));
-    const int rounds = std::stoi(kortest::ChildParameter("KOR_ROUNDS"));
-    CVeLShMSpinlockObject lock(L"child", index);
-    HANDLE mapping =
-        OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE, Wide(kortest::ChildParameter("KOR_COUNTER")).c_str());
+    CVeLShMSpinlockObject lock(L"child",
+                               static_cast<unsigned>(std::stoul(kortest::ChildParameter("KOR_INDEX"))));
+    const std::string counterName = kortest::ChildParameter("KOR_COUNTER");
+    if (counterName.empty())
+    {
+        const bool taken = lock.TryLock();
+        if (taken)
+            lock.Release();
+        return taken ? 1 : 0;
+    }
+    HANDLE mapping = OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE, Wide(counterName).c_str());
     if (!lock.IsValid() || mapping == nullptr)
         return 2;
     volatile int* counter =
         static_cast<volatile int*>(MapViewOfFile(mapping, FILE_MAP_ALL_ACCESS, 0, 0, 4096));
-    for (int i = 0; i < rounds; ++i)
+    for (int i = std::stoi(kortest::ChildParameter("KOR_ROUNDS")); i > 0; --i)
     {
         if (!lock.Lock())
             return 3;
@@ -231,25 +236,13 @@ TEST(LockObjectsAcrossProcesses, SpinLockWithTheSameIndexLosesNoUpdate)
     std::vector<pid_t> children;
     for (int p = 0; p < processes; ++p)
         children.push_back(kortest::StartChild(
-            "spin_increment", {"KOR_INDEX=200", "KOR_ROUNDS=" + std::to_string(rounds),
-                               "KOR_COUNTER=" + std::string(counterName.begin(), counterName.end())}));
+            "spin_lock", {"KOR_INDEX=200", "KOR_ROUNDS=" + std::to_string(rounds),
+                          "KOR_COUNTER=" + std::string(counterName.begin(), counterName.end())}));
     for (pid_t child : children)
         EXPECT_EQ(kortest::WaitChild(child), 0);
     EXPECT_EQ(*counter, processes * rounds);
     UnmapViewOfFile(const_cast<int*>(counter));
     CloseHandle(mapping);
-}
-
-KOR_CHILD_ROLE(spin_try)
-{
-    // Index 300 is held by the parent, 301 is free.
-    CVeLShMSpinlockObject held(L"x", 300, 0);
-    CVeLShMSpinlockObject unheld(L"y", 301, 0);
-    const bool heldTaken = held.TryLock();
-    const bool freeTaken = unheld.TryLock();
-    if (freeTaken)
-        unheld.Release();
-    return (heldTaken ? 1 : 0) | (freeTaken ? 2 : 0);
 }
 
 TEST(LockObjectsAcrossProcesses, SpinLocksWithDifferentIndexesDoNotExclude)
@@ -258,7 +251,8 @@ TEST(LockObjectsAcrossProcesses, SpinLocksWithDifferentIndexesDoNotExclude)
     CVeLShMSpinlockObject(L"parent", 301).Reset();
     mine.Reset();
     ASSERT_TRUE(mine.TryLock());
-    EXPECT_EQ(kortest::WaitChild(kortest::StartChild("spin_try")), 2);
+    EXPECT_EQ(kortest::WaitChild(kortest::StartChild("spin_lock", {"KOR_INDEX=300"})), 0);
+    EXPECT_EQ(kortest::WaitChild(kortest::StartChild("spin_lock", {"KOR_INDEX=301"})), 1);
     mine.Release();
 }
 

@@ -18,9 +18,6 @@ TEST(CVeLResult, DefaultIsFailureWithDefaultValue)
     EXPECT_TRUE(text.GetValue().empty());
     CVeLResult<CVeLByteArray> bytes;
     EXPECT_FALSE(bytes.GetValue().IsValid());
-    CVeLResult<__int64> big(true, -5);
-    EXPECT_TRUE(big.IsSuccess());
-    EXPECT_EQ(big.GetValue(), -5);
 }
 
 TEST(CVeLResult, NtStatusRuleLooksAtTheSignBitAndKeepsTheStatus)
@@ -38,34 +35,27 @@ TEST(CVeLResult, NtStatusRuleLooksAtTheSignBitAndKeepsTheStatus)
 
 TEST(CVeLFilesystemError, ConstructorsAndCopies)
 {
-    CVeLFilesystemError none;
-    EXPECT_FALSE(none.isLinkDetected());
-    EXPECT_EQ(none.GetOperationResult(), 0);
-    EXPECT_TRUE(none.GetErrorPath().empty());
-
-    CVeLFilesystemError link(true);
-    EXPECT_TRUE(link.isLinkDetected());
-    EXPECT_EQ(link.GetOperationResult(), 0);
-    EXPECT_TRUE(link.GetErrorPath().empty());
-
     const boost::filesystem::path p("/tmp/a/b");
-    CVeLFilesystemError onlyPath(p);
-    EXPECT_EQ(onlyPath.GetErrorPath(), p);
-    EXPECT_EQ(onlyPath.GetOperationResult(), 0);
-
-    CVeLFilesystemError withCode(p, 5);
-    EXPECT_FALSE(withCode.isLinkDetected());
-    EXPECT_EQ(withCode.GetOperationResult(), 5);
-    EXPECT_EQ(withCode.GetErrorPath(), p);
-
-    CVeLFilesystemError copy(withCode);
-    EXPECT_EQ(copy.GetErrorPath(), p);
-    link = withCode;
-    EXPECT_FALSE(link.isLinkDetected());
-    EXPECT_EQ(link.GetOperationResult(), 5);
-
-    CVeLResult<CVeLFilesystemError> result(false, withCode);
-    EXPECT_EQ(result.GetValue().GetOperationResult(), 5);
+    CVeLFilesystemError assigned(true);
+    assigned = CVeLFilesystemError(p, 5);
+    const struct
+    {
+        CVeLFilesystemError error;
+        bool link;
+        LONG code;
+        boost::filesystem::path path;
+    } cases[] = {{CVeLFilesystemError(), false, 0, {}},
+                 {CVeLFilesystemError(true), true, 0, {}},
+                 {CVeLFilesystemError(p), false, 0, p},
+                 {CVeLFilesystemError(p, 5), false, 5, p},
+                 {assigned, false, 5, p},
+                 {CVeLResult<CVeLFilesystemError>(false, assigned).GetValue(), false, 5, p}};
+    for (const auto& c : cases)
+    {
+        EXPECT_EQ(c.error.isLinkDetected(), c.link);
+        EXPECT_EQ(c.error.GetOperationResult(), c.code);
+        EXPECT_EQ(c.error.GetErrorPath(), c.path);
+    }
 }
 
 TEST(CVeLNonCopyable, DerivedClassesCannotBeCopied)

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <sstream>
 #include <string>
 
 namespace
@@ -98,35 +99,16 @@ TEST(CVeLWinAPIWrapper, CreateProcessDumpListsEveryEntry)
             dump = record.text;
         }
     ASSERT_FALSE(dump.empty());
+    // Every field, in this order, separated here by '|'.
+    std::istringstream labels("lpApplicationName=/nonexistent/missing-program|lpCommandLine=missing-program "
+                              "--flag|lpProcessAttributes=0x|lpThreadAttributes=0x|bInheritHandles=0|"
+                              "dwCreationFlags=0|lpEnvironment=0x|lpCurrentDirectory=Null|lpStartupInfo=[|"
+                              "lpReserved=Null|lpDesktop=desk|lpTitle=Null|dwX=|dwY=|dwXSize=|dwYSize=|"
+                              "dwXCountChars=|dwYCountChars=|dwFillAttribute=|dwFlags=256|wShowWindow=|"
+                              "cbReserved2=|lpReserved2=0x|hStdInput=0x|hStdOutput=0x|hStdError=0x|]|"
+                              "lpProcessInformation=0x");
     std::size_t at = 0;
-    for (const char* label : {"lpApplicationName=/nonexistent/missing-program",
-                              "lpCommandLine=missing-program --flag",
-                              "lpProcessAttributes=0x",
-                              "lpThreadAttributes=0x",
-                              "bInheritHandles=0",
-                              "dwCreationFlags=0",
-                              "lpEnvironment=0x",
-                              "lpCurrentDirectory=Null",
-                              "lpStartupInfo=[",
-                              "lpReserved=Null",
-                              "lpDesktop=desk",
-                              "lpTitle=Null",
-                              "dwX=",
-                              "dwY=",
-                              "dwXSize=",
-                              "dwYSize=",
-                              "dwXCountChars=",
-                              "dwYCountChars=",
-                              "dwFillAttribute=",
-                              "dwFlags=256",
-                              "wShowWindow=",
-                              "cbReserved2=",
-                              "lpReserved2=0x",
-                              "hStdInput=0x",
-                              "hStdOutput=0x",
-                              "hStdError=0x",
-                              "]",
-                              "lpProcessInformation=0x"})
+    for (std::string label; std::getline(labels, label, '|');)
     {
         const std::size_t found = dump.find(label, at);
         EXPECT_NE(found, std::string::npos) << "missing or out of order: " << label << " in " << dump;
@@ -144,7 +126,7 @@ TEST(CVeLWinAPIWrapper, CreateProcessDumpCostsNothingBelowLevelThree)
     EXPECT_EQ(capture.CountContaining("CreateProcess: "), 0u);
 }
 
-TEST(CVeLWinAPIWrapper, SharedMemorySizeRefusesANullHandle)
+TEST(CVeLWinAPIWrapper, SharedMemorySizeIsTheSectionSizeAndRefusesANullHandle)
 {
     TraceLevel level(VEL_ERR);
     BTraceCapture capture;
@@ -153,16 +135,11 @@ TEST(CVeLWinAPIWrapper, SharedMemorySizeRefusesANullHandle)
     EXPECT_FALSE(size.IsSuccess());
     EXPECT_EQ(size.GetValue(), 0);
     EXPECT_TRUE(capture.Contains(VEL_ERR, "No handle available!"));
-}
 
-TEST(CVeLWinAPIWrapper, SharedMemorySizeIsTheSectionSize)
-{
-    CVeLWinAPIWrapper api;
-    constexpr DWORD kPageReadWrite = 0x04;
-    HANDLE mapping =
-        api.WAPI_CreateFileMapping(INVALID_HANDLE_VALUE, nullptr, kPageReadWrite, 0, 4096, nullptr);
+    HANDLE mapping = api.WAPI_CreateFileMapping(INVALID_HANDLE_VALUE, nullptr, 0x04 /* PAGE_READWRITE */, 0,
+                                                4096, nullptr);
     ASSERT_NE(mapping, nullptr);
-    CVeLResult<__int64> size = api.WAPI_NTGetSizeOfSharedMemory(mapping);
+    size = api.WAPI_NTGetSizeOfSharedMemory(mapping);
     EXPECT_TRUE(size.IsSuccess());
     EXPECT_EQ(size.GetValue(), 4096);
     api.WAPI_CloseHandle(mapping);

@@ -46,29 +46,22 @@ TEST(W32pNamed, OneNamespaceForAllKinds)
     const std::wstring name = TestName(L"kinds");
     HANDLE event = CreateEventW(nullptr, FALSE, FALSE, name.c_str());
     ASSERT_NE(event, nullptr);
-    auto expectWrongKind = [](HANDLE h)
-    {
-        EXPECT_EQ(h, nullptr);
-        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
-    };
-    expectWrongKind(CreateSemaphoreW(nullptr, 0, 1, name.c_str()));
-    expectWrongKind(OpenSemaphoreW(SYNCHRONIZE, FALSE, name.c_str()));
-    expectWrongKind(CreateMutexW(nullptr, FALSE, name.c_str()));
-    expectWrongKind(OpenMutexW(SYNCHRONIZE, FALSE, name.c_str()));
-    expectWrongKind(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 4096, name.c_str()));
-    expectWrongKind(OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE, name.c_str()));
+    const wchar_t* n = name.c_str();
+    EXPECT_W32_FAILS(CreateSemaphoreW(nullptr, 0, 1, n), nullptr, ERROR_INVALID_HANDLE);
+    EXPECT_W32_FAILS(OpenSemaphoreW(SYNCHRONIZE, FALSE, n), nullptr, ERROR_INVALID_HANDLE);
+    EXPECT_W32_FAILS(CreateMutexW(nullptr, FALSE, n), nullptr, ERROR_INVALID_HANDLE);
+    EXPECT_W32_FAILS(OpenMutexW(SYNCHRONIZE, FALSE, n), nullptr, ERROR_INVALID_HANDLE);
+    EXPECT_W32_FAILS(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 4096, n), nullptr,
+                     ERROR_INVALID_HANDLE);
+    EXPECT_W32_FAILS(OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE, n), nullptr, ERROR_INVALID_HANDLE);
     EXPECT_TRUE(CloseHandle(event));
 
     const std::wstring unknown = TestName(L"unknown");
-    auto expectNotFound = [](HANDLE h)
-    {
-        EXPECT_EQ(h, nullptr);
-        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
-    };
-    expectNotFound(OpenEventW(SYNCHRONIZE, FALSE, unknown.c_str()));
-    expectNotFound(OpenSemaphoreW(SYNCHRONIZE, FALSE, unknown.c_str()));
-    expectNotFound(OpenMutexW(SYNCHRONIZE, FALSE, unknown.c_str()));
-    expectNotFound(OpenFileMappingW(FILE_MAP_READ, FALSE, unknown.c_str()));
+    const wchar_t* u = unknown.c_str();
+    EXPECT_W32_FAILS(OpenEventW(SYNCHRONIZE, FALSE, u), nullptr, ERROR_FILE_NOT_FOUND);
+    EXPECT_W32_FAILS(OpenSemaphoreW(SYNCHRONIZE, FALSE, u), nullptr, ERROR_FILE_NOT_FOUND);
+    EXPECT_W32_FAILS(OpenMutexW(SYNCHRONIZE, FALSE, u), nullptr, ERROR_FILE_NOT_FOUND);
+    EXPECT_W32_FAILS(OpenFileMappingW(FILE_MAP_READ, FALSE, u), nullptr, ERROR_FILE_NOT_FOUND);
     EXPECT_TRUE(LeftoverShmFiles().empty());
 }
 

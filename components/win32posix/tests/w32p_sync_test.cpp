@@ -23,28 +23,25 @@ struct Handle
 
 } // namespace
 
-TEST(W32pEvent, AutoResetReleasesOneWaitThenResets)
+// An auto-reset event releases one wait per signal (two sets do not count up); a manual-reset one stays
+// signalled until reset.
+TEST(W32pEvent, AutoAndManualResetAfterSet)
 {
-    Handle e(CreateEventW(nullptr, FALSE, TRUE, nullptr));
-    ASSERT_NE(e.h, nullptr);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SUCCESS));
-    EXPECT_EQ(WaitForSingleObject(e.h, 0), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForSingleObject(e.h, 0), WAIT_TIMEOUT);
-    EXPECT_TRUE(SetEvent(e.h));
-    EXPECT_TRUE(SetEvent(e.h)); // no count: two sets still release one wait
-    EXPECT_EQ(WaitForSingleObject(e.h, 0), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForSingleObject(e.h, 0), WAIT_TIMEOUT);
-}
-
-TEST(W32pEvent, ManualResetStaysSignalledUntilReset)
-{
-    Handle e(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    EXPECT_EQ(WaitForSingleObject(e.h, 0), WAIT_TIMEOUT);
-    EXPECT_TRUE(SetEvent(e.h));
-    EXPECT_EQ(WaitForSingleObject(e.h, 0), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForSingleObject(e.h, 0), WAIT_OBJECT_0);
-    EXPECT_TRUE(ResetEvent(e.h));
-    EXPECT_EQ(WaitForSingleObject(e.h, 0), WAIT_TIMEOUT);
+    for (const BOOL manual : {FALSE, TRUE})
+    {
+        SCOPED_TRACE(manual);
+        Handle e(CreateEventW(nullptr, manual, TRUE, nullptr));
+        ASSERT_NE(e.h, nullptr);
+        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SUCCESS));
+        EXPECT_EQ(WaitForSingleObject(e.h, 0), WAIT_OBJECT_0);
+        EXPECT_EQ(WaitForSingleObject(e.h, 0), manual ? WAIT_OBJECT_0 : WAIT_TIMEOUT);
+        EXPECT_TRUE(ResetEvent(e.h));
+        EXPECT_EQ(WaitForSingleObject(e.h, 0), WAIT_TIMEOUT);
+        EXPECT_TRUE(SetEvent(e.h));
+        EXPECT_TRUE(SetEvent(e.h));
+        EXPECT_EQ(WaitForSingleObject(e.h, 0), WAIT_OBJECT_0);
+        EXPECT_EQ(WaitForSingleObject(e.h, 0), manual ? WAIT_OBJECT_0 : WAIT_TIMEOUT);
+    }
 }
 
 TEST(W32pEvent, TimedWaitLastsItsTimeAndSetWakesASleeper)
@@ -122,25 +119,22 @@ TEST(W32pMutex, RecursiveOwnershipAndNotOwner)
     nowFree.join();
 }
 
+// A mutex whose owner thread ends goes, abandoned, to the next waiter: one that comes later (here through a
+// wait on several objects) or one already asleep on it.
 TEST(W32pMutex, OwnerThreadEndingAbandonsItToTheNextWaiter)
 {
     Handle m(CreateMutexW(nullptr, FALSE, nullptr));
-    Handle other(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+    Handle taken(CreateEventW(nullptr, FALSE, FALSE, nullptr));
     std::thread owner([&] { EXPECT_EQ(WaitForSingleObject(m.h, 0), WAIT_OBJECT_0); });
     owner.join();
-    HANDLE both[2] = {other.h, m.h};
+    HANDLE both[2] = {taken.h, m.h};
     EXPECT_EQ(WaitForMultipleObjects(2, both, FALSE, 1000), WAIT_ABANDONED_0 + 1);
     EXPECT_EQ(WaitForSingleObject(m.h, 0), WAIT_OBJECT_0); // owned, recursively
     EXPECT_TRUE(ReleaseMutex(m.h));
     EXPECT_TRUE(ReleaseMutex(m.h));
     EXPECT_FALSE(ReleaseMutex(m.h));
-}
 
-TEST(W32pMutex, SleepingWaiterGetsTheMutexOfAThreadThatEnds)
-{
-    Handle m(CreateMutexW(nullptr, FALSE, nullptr));
-    Handle taken(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    std::thread owner(
+    std::thread sleeper(
         [&]
         {
             WaitForSingleObject(m.h, INFINITE);
@@ -149,7 +143,7 @@ TEST(W32pMutex, SleepingWaiterGetsTheMutexOfAThreadThatEnds)
         });
     WaitForSingleObject(taken.h, INFINITE);
     EXPECT_EQ(WaitForSingleObject(m.h, 5000), WAIT_ABANDONED_0);
-    owner.join();
+    sleeper.join();
     EXPECT_TRUE(ReleaseMutex(m.h));
 }
 
