@@ -16,7 +16,10 @@ std::map<std::string, std::function<int()>>& ChildRoles();
 
 struct ChildRoleRegistrar
 {
-    ChildRoleRegistrar(const std::string& name, std::function<int()> role) { ChildRoles()[name] = std::move(role); }
+    ChildRoleRegistrar(const std::string& name, std::function<int()> role)
+    {
+        ChildRoles()[name] = std::move(role);
+    }
 };
 
 // Starts the role in a new process with extra environment entries ("NAME=value"); returns its pid.
@@ -28,7 +31,7 @@ std::string ChildParameter(const char* name);
 
 } // namespace kortest
 
-#define KOR_CHILD_ROLE(name)                                                                                   \
-    static int KorChildRole_##name();                                                                          \
-    static ::kortest::ChildRoleRegistrar korChildRegistrar_##name(#name, &KorChildRole_##name);               \
+#define KOR_CHILD_ROLE(name)                                                                                 \
+    static int KorChildRole_##name();                                                                        \
+    static ::kortest::ChildRoleRegistrar korChildRegistrar_##name(#name, &KorChildRole_##name);              \
     static int KorChildRole_##name()
