@@ -267,92 +267,73 @@ HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD shareMode, LPSEC
     return handle;
 }
 
-BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read, LPOVERLAPPED overlapped)
+namespace
 {
-    if (read != nullptr)
-        *read = 0;
+
+// The common part of ReadFile and WriteFile: checks the handle, its access and the buffer, then moves size
+// bytes with step(fd, at, count, offset) — at the overlapped offset when one is given, else at the file
+// position — retrying after signals. A read from something other than a regular file, or one that reaches
+// the end, returns what it got. done receives the bytes moved, also on failure.
+template <typename Step>
+BOOL Transfer(HANDLE file, bool reading, void* buffer, DWORD size, LPDWORD done, LPOVERLAPPED overlapped,
+              Step step)
+{
+    if (done != nullptr)
+        *done = 0;
     std::shared_ptr<FileObject> object = LookupFile(file);
     if (!object)
         return FALSE;
-    if (!object->readable)
+    if (!(reading ? object->readable : object->writable))
     {
         SetLastError(ERROR_ACCESS_DENIED);
         return FALSE;
     }
-    if (buffer == nullptr && toRead > 0)
+    if (buffer == nullptr && size > 0)
     {
         SetLastError(ERROR_NOACCESS);
         return FALSE;
     }
-    off_t offset =
+    const off_t offset =
         overlapped
             ? static_cast<off_t>((static_cast<ULONGLONG>(overlapped->OffsetHigh) << 32) | overlapped->Offset)
-            : 0;
-    DWORD done = 0;
-    while (done < toRead)
+            : -1;
+    DWORD moved = 0;
+    BOOL result = TRUE;
+    while (moved < size)
     {
-        char* at = static_cast<char*>(buffer) + done;
-        const ssize_t n = overlapped ? pread(object->fd, at, toRead - done, offset + done)
-                                     : ::read(object->fd, at, toRead - done);
+        const ssize_t n = step(object->fd, static_cast<char*>(buffer) + moved, size - moved,
+                               offset < 0 ? offset : offset + moved);
         if (n < 0)
         {
             if (errno == EINTR)
                 continue;
             W32pSetLastErrorFromErrno();
-            if (read != nullptr)
-                *read = done;
-            return FALSE;
+            result = FALSE;
+            break;
         }
-        done += static_cast<DWORD>(n);
-        if (n == 0 || !object->regularFile)
+        moved += static_cast<DWORD>(n);
+        if (reading && (n == 0 || !object->regularFile))
             break;
     }
-    if (read != nullptr)
-        *read = done;
-    return TRUE;
+    if (done != nullptr)
+        *done = moved;
+    return result;
+}
+
+} // namespace
+
+BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read, LPOVERLAPPED overlapped)
+{
+    return Transfer(file, true, buffer, toRead, read, overlapped,
+                    [](int fd, char* at, std::size_t count, off_t offset)
+                    { return offset < 0 ? ::read(fd, at, count) : pread(fd, at, count, offset); });
 }
 
 BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD written, LPOVERLAPPED overlapped)
 {
-    if (written != nullptr)
-        *written = 0;
-    std::shared_ptr<FileObject> object = LookupFile(file);
-    if (!object)
-        return FALSE;
-    if (!object->writable)
-    {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return FALSE;
-    }
-    if (buffer == nullptr && toWrite > 0)
-    {
-        SetLastError(ERROR_NOACCESS);
-        return FALSE;
-    }
-    off_t offset =
-        overlapped
-            ? static_cast<off_t>((static_cast<ULONGLONG>(overlapped->OffsetHigh) << 32) | overlapped->Offset)
-            : 0;
-    DWORD done = 0;
-    while (done < toWrite)
-    {
-        const char* at = static_cast<const char*>(buffer) + done;
-        const ssize_t n = overlapped ? pwrite(object->fd, at, toWrite - done, offset + done)
-                                     : ::write(object->fd, at, toWrite - done);
-        if (n < 0)
-        {
-            if (errno == EINTR)
-                continue;
-            W32pSetLastErrorFromErrno();
-            if (written != nullptr)
-                *written = done;
-            return FALSE;
-        }
-        done += static_cast<DWORD>(n);
-    }
-    if (written != nullptr)
-        *written = done;
-    return TRUE;
+    return Transfer(file, false, const_cast<void*>(buffer), toWrite, written, overlapped,
+                    [](int fd, const char* at, std::size_t count, off_t offset)
+                    { return offset < 0 ? ::write(fd, at, count) : pwrite(fd, at, count, offset); });
 }
 
 HANDLE GetStdHandle(DWORD which)
