@@ -30,10 +30,10 @@ public:
     void* GetHandle() const override;
     // Frees the word (no validity check).
     bool Reset() override;
-    // Maps the shared lock words again for index (the index is not checked against the 512 words).
-    void Init(const std::wstring& name, unsigned int index);
 
 private:
+    // Maps the shared lock words again for index (the index is not checked against the 512 words).
+    void Init(const std::wstring& name, unsigned int index);
     bool OpenShm(const std::wstring& name, unsigned int index, unsigned int size);
 
     CVeLHANDLE m_mapping;
