@@ -2,6 +2,7 @@
 #include "korutilitesbtracedef.h"
 #include "velstringconverter.h"
 #include "velwin32.h"
+#include "velxmlguard.h"
 #include "velxmlhandlerutilities.h"
 
 #include <boost/filesystem/fstream.hpp>
@@ -10,9 +11,7 @@
 #include <xercesc/framework/MemBufFormatTarget.hpp>
 #include <xercesc/framework/XMLFormatter.hpp>
 #include <xercesc/sax/InputSource.hpp>
-#include <xercesc/sax/SAXException.hpp>
 #include <xercesc/util/BinInputStream.hpp>
-#include <xercesc/util/OutOfMemoryException.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/XMLException.hpp>
 #include <xercesc/util/XMLUni.hpp>
@@ -108,42 +107,6 @@ private:
     fs::ofstream m_stream;
 };
 
-// Runs body and turns every exception of the parser library into failure, traced at ERR.
-template <typename F>
-bool Guarded(F&& body)
-{
-    try
-    {
-        return body();
-    }
-    catch (const XMLException& e)
-    {
-        VEL_TRACE(VEL_ERR, "XML exception: %s", Utf8(e.getMessage()).c_str());
-    }
-    catch (const DOMException& e)
-    {
-        VEL_TRACE(VEL_ERR, "XML DOM exception %d: %s", static_cast<int>(e.code),
-                  Utf8(e.getMessage()).c_str());
-    }
-    catch (const SAXException& e)
-    {
-        VEL_TRACE(VEL_ERR, "XML exception: %s", Utf8(e.getMessage()).c_str());
-    }
-    catch (const OutOfMemoryException&)
-    {
-        VEL_TRACE(VEL_ERR, "XML parser out of memory!");
-    }
-    catch (const std::bad_alloc&)
-    {
-        VEL_TRACE(VEL_ERR, "Out of memory!");
-    }
-    catch (...)
-    {
-        VEL_TRACE(VEL_ERR, "Unknown exception in XML operation!");
-    }
-    return false;
-}
-
 } // namespace
 
 CVeLXMLHandler::PlatformInitializer::PlatformInitializer()
@@ -232,23 +195,23 @@ bool CVeLXMLHandler::ReadXMLFromFile()
 {
     if (!FileExists())
         return false;
-    return Guarded(
-        [&]()
-        {
-            m_parser.setValidationScheme(XercesDOMParser::Val_Never);
-            m_parser.setDoNamespaces(false);
-            m_parser.setErrorHandler(m_errorHandler.get());
-            FileInputSource source(m_file);
-            m_parser.parse(source);
-            DOMDocument* doc = Document();
-            const XMLCh* version = doc != nullptr ? doc->getXmlVersion() : nullptr;
-            if (version == nullptr || *version == 0)
-            {
-                VEL_TRACE(VEL_ERR, "XML Version is not valid or is missing!!");
-                return false;
-            }
-            return true;
-        });
+    return VeLXMLGuarded(false,
+                         [&]()
+                         {
+                             m_parser.setValidationScheme(XercesDOMParser::Val_Never);
+                             m_parser.setDoNamespaces(false);
+                             m_parser.setErrorHandler(m_errorHandler.get());
+                             FileInputSource source(m_file);
+                             m_parser.parse(source);
+                             DOMDocument* doc = Document();
+                             const XMLCh* version = doc != nullptr ? doc->getXmlVersion() : nullptr;
+                             if (version == nullptr || *version == 0)
+                             {
+                                 VEL_TRACE(VEL_ERR, "XML Version is not valid or is missing!!");
+                                 return false;
+                             }
+                             return true;
+                         });
 }
 
 bool CVeLXMLHandler::ReadXMLFromString(const std::wstring& xml)
@@ -258,22 +221,22 @@ bool CVeLXMLHandler::ReadXMLFromString(const std::wstring& xml)
         VEL_TRACE(VEL_ERR, "XML String is empty!");
         return false;
     }
-    Guarded(
-        [&]()
-        {
-            m_parser.setValidationScheme(XercesDOMParser::Val_Never);
-            m_parser.setDoNamespaces(false);
-            m_parser.setErrorHandler(m_errorHandler.get());
-            m_documentSource.reset();
-            m_documentText = CVeLXMLCharConverter::ToXMLCh(xml);
-            m_documentSource.reset(
-                new MemBufInputSource(reinterpret_cast<const XMLByte*>(m_documentText.data()),
-                                      m_documentText.size() * sizeof(XMLCh), kStringBufferId, false));
-            // The bytes are the text's UTF-16 code units, whatever the document declares.
-            m_documentSource->setEncoding(XMLUni::fgUTF16EncodingString);
-            m_parser.parse(*m_documentSource);
-            return true;
-        });
+    VeLXMLGuarded(false,
+                  [&]()
+                  {
+                      m_parser.setValidationScheme(XercesDOMParser::Val_Never);
+                      m_parser.setDoNamespaces(false);
+                      m_parser.setErrorHandler(m_errorHandler.get());
+                      m_documentSource.reset();
+                      m_documentText = CVeLXMLCharConverter::ToXMLCh(xml);
+                      m_documentSource.reset(new MemBufInputSource(
+                          reinterpret_cast<const XMLByte*>(m_documentText.data()),
+                          m_documentText.size() * sizeof(XMLCh), kStringBufferId, false));
+                      // The bytes are the text's UTF-16 code units, whatever the document declares.
+                      m_documentSource->setEncoding(XMLUni::fgUTF16EncodingString);
+                      m_parser.parse(*m_documentSource);
+                      return true;
+                  });
     // Parse errors have been traced by the error handler; an unvalidated string load still counts as
     // loaded, and callers find out what is there through the element paths.
     return true;
@@ -281,7 +244,8 @@ bool CVeLXMLHandler::ReadXMLFromString(const std::wstring& xml)
 
 bool CVeLXMLHandler::ReadXMLWithValidation(const std::wstring& xml, const std::wstring& schema)
 {
-    return Guarded(
+    return VeLXMLGuarded(
+        false,
         [&]()
         {
             m_schemaSource.reset();
@@ -309,7 +273,8 @@ bool CVeLXMLHandler::ReadXMLWithValidation(const std::wstring& schema)
 {
     if (!FileExists())
         return false;
-    return Guarded(
+    return VeLXMLGuarded(
+        false,
         [&]()
         {
             m_schemaSource.reset();
@@ -330,19 +295,21 @@ bool CVeLXMLHandler::ReadXMLWithValidation(const fs::path& schemaFile)
 {
     if (!FileExists())
         return false;
-    return Guarded(
-        [&]()
-        {
-            FileInputSource schemaSource(schemaFile);
-            // Cached in this handler's own parser: the parser discards an uncached grammar when the parse
-            // starts, and the document could then never validate. Nothing is shared with other handlers.
-            if (m_parser.loadGrammar(schemaSource, Grammar::SchemaGrammarType, true) == nullptr)
-                return false;
-            SetupParserForValidation();
-            FileInputSource source(m_file);
-            m_parser.parse(source);
-            return m_parser.getErrorCount() == 0;
-        });
+    return VeLXMLGuarded(false,
+                         [&]()
+                         {
+                             FileInputSource schemaSource(schemaFile);
+                             // Cached in this handler's own parser: the parser discards an uncached grammar
+                             // when the parse starts, and the document could then never validate. Nothing is
+                             // shared with other handlers.
+                             if (m_parser.loadGrammar(schemaSource, Grammar::SchemaGrammarType, true) ==
+                                 nullptr)
+                                 return false;
+                             SetupParserForValidation();
+                             FileInputSource source(m_file);
+                             m_parser.parse(source);
+                             return m_parser.getErrorCount() == 0;
+                         });
 }
 
 void CVeLXMLHandler::SetupParserForValidation()
@@ -413,12 +380,12 @@ DOMElement* CVeLXMLHandler::CreateDOMElement(const std::wstring& name) const
     if (doc == nullptr)
         return nullptr;
     DOMElement* element = nullptr;
-    Guarded(
-        [&]()
-        {
-            element = doc->createElement(CVeLXMLCharConverter::ToXMLCh(name).c_str());
-            return true;
-        });
+    VeLXMLGuarded(false,
+                  [&]()
+                  {
+                      element = doc->createElement(CVeLXMLCharConverter::ToXMLCh(name).c_str());
+                      return true;
+                  });
     return element;
 }
 
@@ -435,12 +402,12 @@ bool CVeLXMLHandler::InsertDOMBranch(const std::wstring& path, DOMElement* branc
     DOMElement* parent = nullptr;
     if (!GetDOMBranch(path, parent) || branch == nullptr)
         return false;
-    return Guarded(
-        [&]()
-        {
-            parent->appendChild(branch);
-            return true;
-        });
+    return VeLXMLGuarded(false,
+                         [&]()
+                         {
+                             parent->appendChild(branch);
+                             return true;
+                         });
 }
 
 bool CVeLXMLHandler::CheckAndCreateXMLPath(const std::wstring& path)
@@ -477,18 +444,19 @@ DOMElement* CVeLXMLHandler::CreateXMLPathElement(DOMElement* parent, const std::
     DOMElement* element = CreateDOMElement(name);
     if (element == nullptr)
         return nullptr;
-    const bool appended = Guarded(
-        [&]()
-        {
-            parent->appendChild(element);
-            return true;
-        });
+    const bool appended = VeLXMLGuarded(false,
+                                        [&]()
+                                        {
+                                            parent->appendChild(element);
+                                            return true;
+                                        });
     return appended ? element : nullptr;
 }
 
 bool CVeLXMLHandler::Serialize(XMLFormatTarget& target, const XMLCh* encoding, bool prettyPrint) const
 {
-    return Guarded(
+    return VeLXMLGuarded(
+        false,
         [&]()
         {
             static const XMLCh kLS[] = {u'L', u'S', 0};

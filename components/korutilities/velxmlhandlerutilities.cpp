@@ -3,9 +3,9 @@
 #include "velstringconverter.h"
 #include "velwin32.h"
 #include "velxmlcharconverter.h"
+#include "velxmlguard.h"
 
 #include <xercesc/dom/DOM.hpp>
-#include <xercesc/util/OutOfMemoryException.hpp>
 #include <xercesc/util/XMLException.hpp>
 #include <xercesc/util/XMLString.hpp>
 
@@ -16,44 +16,6 @@ using namespace XERCES_CPP_NAMESPACE;
 
 namespace
 {
-
-// Runs body and turns any exception of the parser library (or an allocation failure) into failure, so
-// a DOM operation refused by the library never leaves this class.
-template <typename R, typename F>
-R Guarded(R failure, F&& body)
-{
-    try
-    {
-        return body();
-    }
-    catch (const DOMException& e)
-    {
-        VEL_TRACE(
-            VEL_ERR, "XML DOM exception %d: %s", static_cast<int>(e.code),
-            CVeLStringConverter::ConvertStdWStringToStdString(CVeLXMLCharConverter::ToWString(e.getMessage()))
-                .c_str());
-    }
-    catch (const XMLException& e)
-    {
-        VEL_TRACE(
-            VEL_ERR, "XML exception: %s",
-            CVeLStringConverter::ConvertStdWStringToStdString(CVeLXMLCharConverter::ToWString(e.getMessage()))
-                .c_str());
-    }
-    catch (const OutOfMemoryException&)
-    {
-        VEL_TRACE(VEL_ERR, "XML parser out of memory!");
-    }
-    catch (const std::bad_alloc&)
-    {
-        VEL_TRACE(VEL_ERR, "Out of memory!");
-    }
-    catch (...)
-    {
-        VEL_TRACE(VEL_ERR, "Unknown exception in XML operation!");
-    }
-    return failure;
-}
 
 // Walks the steps of path, split at "/" with empty steps dropped (so leading, trailing and doubled
 // slashes do not matter), handing each to visit as a zero-terminated parser string. One buffer serves
@@ -123,19 +85,19 @@ DOMElement* CVeLXMLHandlerUtilities::GetXPathElement(DOMElement* start, const st
 {
     if (start == nullptr)
         return nullptr;
-    return Guarded<DOMElement*>(nullptr,
-                                [&]() -> DOMElement*
-                                {
-                                    DOMElement* current = start;
-                                    ForEachStep(path,
-                                                [&](const XMLCh* step)
-                                                {
-                                                    if (!IsElementNamed(current, step))
-                                                        current = FirstChildElementNamed(current, step);
-                                                    return current != nullptr;
-                                                });
-                                    return current;
-                                });
+    return VeLXMLGuarded<DOMElement*>(nullptr,
+                                      [&]() -> DOMElement*
+                                      {
+                                          DOMElement* current = start;
+                                          ForEachStep(path,
+                                                      [&](const XMLCh* step)
+                                                      {
+                                                          if (!IsElementNamed(current, step))
+                                                              current = FirstChildElementNamed(current, step);
+                                                          return current != nullptr;
+                                                      });
+                                          return current;
+                                      });
 }
 
 DOMElement* CVeLXMLHandlerUtilities::ResolvePath(const DOMDocument* doc, const std::wstring& path) const
@@ -149,48 +111,48 @@ DOMElement* CVeLXMLHandlerUtilities::GetRootElement(const DOMDocument* doc, cons
 {
     if (doc == nullptr || name == nullptr)
         return nullptr;
-    return Guarded<DOMElement*>(nullptr,
-                                [&]() -> DOMElement*
-                                {
-                                    DOMElement* root = doc->getDocumentElement();
-                                    if (root == nullptr)
-                                        return nullptr;
-                                    const XMLChString xmlName = CVeLXMLCharConverter::ToXMLCh(name);
-                                    if (IsElementNamed(root, xmlName.c_str()))
-                                        return root;
-                                    return FirstChildElementNamed(root, xmlName.c_str());
-                                });
+    return VeLXMLGuarded<DOMElement*>(nullptr,
+                                      [&]() -> DOMElement*
+                                      {
+                                          DOMElement* root = doc->getDocumentElement();
+                                          if (root == nullptr)
+                                              return nullptr;
+                                          const XMLChString xmlName = CVeLXMLCharConverter::ToXMLCh(name);
+                                          if (IsElementNamed(root, xmlName.c_str()))
+                                              return root;
+                                          return FirstChildElementNamed(root, xmlName.c_str());
+                                      });
 }
 
 DOMNode* CVeLXMLHandlerUtilities::FindElementNode(const DOMNode* node, const wchar_t* name) const
 {
     if (node == nullptr || name == nullptr)
         return nullptr;
-    return Guarded<DOMNode*>(nullptr,
-                             [&]() -> DOMNode*
-                             {
-                                 const XMLChString xmlName = CVeLXMLCharConverter::ToXMLCh(name);
-                                 if (IsElementNamed(node, xmlName.c_str()))
-                                     return const_cast<DOMNode*>(node);
-                                 return FirstChildElementNamed(node, xmlName.c_str());
-                             });
+    return VeLXMLGuarded<DOMNode*>(nullptr,
+                                   [&]() -> DOMNode*
+                                   {
+                                       const XMLChString xmlName = CVeLXMLCharConverter::ToXMLCh(name);
+                                       if (IsElementNamed(node, xmlName.c_str()))
+                                           return const_cast<DOMNode*>(node);
+                                       return FirstChildElementNamed(node, xmlName.c_str());
+                                   });
 }
 
 std::vector<DOMNode*> CVeLXMLHandlerUtilities::FindElementNodes(const DOMNode* node, const wchar_t* name)
 {
     if (node == nullptr || name == nullptr)
         return {};
-    return Guarded<std::vector<DOMNode*>>({},
-                                          [&]()
-                                          {
-                                              const XMLChString xmlName = CVeLXMLCharConverter::ToXMLCh(name);
-                                              std::vector<DOMNode*> found;
-                                              for (DOMNode* child = node->getFirstChild(); child != nullptr;
-                                                   child = child->getNextSibling())
-                                                  if (IsElementNamed(child, xmlName.c_str()))
-                                                      found.push_back(child);
-                                              return found;
-                                          });
+    return VeLXMLGuarded<std::vector<DOMNode*>>(
+        {},
+        [&]()
+        {
+            const XMLChString xmlName = CVeLXMLCharConverter::ToXMLCh(name);
+            std::vector<DOMNode*> found;
+            for (DOMNode* child = node->getFirstChild(); child != nullptr; child = child->getNextSibling())
+                if (IsElementNamed(child, xmlName.c_str()))
+                    found.push_back(child);
+            return found;
+        });
 }
 
 DOMNode* CVeLXMLHandlerUtilities::FindElementNodeWithAttribute(const DOMNode* node, const wchar_t* name,
@@ -208,7 +170,7 @@ CVeLXMLHandlerUtilities::FindElementNodesWithAttribute(const DOMNode* node, cons
 {
     if (node == nullptr || name == nullptr)
         return {};
-    return Guarded<std::vector<DOMNode*>>(
+    return VeLXMLGuarded<std::vector<DOMNode*>>(
         {},
         [&]()
         {
@@ -231,16 +193,16 @@ bool CVeLXMLHandlerUtilities::GetCountOfElements(const DOMDocument* doc, const s
     DOMElement* element = ResolvePath(doc, path);
     if (element == nullptr)
         return false;
-    return Guarded(false,
-                   [&]()
-                   {
-                       DOMNode* child = element->getFirstChild();
-                       if (child == nullptr)
-                           return false;
-                       for (; child != nullptr; child = child->getNextSibling())
-                           ++count;
-                       return true;
-                   });
+    return VeLXMLGuarded(false,
+                         [&]()
+                         {
+                             DOMNode* child = element->getFirstChild();
+                             if (child == nullptr)
+                                 return false;
+                             for (; child != nullptr; child = child->getNextSibling())
+                                 ++count;
+                             return true;
+                         });
 }
 
 bool CVeLXMLHandlerUtilities::ReadElementNodeText(const DOMDocument* doc, const std::wstring& path,
@@ -253,12 +215,12 @@ bool CVeLXMLHandlerUtilities::ReadElementNodeText(const DOMElement* element, std
 {
     if (element == nullptr)
         return false;
-    return Guarded(false,
-                   [&]()
-                   {
-                       text = CVeLXMLCharConverter::ToWString(element->getTextContent());
-                       return true;
-                   });
+    return VeLXMLGuarded(false,
+                         [&]()
+                         {
+                             text = CVeLXMLCharConverter::ToWString(element->getTextContent());
+                             return true;
+                         });
 }
 
 bool CVeLXMLHandlerUtilities::ReadElementNodeAttribute(const DOMDocument* doc, const std::wstring& path,
@@ -272,15 +234,15 @@ bool CVeLXMLHandlerUtilities::ReadElementNodeAttribute(const DOMElement* element
 {
     if (element == nullptr)
         return false;
-    return Guarded(false,
-                   [&]()
-                   {
-                       // getAttribute answers an empty string for an absent attribute, which is what callers
-                       // expect.
-                       value = CVeLXMLCharConverter::ToWString(
-                           element->getAttribute(CVeLXMLCharConverter::ToXMLCh(name).c_str()));
-                       return true;
-                   });
+    return VeLXMLGuarded(false,
+                         [&]()
+                         {
+                             // getAttribute answers an empty string for an absent attribute, which is what
+                             // callers expect.
+                             value = CVeLXMLCharConverter::ToWString(
+                                 element->getAttribute(CVeLXMLCharConverter::ToXMLCh(name).c_str()));
+                             return true;
+                         });
 }
 
 bool CVeLXMLHandlerUtilities::WriteElementNodeText(const DOMDocument* doc, const std::wstring& path,
@@ -293,12 +255,12 @@ bool CVeLXMLHandlerUtilities::WriteElementNodeText(DOMElement* element, const st
 {
     if (element == nullptr)
         return false;
-    return Guarded(false,
-                   [&]()
-                   {
-                       element->setTextContent(CVeLXMLCharConverter::ToXMLCh(text).c_str());
-                       return true;
-                   });
+    return VeLXMLGuarded(false,
+                         [&]()
+                         {
+                             element->setTextContent(CVeLXMLCharConverter::ToXMLCh(text).c_str());
+                             return true;
+                         });
 }
 
 bool CVeLXMLHandlerUtilities::WriteElementNodeAttribute(const DOMDocument* doc, const std::wstring& path,
@@ -313,13 +275,13 @@ bool CVeLXMLHandlerUtilities::WriteElementNodeAttribute(DOMElement* element, con
 {
     if (element == nullptr)
         return false;
-    return Guarded(false,
-                   [&]()
-                   {
-                       element->setAttribute(CVeLXMLCharConverter::ToXMLCh(name).c_str(),
-                                             CVeLXMLCharConverter::ToXMLCh(value).c_str());
-                       return true;
-                   });
+    return VeLXMLGuarded(false,
+                         [&]()
+                         {
+                             element->setAttribute(CVeLXMLCharConverter::ToXMLCh(name).c_str(),
+                                                   CVeLXMLCharConverter::ToXMLCh(value).c_str());
+                             return true;
+                         });
 }
 
 bool CVeLXMLHandlerUtilities::ReadElementNodeTextArray(const DOMDocument* doc, const std::wstring& parentPath,
@@ -330,17 +292,17 @@ bool CVeLXMLHandlerUtilities::ReadElementNodeTextArray(const DOMDocument* doc, c
     DOMElement* parent = ResolvePath(doc, parentPath);
     if (parent == nullptr)
         return false;
-    return Guarded(false,
-                   [&]()
-                   {
-                       const XMLChString xmlName = CVeLXMLCharConverter::ToXMLCh(childName);
-                       // Every node kind takes part here, as the node name alone decides.
-                       for (DOMNode* child = parent->getFirstChild(); child != nullptr;
-                            child = child->getNextSibling())
-                           if (XMLString::equals(child->getNodeName(), xmlName.c_str()))
-                               out.push_back(CVeLXMLCharConverter::ToWString(child->getTextContent()));
-                       return true;
-                   });
+    return VeLXMLGuarded(false,
+                         [&]()
+                         {
+                             const XMLChString xmlName = CVeLXMLCharConverter::ToXMLCh(childName);
+                             // Every node kind takes part here, as the node name alone decides.
+                             for (DOMNode* child = parent->getFirstChild(); child != nullptr;
+                                  child = child->getNextSibling())
+                                 if (XMLString::equals(child->getNodeName(), xmlName.c_str()))
+                                     out.push_back(CVeLXMLCharConverter::ToWString(child->getTextContent()));
+                             return true;
+                         });
 }
 
 bool CVeLXMLHandlerUtilities::ReadElementNodeAttributeArray(const DOMDocument* doc,
@@ -353,26 +315,26 @@ bool CVeLXMLHandlerUtilities::ReadElementNodeAttributeArray(const DOMDocument* d
     DOMElement* parent = ResolvePath(doc, parentPath);
     if (parent == nullptr)
         return false;
-    return Guarded(false,
-                   [&]()
-                   {
-                       const XMLChString xmlName = CVeLXMLCharConverter::ToXMLCh(childName);
-                       const XMLChString xmlAttrName = CVeLXMLCharConverter::ToXMLCh(attrName);
-                       for (DOMNode* child = parent->getFirstChild(); child != nullptr;
-                            child = child->getNextSibling())
-                       {
-                           if (!XMLString::equals(child->getNodeName(), xmlName.c_str()))
-                               continue;
-                           // Only elements carry attributes; another node of that name reads as an empty
-                           // value.
-                           if (child->getNodeType() == DOMNode::ELEMENT_NODE)
-                               out.push_back(CVeLXMLCharConverter::ToWString(
-                                   static_cast<DOMElement*>(child)->getAttribute(xmlAttrName.c_str())));
-                           else
-                               out.push_back(std::wstring());
-                       }
-                       return true;
-                   });
+    return VeLXMLGuarded(false,
+                         [&]()
+                         {
+                             const XMLChString xmlName = CVeLXMLCharConverter::ToXMLCh(childName);
+                             const XMLChString xmlAttrName = CVeLXMLCharConverter::ToXMLCh(attrName);
+                             for (DOMNode* child = parent->getFirstChild(); child != nullptr;
+                                  child = child->getNextSibling())
+                             {
+                                 if (!XMLString::equals(child->getNodeName(), xmlName.c_str()))
+                                     continue;
+                                 // Only elements carry attributes; another node of that name reads as an
+                                 // empty value.
+                                 if (child->getNodeType() == DOMNode::ELEMENT_NODE)
+                                     out.push_back(CVeLXMLCharConverter::ToWString(
+                                         static_cast<DOMElement*>(child)->getAttribute(xmlAttrName.c_str())));
+                                 else
+                                     out.push_back(std::wstring());
+                             }
+                             return true;
+                         });
 }
 
 bool CVeLXMLHandlerUtilities::ReadSiblingsElementNodeAttributes(const DOMDocument* doc,
@@ -419,25 +381,25 @@ bool CVeLXMLHandlerUtilities::ReadSiblingAttribute(DOMNode* node, std::vector<At
         VEL_TRACE(VEL_ERR, "Invalid mapped node element pointer");
         return false;
     }
-    return Guarded(false,
-                   [&]()
-                   {
-                       AttributeMap map;
-                       const XMLSize_t length = attributes->getLength();
-                       for (XMLSize_t i = 0; i < length; ++i)
-                       {
-                           DOMNode* attribute = attributes->item(i);
-                           if (attribute == nullptr)
-                           {
-                               VEL_TRACE(VEL_ERR, "Invalid node element pointer");
-                               return false;
-                           }
-                           map[CVeLXMLCharConverter::ToWString(attribute->getNodeName())] =
-                               CVeLXMLCharConverter::ToWString(attribute->getNodeValue());
-                       }
-                       out.push_back(std::move(map));
-                       return true;
-                   });
+    return VeLXMLGuarded(false,
+                         [&]()
+                         {
+                             AttributeMap map;
+                             const XMLSize_t length = attributes->getLength();
+                             for (XMLSize_t i = 0; i < length; ++i)
+                             {
+                                 DOMNode* attribute = attributes->item(i);
+                                 if (attribute == nullptr)
+                                 {
+                                     VEL_TRACE(VEL_ERR, "Invalid node element pointer");
+                                     return false;
+                                 }
+                                 map[CVeLXMLCharConverter::ToWString(attribute->getNodeName())] =
+                                     CVeLXMLCharConverter::ToWString(attribute->getNodeValue());
+                             }
+                             out.push_back(std::move(map));
+                             return true;
+                         });
 }
 
 bool CVeLXMLHandlerUtilities::AppendNode(DOMDocument* doc, const std::wstring& parentPath,
@@ -453,19 +415,19 @@ bool CVeLXMLHandlerUtilities::AppendNode(DOMDocument* doc, const std::wstring& p
     for (const AttributeMap& attributes : attributeSets)
     {
         // Each child is made and attached on its own, so the ones before a failing child stay.
-        const bool appended =
-            Guarded(false,
-                    [&]()
-                    {
-                        DOMElement* child = doc->createElement(xmlName.c_str());
-                        if (child == nullptr)
-                            return false;
-                        for (const auto& attribute : attributes) // std::map: ascending name order
-                            child->setAttribute(CVeLXMLCharConverter::ToXMLCh(attribute.first).c_str(),
-                                                CVeLXMLCharConverter::ToXMLCh(attribute.second).c_str());
-                        parent->appendChild(child);
-                        return true;
-                    });
+        const bool appended = VeLXMLGuarded(
+            false,
+            [&]()
+            {
+                DOMElement* child = doc->createElement(xmlName.c_str());
+                if (child == nullptr)
+                    return false;
+                for (const auto& attribute : attributes) // std::map: ascending name order
+                    child->setAttribute(CVeLXMLCharConverter::ToXMLCh(attribute.first).c_str(),
+                                        CVeLXMLCharConverter::ToXMLCh(attribute.second).c_str());
+                parent->appendChild(child);
+                return true;
+            });
         if (!appended)
             return false;
     }
@@ -477,13 +439,13 @@ bool CVeLXMLHandlerUtilities::RemoveNode(const DOMDocument* doc, const std::wstr
     DOMElement* element = ResolvePath(doc, path);
     if (element == nullptr)
         return false;
-    return Guarded(false,
-                   [&]()
-                   {
-                       DOMNode* parent = element->getParentNode();
-                       if (parent == nullptr)
-                           return false;
-                       parent->removeChild(element);
-                       return true;
-                   });
+    return VeLXMLGuarded(false,
+                         [&]()
+                         {
+                             DOMNode* parent = element->getParentNode();
+                             if (parent == nullptr)
+                                 return false;
+                             parent->removeChild(element);
+                             return true;
+                         });
 }
