@@ -2,6 +2,7 @@
 // the type its length modifier names out of the slot (so "%d" reads the low 32 bits as a signed int,
 // "%lld" the whole slot), which keeps a 32-bit conversion fed with a sign-extended value well defined.
 #include "btrace.h"
+#include "btraceinternal.h"
 
 #include <cstdio>
 #include <cstring>
@@ -73,6 +74,13 @@ void AppendString(std::string& out, const std::string& text, bool leftAlign, int
 } // namespace
 
 std::string BTraceFormat(const char* format, const std::uint64_t* args, std::size_t count)
+{
+    return btrace_detail::FormatMessage(format, args, count, nullptr, nullptr);
+}
+
+std::string btrace_detail::FormatMessage(const char* format, const std::uint64_t* args, std::size_t count,
+                                         const std::vector<std::string>* copiedStrings,
+                                         std::vector<StringArgument>* stringArguments)
 {
     std::string out;
     if (format == nullptr)
@@ -224,8 +232,13 @@ std::string BTraceFormat(const char* format, const std::uint64_t* args, std::siz
         case 'S':
         {
             std::string text;
+            if (stringArguments != nullptr)
+                stringArguments->push_back(
+                    StringArgument{static_cast<unsigned>(next - 1), wide || conv == 'S'});
             if (v == 0)
                 text = "(null)";
+            else if (copiedStrings != nullptr)
+                text = next - 1 < copiedStrings->size() ? (*copiedStrings)[next - 1] : std::string();
             else if (wide || conv == 'S')
                 for (const wchar_t* w = reinterpret_cast<const wchar_t*>(static_cast<std::uintptr_t>(v)); *w;
                      ++w)
