@@ -91,13 +91,17 @@ double TicksPerSecond(const SegmentHeader& h)
     const std::int64_t span = realNs - h.startRealNs;
     if (span >= 100000000 && ticks > h.startTicks)
         return static_cast<double>(ticks - h.startTicks) * 1e9 / static_cast<double>(span);
-    // Too short a span: measure the machine-wide counter here.
-    const std::uint64_t t0 = ReadTicks();
-    const std::uint64_t n0 = btrace_platform::MonotonicNs();
-    btrace_platform::SleepMs(50);
-    const std::uint64_t t1 = ReadTicks();
-    const std::uint64_t n1 = btrace_platform::MonotonicNs();
-    return n1 > n0 ? static_cast<double>(t1 - t0) * 1e9 / static_cast<double>(n1 - n0) : 1e9;
+    // Too short a span: measure the machine-wide counter here, once per process.
+    static const double measured = []
+    {
+        const std::uint64_t t0 = ReadTicks();
+        const std::uint64_t n0 = btrace_platform::MonotonicNs();
+        btrace_platform::SleepMs(50);
+        const std::uint64_t t1 = ReadTicks();
+        const std::uint64_t n1 = btrace_platform::MonotonicNs();
+        return n1 > n0 ? static_cast<double>(t1 - t0) * 1e9 / static_cast<double>(n1 - n0) : 1e9;
+    }();
+    return measured;
 }
 
 bool ReadRingImage(const unsigned char* image, std::size_t bytes, std::uint64_t minSlot,
