@@ -71,6 +71,13 @@ void AppendString(std::string& out, const std::string& text, bool leftAlign, int
         out.append(pad, ' ');
 }
 
+// Widths and precisions taken from arguments stay within what a line can sensibly hold, so a hostile
+// argument cannot make the formatter allocate gigabytes.
+int ClampWidth(std::int32_t value)
+{
+    return value > 100000 ? 100000 : value < -100000 ? -100000 : static_cast<int>(value);
+}
+
 } // namespace
 
 std::string BTraceFormat(const char* format, const std::uint64_t* args, std::size_t count)
@@ -114,14 +121,15 @@ std::string btrace_detail::FormatMessage(const char* format, const std::uint64_t
         int width = -1;
         if (*p == '*')
         {
-            width = static_cast<int>(static_cast<std::int32_t>(take(ok)));
+            width = ClampWidth(static_cast<std::int32_t>(take(ok)));
             ++p;
         }
         else if (*p >= '0' && *p <= '9')
         {
             width = 0;
             while (*p >= '0' && *p <= '9')
-                width = width * 10 + (*p++ - '0');
+                width = width < 100000 ? width * 10 + (*p++ - '0')
+                                       : (++p, width); // no overflow on hostile formats
         }
         int precision = -1;
         if (*p == '.')
@@ -130,12 +138,12 @@ std::string btrace_detail::FormatMessage(const char* format, const std::uint64_t
             precision = 0;
             if (*p == '*')
             {
-                precision = static_cast<int>(static_cast<std::int32_t>(take(ok)));
+                precision = ClampWidth(static_cast<std::int32_t>(take(ok)));
                 ++p;
             }
             else
                 while (*p >= '0' && *p <= '9')
-                    precision = precision * 10 + (*p++ - '0');
+                    precision = precision < 100000 ? precision * 10 + (*p++ - '0') : (++p, precision);
         }
         // Length modifiers: none, h and hh read 32 bits or less; l, ll, j, z, t and I64 read the whole
         // slot (the library's "long" is the Windows 32-bit long, sign-extended into the slot, so reading

@@ -81,6 +81,7 @@ struct Ring
     std::string path;
     std::mutex lock;                                  // guards stringIndex and descriptor/string allocation
     std::map<std::string, std::uint32_t> stringIndex; // strings already in the string area
+    std::map<const BTraceDescriptor*, std::uint32_t> uncached; // sites that found no room in the site table
 };
 
 std::atomic<Ring*> g_ring{nullptr};
@@ -143,8 +144,15 @@ std::uint32_t SharedIndex(Ring& ring, SiteEntry* site, const BTraceDescriptor* d
         if ((ref >> 32) == ring.generation)
             return static_cast<std::uint32_t>(ref);
     }
+    if (site == nullptr)
+    {
+        auto found = ring.uncached.find(d);
+        if (found != ring.uncached.end())
+            return found->second;
+        return ring.uncached[d] = AddDescriptorLocked(ring, d);
+    }
     const std::uint32_t index = AddDescriptorLocked(ring, d);
-    if (site != nullptr && index != kUnknownDescriptor)
+    if (index != kUnknownDescriptor)
         site->sharedRef.store((std::uint64_t(ring.generation) << 32) | index, std::memory_order_release);
     return index;
 }
