@@ -86,7 +86,14 @@ struct Ring
 
 std::atomic<Ring*> g_ring{nullptr};
 std::atomic<std::uint32_t> g_generation{0};
-std::mutex g_ringLock; // serialises RingStart and RingStop
+std::mutex g_ringLock; // serialises RingStart and RingStop; guards RetiredRings()
+
+// Rings that were stopped: kept (mapped) because a writer may still be inside one.
+std::vector<Ring*>& RetiredRings()
+{
+    static std::vector<Ring*>* retired = new std::vector<Ring*>();
+    return *retired;
+}
 
 struct WriterState
 {
@@ -403,6 +410,7 @@ void RingStop(std::uint32_t finalState)
     Ring* ring = g_ring.exchange(nullptr, std::memory_order_acq_rel);
     if (ring != nullptr)
     {
+        RetiredRings().push_back(ring);
         UpdateCalibration(*ring->header);
         ring->header->state.store(finalState, std::memory_order_release);
     }
