@@ -126,7 +126,7 @@ void Execute(CommandBlock& c)
     {
         std::string text;
         for (const BTraceModuleLevel& m : BTraceListModules())
-            text += m.name + " " + BTraceLevelName(m.level) + "\n";
+            text += m.name + " " + std::to_string(m.level) + "\n"; // numbers: "1"-"3" are also names
         Answer(c, 0, text);
         break;
     }
