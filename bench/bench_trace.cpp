@@ -14,11 +14,34 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <ctime>
 #include <unistd.h>
 #include <x86intrin.h>
 
 namespace
 {
+
+// CPU time of the whole process (all threads, including a logger's own), in nanoseconds.
+double ProcessCpuNs()
+{
+    timespec ts;
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
+    return static_cast<double>(ts.tv_sec) * 1e9 + static_cast<double>(ts.tv_nsec);
+}
+
+// Reports the process's CPU time per message: an asynchronous logger's background thread counts too.
+struct ProcessCpuPerMessage
+{
+    benchmark::State& state;
+    double start = ProcessCpuNs();
+    explicit ProcessCpuPerMessage(benchmark::State& s) : state(s) {}
+    ~ProcessCpuPerMessage()
+    {
+        if (state.thread_index() == 0)
+            state.counters["process_cpu_ns_per_msg"] = benchmark::Counter(
+                (ProcessCpuNs() - start) / static_cast<double>(state.iterations() * state.threads()));
+    }
+};
 
 BTraceModule g_benchModule("bench", BTRACE_INF);
 const BTraceDescriptor g_message = {&g_benchModule, "bench_trace.cpp", "axis %d moved to %lld after %u ms",
@@ -53,6 +76,7 @@ void BM_RingEmit3(benchmark::State& state)
 {
     StartRing();
     std::int64_t i = 0;
+    ProcessCpuPerMessage cpu(state);
     for (auto _ : state)
     {
         if (g_benchModule.level.load(std::memory_order_relaxed) >= BTRACE_INF)
@@ -98,6 +122,7 @@ void BM_SpdlogAsync3(benchmark::State& state)
         return spdlog::create_async<spdlog::sinks::basic_file_sink_mt>("bench", "/dev/null");
     }();
     long long i = 0;
+    ProcessCpuPerMessage cpu(state);
     for (auto _ : state)
         logger->info("axis {} moved to {} after {} ms", 3, i++, 17u);
     state.SetItemsProcessed(state.iterations());
@@ -123,6 +148,7 @@ thread_local std::uint64_t t_floorThread = static_cast<std::uint64_t>(gettid());
 void BM_FloorBinaryRing3(benchmark::State& state)
 {
     std::uint64_t i = 0;
+    ProcessCpuPerMessage cpu(state);
     for (auto _ : state)
     {
         const std::uint64_t n = g_floorNext.fetch_add(1, std::memory_order_relaxed) & (kFloorRecords - 1);
