@@ -146,9 +146,9 @@ struct BTraceModuleLevel
 BTRACE_API std::vector<BTraceModuleLevel> BTraceListModules();
 
 // Limits a message site: at most maxCount emissions per window of windowMs milliseconds, or, with
-// windowMs 0, only the first maxCount. Suppressed emissions are counted; the count is reported at the
-// site's level and place as "<n> repeats suppressed: <format>" by the first emission after the window
-// ends, and by BTraceDump and BTraceShutdown. maxCount 0 with windowMs 0 removes the limit. The
+// windowMs 0, only the first maxCount. Suppressed emissions are counted; the count is reported by a
+// message at the site's level and place, emitted by the first emission after the window ends, and by
+// BTraceDump and BTraceShutdown. maxCount 0 with windowMs 0 removes the limit. The
 // descriptor itself is not changed: limits live in the back-end, keyed by the descriptor's address.
 BTRACE_API void BTraceSetLimit(const BTraceDescriptor* descriptor, std::uint32_t maxCount,
                                std::uint32_t windowMs);
