@@ -104,24 +104,19 @@ double TicksPerSecond(const SegmentHeader& h)
     return measured;
 }
 
-bool ReadRingImage(const unsigned char* image, std::size_t bytes, std::uint64_t minSlot,
-                   double ticksPerSecond, std::vector<RingMessage>& messages, std::string& error)
+namespace
 {
-    messages.clear();
-    if (!CheckSegmentHeader(image, bytes, error))
-        return false;
-    const SegmentHeader& h = *reinterpret_cast<const SegmentHeader*>(image);
-    const auto* descriptors = reinterpret_cast<const SharedDescriptor*>(image + h.descriptorOffset);
-    const unsigned char* strings = image + h.stringOffset;
-    const std::uint64_t stringCapacity = h.stringCapacity;
-    const std::uint32_t descriptorCount = h.descriptorCount.load(std::memory_order_relaxed);
+
+using RecordsByThread = std::map<std::uint32_t, std::vector<RawRecord>>;
+
+// Whole records of the image: a first slot whose number matches its place and whose check holds,
+// followed by as many continuation slots as it announces, each valid in the same way.
+RecordsByThread CollectRecords(const SegmentHeader& h, const unsigned char* image, std::uint64_t minSlot)
+{
     const auto* slots = reinterpret_cast<const std::uint64_t*>(image + h.slotOffset);
     const std::uint64_t count = h.slotCount;
     const std::uint64_t mask = count - 1;
-
-    // Collect whole records: a first slot whose number matches its place and whose check holds, followed
-    // by as many continuation slots as it announces, each valid in the same way.
-    std::map<std::uint32_t, std::vector<RawRecord>> byThread;
+    RecordsByThread byThread;
     for (std::uint64_t i = 0; i < count; ++i)
     {
         const std::uint64_t* w = slots + i * kSlotWords;
@@ -151,8 +146,12 @@ bool ReadRingImage(const unsigned char* image, std::size_t bytes, std::uint64_t 
             continue;
         byThread[r.threadId].push_back(std::move(r));
     }
+    return byThread;
+}
 
-    // Each thread's records in slot order, merged across threads by time stamp.
+// Each thread's records in slot order (the order it wrote them), merged across threads by time stamp.
+std::vector<const RawRecord*> MergeByTime(RecordsByThread& byThread)
+{
     using Cursor = std::pair<std::vector<RawRecord>*, std::size_t>;
     auto later = [](const Cursor& a, const Cursor& b)
     {
@@ -167,71 +166,83 @@ bool ReadRingImage(const unsigned char* image, std::size_t bytes, std::uint64_t 
                   [](const RawRecord& a, const RawRecord& b) { return a.slot < b.slot; });
         heap.push(Cursor{&entry.second, 0});
     }
-
-    const std::uint64_t lastTicks = h.lastTicks.load(std::memory_order_relaxed);
-    const std::int64_t lastRealNs = h.lastRealNs.load(std::memory_order_relaxed);
+    std::vector<const RawRecord*> ordered;
     while (!heap.empty())
     {
         Cursor cursor = heap.top();
         heap.pop();
-        const RawRecord& r = (*cursor.first)[cursor.second];
+        ordered.push_back(&(*cursor.first)[cursor.second]);
         if (cursor.second + 1 < cursor.first->size())
             heap.push(Cursor{cursor.first, cursor.second + 1});
+    }
+    return ordered;
+}
 
-        RingMessage m;
-        m.slot = r.slot;
-        m.ticks = r.ticks;
-        m.realNs = lastRealNs + static_cast<std::int64_t>(
-                                    static_cast<double>(static_cast<std::int64_t>(r.ticks - lastTicks)) *
-                                    1e9 / ticksPerSecond);
-        m.threadId = r.threadId;
-        if (r.descriptor >= descriptorCount ||
-            descriptors[r.descriptor].ready.load(std::memory_order_relaxed) != 1)
+// The message text of a record: the formatter names the argument slots that carry strings; their words
+// point into the record's copied bytes and are checked against them.
+std::string DecodeText(const std::string& format, const RawRecord& r)
+{
+    std::vector<std::uint64_t> args(r.payload.begin(), r.payload.begin() + r.count);
+    std::vector<StringArgument> stringArguments;
+    {
+        std::vector<std::uint64_t> zeros(r.count, 0);
+        FormatMessage(format.c_str(), zeros.data(), zeros.size(), nullptr, &stringArguments);
+    }
+    std::vector<std::string> copied(r.count);
+    const char* bytes = reinterpret_cast<const char*>(r.payload.data() + r.count);
+    for (const StringArgument& s : stringArguments)
+    {
+        if (s.index >= r.count)
+            continue;
+        const std::uint64_t v = args[s.index];
+        if (v == kNullString)
         {
-            m.level = 0;
-            m.module = "?";
-            m.file = "?";
-            m.line = 0;
-            m.text = "<unknown message>";
-            messages.push_back(std::move(m));
+            args[s.index] = 0;
             continue;
         }
-        const SharedDescriptor& d = descriptors[r.descriptor];
-        m.level = (d.flags >> 16) & 0xFF;
-        m.module = StringAt(strings, stringCapacity, d.module);
-        m.file = StringAt(strings, stringCapacity, d.file);
-        m.line = d.line >> 16;
-        const std::string format = StringAt(strings, stringCapacity, d.format);
+        const std::uint64_t offset = v >> 32;
+        const std::uint64_t length = v & 0xFFFFFFFFu;
+        if (offset + length <= r.stringBytes)
+            copied[s.index].assign(bytes + offset, static_cast<std::size_t>(length));
+        else
+            copied[s.index] = "<bad string>";
+        args[s.index] = 1;
+    }
+    return FormatMessage(format.c_str(), args.data(), args.size(), &copied, nullptr);
+}
 
-        // String arguments: the formatter says which slots carry strings; their words point into the
-        // record's copied bytes.
-        std::vector<std::uint64_t> args(r.payload.begin(), r.payload.begin() + r.count);
-        std::vector<StringArgument> stringArguments;
+} // namespace
+
+bool ReadRingImage(const unsigned char* image, std::size_t bytes, std::uint64_t minSlot,
+                   double ticksPerSecond, std::vector<RingMessage>& messages, std::string& error)
+{
+    messages.clear();
+    if (!CheckSegmentHeader(image, bytes, error))
+        return false;
+    const SegmentHeader& h = *reinterpret_cast<const SegmentHeader*>(image);
+    const auto* descriptors = reinterpret_cast<const SharedDescriptor*>(image + h.descriptorOffset);
+    const unsigned char* strings = image + h.stringOffset;
+    const std::uint32_t descriptorCount = h.descriptorCount.load(std::memory_order_relaxed);
+    const std::uint64_t lastTicks = h.lastTicks.load(std::memory_order_relaxed);
+    const std::int64_t lastRealNs = h.lastRealNs.load(std::memory_order_relaxed);
+
+    RecordsByThread byThread = CollectRecords(h, image, minSlot);
+    for (const RawRecord* r : MergeByTime(byThread))
+    {
+        RingMessage m{r->slot, r->ticks, 0, r->threadId, 0, "?", "?", 0, "<unknown message>"};
+        m.realNs = lastRealNs + static_cast<std::int64_t>(
+                                    static_cast<double>(static_cast<std::int64_t>(r->ticks - lastTicks)) *
+                                    1e9 / ticksPerSecond);
+        if (r->descriptor < descriptorCount &&
+            descriptors[r->descriptor].ready.load(std::memory_order_relaxed) == 1)
         {
-            std::vector<std::uint64_t> zeros(r.count, 0);
-            FormatMessage(format.c_str(), zeros.data(), zeros.size(), nullptr, &stringArguments);
+            const SharedDescriptor& d = descriptors[r->descriptor];
+            m.level = (d.flags >> 16) & 0xFF;
+            m.module = StringAt(strings, h.stringCapacity, d.module);
+            m.file = StringAt(strings, h.stringCapacity, d.file);
+            m.line = d.line >> 16;
+            m.text = DecodeText(StringAt(strings, h.stringCapacity, d.format), *r);
         }
-        std::vector<std::string> copied(r.count);
-        const char* bytesBase = reinterpret_cast<const char*>(r.payload.data() + r.count);
-        for (const StringArgument& s : stringArguments)
-        {
-            if (s.index >= r.count)
-                continue;
-            const std::uint64_t v = args[s.index];
-            if (v == kNullString)
-            {
-                args[s.index] = 0;
-                continue;
-            }
-            const std::uint64_t offset = v >> 32;
-            const std::uint64_t length = v & 0xFFFFFFFFu;
-            if (offset + length <= r.stringBytes)
-                copied[s.index].assign(bytesBase + offset, static_cast<std::size_t>(length));
-            else
-                copied[s.index] = "<bad string>";
-            args[s.index] = 1;
-        }
-        m.text = FormatMessage(format.c_str(), args.data(), args.size(), &copied, nullptr);
         messages.push_back(std::move(m));
     }
     return true;

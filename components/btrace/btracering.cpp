@@ -245,6 +245,47 @@ std::size_t CopyWide(const wchar_t* text, char* out, std::size_t room)
     return n;
 }
 
+// Copies the arguments to `local` followed by the bytes of every string argument (each at most
+// kMaxCopiedString, wide ones as UTF-8), and turns each string argument into its offset and length there.
+// Returns the payload's length in words; the last word's unused bytes are zero.
+std::size_t PackStrings(const SiteEntry* site, const std::uint64_t* args, unsigned count,
+                        std::uint64_t* local, std::uint32_t& stringBytes)
+{
+    std::memcpy(local, args, count * sizeof(std::uint64_t));
+    stringBytes = 0;
+    if (site == nullptr)
+        return count; // unknown sites keep raw words; the reader shows such strings as "<bad string>"
+    char* text = reinterpret_cast<char*>(local + count);
+    const std::size_t room = (kMaxPayloadWords - count) * sizeof(std::uint64_t);
+    for (const StringArgument& s : site->strings)
+    {
+        if (s.index >= count)
+            continue;
+        if (args[s.index] == 0)
+        {
+            local[s.index] = kNullString;
+            continue;
+        }
+        const std::size_t limit =
+            room - stringBytes < kMaxCopiedString ? room - stringBytes : kMaxCopiedString;
+        const void* source = reinterpret_cast<const void*>(static_cast<std::uintptr_t>(args[s.index]));
+        std::size_t len;
+        if (s.wide)
+            len = CopyWide(static_cast<const wchar_t*>(source), text + stringBytes, limit);
+        else
+        {
+            len = strnlen(static_cast<const char*>(source), limit);
+            std::memcpy(text + stringBytes, source, len);
+        }
+        local[s.index] = (std::uint64_t(stringBytes) << 32) | len;
+        stringBytes += static_cast<std::uint32_t>(len);
+    }
+    const std::size_t words = (stringBytes + 7) / 8;
+    if (stringBytes % 8 != 0)
+        std::memset(text + stringBytes, 0, 8 - stringBytes % 8);
+    return count + words;
+}
+
 // --- Crash dump --------------------------------------------------------------------------------------
 
 char g_crashPath[1024];
@@ -450,38 +491,8 @@ void RingWrite(SiteEntry* site, const BTraceDescriptor* d, const std::uint64_t* 
     std::uint64_t local[kMaxPayloadWords];
     if (site == nullptr || !site->strings.empty())
     {
-        std::memcpy(local, args, count * sizeof(std::uint64_t));
-        char* text = reinterpret_cast<char*>(local + count);
-        const std::size_t room = (kMaxPayloadWords - count) * sizeof(std::uint64_t);
-        if (site != nullptr)
-            for (const StringArgument& s : site->strings)
-            {
-                if (s.index >= count)
-                    continue;
-                if (args[s.index] == 0)
-                {
-                    local[s.index] = kNullString;
-                    continue;
-                }
-                const std::size_t limit =
-                    room - stringBytes < kMaxCopiedString ? room - stringBytes : kMaxCopiedString;
-                std::size_t len;
-                if (s.wide)
-                    len =
-                        CopyWide(reinterpret_cast<const wchar_t*>(static_cast<std::uintptr_t>(args[s.index])),
-                                 text + stringBytes, limit);
-                else
-                {
-                    const char* source =
-                        reinterpret_cast<const char*>(static_cast<std::uintptr_t>(args[s.index]));
-                    len = strnlen(source, limit);
-                    std::memcpy(text + stringBytes, source, len);
-                }
-                local[s.index] = (std::uint64_t(stringBytes) << 32) | len;
-                stringBytes += static_cast<std::uint32_t>(len);
-            }
+        payloadWords = PackStrings(site, args, count, local, stringBytes);
         payload = local;
-        payloadWords = count + (stringBytes + 7) / 8;
     }
     std::uint64_t k = 1;
     if (payloadWords > kFirstSlotPayloadWords)
@@ -722,6 +733,94 @@ const char* SafeString(const Ring& ring, std::uint32_t offset)
     return offset < ring.header->stringCapacity ? ring.strings + offset : "?";
 }
 
+// Ticks per second from the segment's calibration pairs, taking a later pair first when they are too
+// close together.
+double CrashTicksPerSecond(SegmentHeader& h)
+{
+    if (h.tickKind == 0)
+        return 1e9;
+    std::int64_t span = h.lastRealNs.load(std::memory_order_relaxed) - h.startRealNs;
+    if (span < 50000000)
+    {
+        btrace_platform::SleepMs(50);
+        UpdateCalibration(h);
+        span = h.lastRealNs.load(std::memory_order_relaxed) - h.startRealNs;
+    }
+    const std::uint64_t ticks = h.lastTicks.load(std::memory_order_relaxed) - h.startTicks;
+    return span > 0 ? static_cast<double>(ticks) * 1e9 / static_cast<double>(span) : 1e9;
+}
+
+// Reads the record that starts at slot `absolute` into w (its first slot) and payload; false when that
+// slot does not start a whole record.
+bool ReadLiveRecord(const Ring& ring, std::uint64_t absolute, std::uint64_t end, std::uint64_t* w,
+                    std::uint64_t* payload, std::size_t& words)
+{
+    const std::atomic<std::uint64_t>* slot = ring.slots + (absolute & ring.mask) * kSlotWords;
+    for (unsigned i = 0; i < kSlotWords; ++i)
+        w[i] = slot[i].load(std::memory_order_relaxed);
+    const std::uint64_t k = (w[1] >> 40) & 0xFF;
+    if (w[0] != absolute + 1 || ((w[1] >> 32) & 0xFF) != 0 || k == 0 ||
+        static_cast<std::uint32_t>(w[1]) != SlotCheck(w) || absolute + k > end)
+        return false;
+    words = 0;
+    for (unsigned i = 5; i < kSlotWords; ++i)
+        payload[words++] = w[i];
+    for (std::uint64_t j = 1; j < k; ++j)
+    {
+        std::uint64_t c[kSlotWords];
+        const std::atomic<std::uint64_t>* s = ring.slots + ((absolute + j) & ring.mask) * kSlotWords;
+        for (unsigned i = 0; i < kSlotWords; ++i)
+            c[i] = s[i].load(std::memory_order_relaxed);
+        if (c[0] != absolute + j + 1 || static_cast<std::uint32_t>(c[1]) != SlotCheck(c))
+            return false;
+        for (unsigned i = 2; i < kSlotWords; ++i)
+            payload[words++] = c[i];
+    }
+    return true;
+}
+
+struct CrashClock
+{
+    std::uint64_t lastTicks;
+    std::int64_t lastRealNs;
+    double ticksPerSecond;
+};
+
+// Formats one record as a dump line into `line`; returns its length (0 when the record is not usable).
+std::size_t FormatCrashLine(const Ring& ring, const std::uint64_t* w, const std::uint64_t* payload,
+                            std::size_t words, const CrashClock& clock, char* line, std::size_t size)
+{
+    const std::uint32_t index = static_cast<std::uint32_t>(w[3]);
+    const unsigned count = static_cast<unsigned>(w[4] & 0xFFFF);
+    const std::uint32_t stringBytes = static_cast<std::uint32_t>(w[4] >> 32);
+    if (index >= ring.header->descriptorCount.load(std::memory_order_acquire) ||
+        count + (stringBytes + 7) / 8 > words)
+        return 0;
+    const SharedDescriptor& d = ring.descriptors[index];
+    SafeOut out{line, line + size - 1};
+    const double delta = static_cast<double>(static_cast<std::int64_t>(w[2] - clock.lastTicks));
+    PutUtcTime(out, clock.lastRealNs + static_cast<std::int64_t>(delta * 1e9 / clock.ticksPerSecond));
+    out.Put(" [");
+    out.Put(BTraceLevelName((d.flags >> 16) & 0xFF));
+    out.Put("] ");
+    out.Put(SafeString(ring, d.module));
+    out.Put(' ');
+    const char* source = SafeString(ring, d.file);
+    for (const char* q = source; *q != '\0'; ++q)
+        if (*q == '/' || *q == '\\')
+            source = q + 1;
+    out.Put(source);
+    out.Put(':');
+    PutUnsigned(out, d.line >> 16, 10, false, 0, ' ');
+    out.Put(" #");
+    PutUnsigned(out, w[3] >> 32, 10, false, 0, ' ');
+    out.Put(' ');
+    SafeFormat(out, SafeString(ring, d.format), payload, count,
+               reinterpret_cast<const char*>(payload + count), stringBytes);
+    *out.p++ = '\n';
+    return static_cast<std::size_t>(out.p - line);
+}
+
 void CrashDump(int code)
 {
     Ring* ring = g_ring.load(std::memory_order_acquire);
@@ -735,85 +834,22 @@ void CrashDump(int code)
     const std::intptr_t file = btrace_platform::CrashOpen(g_crashPath);
     if (file < 0)
         return;
-    std::uint64_t ticksPerSecond = 1000000000;
-    if (h.tickKind != 0)
-    {
-        std::int64_t span = h.lastRealNs.load(std::memory_order_relaxed) - h.startRealNs;
-        if (span < 50000000)
-        {
-            btrace_platform::SleepMs(50);
-            UpdateCalibration(h);
-            span = h.lastRealNs.load(std::memory_order_relaxed) - h.startRealNs;
-        }
-        const std::uint64_t ticks = h.lastTicks.load(std::memory_order_relaxed) - h.startTicks;
-        if (span > 0)
-            ticksPerSecond =
-                static_cast<std::uint64_t>(static_cast<double>(ticks) * 1e9 / static_cast<double>(span));
-    }
-    const std::uint64_t lastTicks = h.lastTicks.load(std::memory_order_relaxed);
-    const std::int64_t lastRealNs = h.lastRealNs.load(std::memory_order_relaxed);
-
-    char line[8192];
+    const double ticksPerSecond = CrashTicksPerSecond(h);
+    const CrashClock clock{h.lastTicks.load(std::memory_order_relaxed),
+                           h.lastRealNs.load(std::memory_order_relaxed), ticksPerSecond};
+    static char line[8192];
+    static std::uint64_t payload[kMaxSlotsPerRecord * kNextSlotPayloadWords];
     const std::uint64_t end = h.nextSlot.load(std::memory_order_acquire);
     const std::uint64_t begin = end > ring->slotCount ? end - ring->slotCount : 0;
-    const std::uint32_t descriptorCount = h.descriptorCount.load(std::memory_order_acquire);
     for (std::uint64_t absolute = begin; absolute < end; ++absolute)
     {
         std::uint64_t w[kSlotWords];
-        const std::atomic<std::uint64_t>* slot = ring->slots + (absolute & ring->mask) * kSlotWords;
-        for (unsigned i = 0; i < kSlotWords; ++i)
-            w[i] = slot[i].load(std::memory_order_relaxed);
-        const std::uint64_t k = (w[1] >> 40) & 0xFF;
-        if (w[0] != absolute + 1 || ((w[1] >> 32) & 0xFF) != 0 || k == 0 ||
-            static_cast<std::uint32_t>(w[1]) != SlotCheck(w) || absolute + k > end)
-            continue;
-        std::uint64_t payload[kMaxSlotsPerRecord * kNextSlotPayloadWords];
         std::size_t words = 0;
-        for (unsigned i = 5; i < kSlotWords; ++i)
-            payload[words++] = w[i];
-        bool whole = true;
-        for (std::uint64_t j = 1; j < k && whole; ++j)
-        {
-            std::uint64_t c[kSlotWords];
-            const std::atomic<std::uint64_t>* s = ring->slots + ((absolute + j) & ring->mask) * kSlotWords;
-            for (unsigned i = 0; i < kSlotWords; ++i)
-                c[i] = s[i].load(std::memory_order_relaxed);
-            whole = c[0] == absolute + j + 1 && static_cast<std::uint32_t>(c[1]) == SlotCheck(c);
-            for (unsigned i = 2; i < kSlotWords; ++i)
-                payload[words++] = c[i];
-        }
-        if (!whole)
+        if (!ReadLiveRecord(*ring, absolute, end, w, payload, words))
             continue;
-        const std::uint32_t index = static_cast<std::uint32_t>(w[3]);
-        const unsigned count = static_cast<unsigned>(w[4] & 0xFFFF);
-        const std::uint32_t stringBytes = static_cast<std::uint32_t>(w[4] >> 32);
-        if (index >= descriptorCount || count + (stringBytes + 7) / 8 > words)
-            continue;
-        const SharedDescriptor& d = ring->descriptors[index];
-        SafeOut out{line, line + sizeof line - 1};
-        const std::int64_t delta = static_cast<std::int64_t>(w[2] - lastTicks);
-        PutUtcTime(out, lastRealNs + static_cast<std::int64_t>(static_cast<double>(delta) * 1e9 /
-                                                               static_cast<double>(ticksPerSecond)));
-        out.Put(" [");
-        out.Put(BTraceLevelName((d.flags >> 16) & 0xFF));
-        out.Put("] ");
-        out.Put(SafeString(*ring, d.module));
-        out.Put(' ');
-        const char* source = SafeString(*ring, d.file);
-        for (const char* q = source; *q != '\0'; ++q)
-            if (*q == '/' || *q == '\\')
-                source = q + 1;
-        out.Put(source);
-        out.Put(':');
-        PutUnsigned(out, d.line >> 16, 10, false, 0, ' ');
-        out.Put(" #");
-        PutUnsigned(out, w[3] >> 32, 10, false, 0, ' ');
-        out.Put(' ');
-        SafeFormat(out, SafeString(*ring, d.format), payload, count,
-                   reinterpret_cast<const char*>(payload + count), stringBytes);
-        *out.p++ = '\n';
-        btrace_platform::CrashWrite(file, line, static_cast<std::size_t>(out.p - line));
-        absolute += k - 1;
+        const std::size_t length = FormatCrashLine(*ring, w, payload, words, clock, line, sizeof line);
+        btrace_platform::CrashWrite(file, line, length);
+        absolute += ((w[1] >> 40) & 0xFF) - 1;
     }
     static const char kTrailer[] = "-- end of trace: the process ended abnormally\n";
     btrace_platform::CrashWrite(file, kTrailer, sizeof kTrailer - 1);

@@ -173,7 +173,17 @@ int RoleClient(int argc, char** argv)
         std::fprintf(stderr, "set: %s\n", error.c_str());
         return 6;
     }
-    return 0;
+    // The host writes its own dump on request.
+    const std::string dump = "/tmp/btrace_remote_dump_" + std::to_string(getpid());
+    if (!BTraceRemoteDump(argv[1], dump, error))
+    {
+        std::fprintf(stderr, "dump: %s\n", error.c_str());
+        return 7;
+    }
+    std::string problem;
+    auto seen = CheckNumbered(Slurp(dump), problem);
+    std::remove(dump.c_str());
+    return seen[5].size() == 1 && problem.empty() ? 0 : 8;
 }
 
 int RoleHost(int argc, char** argv)
@@ -327,6 +337,7 @@ TEST(BTraceCommands, LevelChangedFromOutsideTakesEffect)
                                        BTraceMakeFlags(BTRACE_DBG2, 0)};
     ASSERT_LT(g_ringModule.level.load(), BTraceLevelOf(d));
 
+    EmitNumbered(5, 1);
     const pid_t client = Spawn("client", {host.segment, "ringtest", "8"});
     EXPECT_EQ(WaitExit(client), 0);
     EXPECT_EQ(g_ringModule.level.load(), BTRACE_DBG2);
