@@ -6,6 +6,7 @@
 #include <btrace.h>
 #include <velstringconverter.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <vector>
