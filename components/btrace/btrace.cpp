@@ -1,11 +1,11 @@
-// Module registry, configuration, output sink and capture of the trace back-end.
+// Module registry, configuration, text output, capture and the message entry point of the trace back-end;
+// the shared ring, the trace commands and the platform pieces are in their own files.
 #include "btrace.h"
 #include "btraceplatform.h"
 #include "btracering.h"
 
 #include <algorithm>
 #include <cctype>
-#include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
