@@ -604,10 +604,54 @@ void PutUnsigned(SafeOut& out, std::uint64_t v, unsigned base, bool upper, int w
         out.Put(digits[--n]);
 }
 
+// Writes text padded to width as printf does: spaces before it, zeros after a sign ('0' flag, numbers
+// only), or spaces after it ('-' flag).
+void PutField(SafeOut& out, const char* text, std::size_t length, int width, bool left, bool zero)
+{
+    const std::size_t signLength = zero && length > 0 && text[0] == '-' ? 1 : 0;
+    const int pad = width > static_cast<int>(length) ? width - static_cast<int>(length) : 0;
+    if (!left && !zero)
+        for (int i = 0; i < pad; ++i)
+            out.Put(' ');
+    out.Put(text, signLength);
+    if (!left && zero)
+        for (int i = 0; i < pad; ++i)
+            out.Put('0');
+    out.Put(text + signLength, length - signLength);
+    if (left)
+        for (int i = 0; i < pad; ++i)
+            out.Put(' ');
+}
+
+std::size_t NumberText(char* buffer, std::uint64_t v, bool negative, unsigned base, bool upper)
+{
+    char digits[24];
+    std::size_t n = 0;
+    do
+    {
+        const unsigned d = static_cast<unsigned>(v % base);
+        digits[n++] = static_cast<char>(d < 10 ? '0' + d : (upper ? 'A' : 'a') + d - 10);
+        v /= base;
+    } while (v != 0);
+    std::size_t length = 0;
+    if (negative)
+        buffer[length++] = '-';
+    while (n > 0)
+        buffer[length++] = digits[--n];
+    return length;
+}
+
 void SafeFormat(SafeOut& out, const char* format, const std::uint64_t* args, unsigned count,
                 const char* strings, std::uint32_t stringBytes)
 {
     unsigned next = 0;
+    auto take = [&](std::uint64_t& v)
+    {
+        if (next >= count)
+            return false;
+        v = args[next++];
+        return true;
+    };
     for (const char* p = format; *p != '\0'; ++p)
     {
         if (*p != '%')
@@ -615,83 +659,92 @@ void SafeFormat(SafeOut& out, const char* format, const std::uint64_t* args, uns
             out.Put(*p);
             continue;
         }
-        ++p;
-        if (*p == '%')
+        if (*++p == '%')
         {
             out.Put('%');
             continue;
         }
-        bool zero = false;
-        while (*p != '\0' && std::strchr("-+ #0", *p) != nullptr)
-            zero = zero || *p++ == '0';
+        bool zero = false, left = false;
+        for (; *p != '\0' && std::strchr("-+ #0", *p) != nullptr; ++p)
+            zero = zero || *p == '0', left = left || *p == '-';
+        std::uint64_t v = 0;
         int width = 0;
-        if (*p == '*')
-            width = next < count ? static_cast<int>(args[next++]) : 0, ++p;
-        while (*p >= '0' && *p <= '9')
-            width = width * 10 + (*p++ - '0');
+        if (*p == '*' && take(v))
+            width = static_cast<std::int32_t>(v), ++p;
+        for (; *p >= '0' && *p <= '9'; ++p)
+            width = width < 1000 ? width * 10 + (*p - '0') : width;
+        if (width < 0)
+            left = true, width = -width;
+        width = width > 1000 ? 1000 : width;
+        int precision = -1;
         if (*p == '.')
         {
-            ++p;
-            if (*p == '*')
-                ++next, ++p;
-            while (*p >= '0' && *p <= '9')
-                ++p;
+            precision = 0;
+            if (*++p == '*' && take(v))
+                precision = static_cast<std::int32_t>(v), ++p;
+            for (; *p >= '0' && *p <= '9'; ++p)
+                precision = precision < 100000 ? precision * 10 + (*p - '0') : precision;
         }
         int bits = 32;
-        while (*p != '\0' && std::strchr("hlLjztI36", *p) != nullptr)
-        {
-            if (*p == 'l' || *p == 'j' || *p == 'z' || *p == 't' || *p == 'L' || *p == '6')
-                bits = 64;
-            ++p;
-        }
+        for (; *p != '\0' && std::strchr("hlLjztI36", *p) != nullptr; ++p)
+            bits = (*p == 'h') ? (bits == 16 ? 8 : 16) : (std::strchr("ljztL6", *p) != nullptr ? 64 : bits);
         if (*p == '\0')
             break;
         const char conv = *p;
-        if (next >= count)
+        if (!take(v))
         {
             out.Put("<missing argument>");
             continue;
         }
-        std::uint64_t v = args[next++];
-        const char pad = zero ? '0' : ' ';
+        char text[32];
+        std::size_t length = 0;
+        const std::uint64_t mask = bits == 64   ? ~0ull
+                                   : bits == 16 ? 0xFFFFull
+                                   : bits == 8  ? 0xFFull
+                                                : 0xFFFFFFFFull;
         switch (conv)
         {
         case 'd':
         case 'i':
         {
-            std::int64_t s = bits == 64 ? static_cast<std::int64_t>(v) : static_cast<std::int32_t>(v);
-            if (s < 0)
-                out.Put('-');
-            PutUnsigned(out, s < 0 ? 0 - static_cast<std::uint64_t>(s) : static_cast<std::uint64_t>(s), 10,
-                        false, width, pad);
+            const std::int64_t s = bits == 64   ? static_cast<std::int64_t>(v)
+                                   : bits == 16 ? static_cast<std::int16_t>(v)
+                                   : bits == 8  ? static_cast<std::int8_t>(v)
+                                                : static_cast<std::int32_t>(v);
+            length =
+                NumberText(text, s < 0 ? 0 - static_cast<std::uint64_t>(s) : static_cast<std::uint64_t>(s),
+                           s < 0, 10, false);
+            PutField(out, text, length, width, left, zero && !left);
             break;
         }
         case 'u':
         case 'x':
         case 'X':
         case 'o':
-            if (bits != 64)
-                v &= 0xFFFFFFFFu;
-            PutUnsigned(out, v, conv == 'u' ? 10 : conv == 'o' ? 8 : 16, conv == 'X', width, pad);
-            break;
-        case 'p':
-            out.Put("0x");
-            PutUnsigned(out, v, 16, false, 0, '0');
+            length = NumberText(text, v & mask, false, conv == 'u' ? 10 : conv == 'o' ? 8 : 16, conv == 'X');
+            PutField(out, text, length, width, left, zero && !left);
             break;
         case 'c':
         case 'C':
-            out.Put(static_cast<char>(v & 0x7F));
+            text[0] = static_cast<char>(v & 0x7F);
+            PutField(out, text, 1, width, left, false);
             break;
         case 's':
         case 'S':
             if (v == kNullString)
-                out.Put("(null)");
+                PutField(out, "(null)", 6, width, left, false);
             else if ((v >> 32) + (v & 0xFFFFFFFFu) <= stringBytes)
-                out.Put(strings + (v >> 32), static_cast<std::size_t>(v & 0xFFFFFFFFu));
+            {
+                std::size_t n = static_cast<std::size_t>(v & 0xFFFFFFFFu);
+                if (precision >= 0 && static_cast<std::size_t>(precision) < n)
+                    n = static_cast<std::size_t>(precision);
+                PutField(out, strings + (v >> 32), n, width, left, false);
+            }
             break;
-        default:
+        default: // pointers, floating point and anything else: the raw slot
             out.Put("0x");
-            PutUnsigned(out, v, 16, false, 0, '0');
+            length = NumberText(text, v, false, 16, false);
+            out.Put(text, length);
             break;
         }
     }

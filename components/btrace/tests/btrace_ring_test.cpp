@@ -81,6 +81,10 @@ std::map<int, std::vector<int>> CheckNumbered(const std::string& dump, std::stri
     return seen;
 }
 
+// A message whose text both dump formatters (the normal one and the one of the crash handler) must agree on.
+const char kFormats[] = "fmt %d|%u|%x|%05d|%-4s|%c|%lld|%5d|%.2s|%hd|%%";
+const char kFormatsText[] = "fmt -5|4294967295|ff|-0042|ab  |z|-9|   -5|xy|-32768|%";
+
 // Runs this test program again in a role; returns its pid.
 pid_t Spawn(const std::string& role, const std::vector<std::string>& args, int stdoutFd = -1)
 {
@@ -200,6 +204,11 @@ int RoleHost(int argc, char** argv)
         return 4;
     for (int i = 0; i < 500; ++i)
         EmitNumbered(7, i);
+    static const BTraceDescriptor formats = {&g_ringModule, "src/fmt.cpp", kFormats, 20u << 16,
+                                             BTraceMakeFlags(BTRACE_INF, 10)};
+    BTracePrint(&formats, 0, std::uint64_t(-5), std::uint64_t(-1), std::uint64_t(255), std::uint64_t(-42),
+                P("ab"), std::uint64_t('z'), std::uint64_t(-9), std::uint64_t(-5), P("xyz"),
+                std::uint64_t(0x18000));
     std::printf("ready\n");
     std::fflush(stdout);
     if (argc >= 3)
@@ -379,10 +388,12 @@ TEST(BTraceCommands, KilledAndCrashedHostsLeaveReadableRings)
     const std::string path = "/tmp/btrace_killed_" + std::to_string(getpid());
     ASSERT_TRUE(BTraceDumpSegment(segment, path, error)) << error;
     std::string problem;
-    auto seen = CheckNumbered(Slurp(path), problem);
+    const std::string killedDump = Slurp(path);
+    auto seen = CheckNumbered(killedDump, problem);
     std::remove(path.c_str());
     EXPECT_TRUE(problem.empty()) << problem;
     ASSERT_EQ(seen[7].size(), 500u);
+    EXPECT_NE(killedDump.find(kFormatsText), std::string::npos);
     EXPECT_TRUE(BTraceRemoveSegment(segment, error)) << error;
 
     const std::string crashSegment = UniqueSegment("crashed");
@@ -396,6 +407,8 @@ TEST(BTraceCommands, KilledAndCrashedHostsLeaveReadableRings)
     EXPECT_TRUE(problem.empty()) << problem;
     EXPECT_EQ(seen[7].size(), 500u);
     EXPECT_NE(dump.find("ended abnormally"), std::string::npos);
+    EXPECT_NE(dump.find(kFormatsText), std::string::npos)
+        << dump.substr(dump.size() > 400 ? dump.size() - 400 : 0);
     std::string text;
     ASSERT_TRUE(BTraceReadSegment(crashSegment, text, error)) << error;
     EXPECT_NE(text.find("ended abnormally (" + std::to_string(SIGSEGV) + ")"), std::string::npos);
@@ -498,4 +511,62 @@ TEST(BTraceRing, MalformedAndForeignSegmentsAreRefused)
     EXPECT_NE(a.substr(a.rfind('/') + 1)[0], '.');
     EXPECT_EQ(b.substr(0, b.rfind('/')), a.substr(0, a.rfind('/')));
     EXPECT_FALSE(BTraceSegmentFilePath("", a, error));
+}
+
+// Records of several slots wrap around the end of a tiny ring: every one read back is whole, and the
+// newest survive without a gap.
+TEST(BTraceRing, MultiSlotRecordsAcrossTheWrap)
+{
+    RingHost host(UniqueSegment("wrap"), 4096); // the smallest ring: 64 slots
+    static const BTraceDescriptor d = {&g_ringModule, "w.cpp", "W #%d %s", 5u << 16,
+                                       BTraceMakeFlags(BTRACE_INF, 2)};
+    auto textOf = [](int seq)
+    { return std::string(static_cast<std::size_t>(seq * 37 % 300), 'a' + seq % 26) + "|"; };
+    for (int seq = 0; seq < 1000; ++seq)
+    {
+        const std::string text = textOf(seq);
+        BTracePrint(&d, 0, std::uint64_t(seq), P(text.c_str()));
+    }
+    std::string dump, error;
+    ASSERT_TRUE(BTraceReadSegment(host.segment, dump, error)) << error;
+    std::istringstream in(dump);
+    std::string line;
+    std::vector<int> seqs;
+    while (std::getline(in, line))
+    {
+        const std::size_t at = line.find(" W #");
+        if (at == std::string::npos)
+            continue;
+        const int seq = std::atoi(line.c_str() + at + 4);
+        EXPECT_EQ(line.substr(line.find(' ', at + 4) + 1), textOf(seq)) << line;
+        seqs.push_back(seq);
+    }
+    ASSERT_GE(seqs.size(), 5u);
+    EXPECT_EQ(seqs.back(), 999);
+    EXPECT_EQ(seqs.back() - seqs.front() + 1, static_cast<int>(seqs.size()));
+}
+
+// A quota is exact under contention: threads racing on one limited site emit exactly the quota, and the
+// report counts every suppressed emission.
+TEST(BTraceLimits, QuotaIsExactUnderContention)
+{
+    BTraceAttachModule(&g_ringModule);
+    static const BTraceDescriptor d = {&g_ringModule, "q.cpp", "raced %d", 1u << 16,
+                                       BTraceMakeFlags(BTRACE_ERR, 1)};
+    BTraceSetLimit(&d, 100, 0);
+    BTraceCapture capture;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back(
+            []
+            {
+                for (int i = 0; i < 1000; ++i)
+                    BTracePrint(&d, 0, std::uint64_t(i));
+            });
+    for (auto& t : threads)
+        t.join();
+    EXPECT_EQ(capture.CountContaining("raced "), 100u);
+    BTraceShutdown();
+    EXPECT_TRUE(capture.Contains(BTRACE_ERR, "3900 repeats suppressed: raced %d"));
+    BTraceSetLimit(&d, 0, 0);
 }
