@@ -22,7 +22,6 @@
 #include <xercesc/util/XMLUni.hpp>
 #include <xercesc/validators/common/Grammar.hpp>
 
-#include <algorithm>
 #include <atomic>
 #include <new>
 
@@ -560,7 +559,7 @@ bool CVeLXMLHandler::InsertDOMBranch(const std::wstring& path, DOMElement* branc
         return false;
     // The branch's own levels below the parent's, plus one for the text of its deepest elements.
     const unsigned int parentLevel = VeLXMLLevelOf(parent);
-    if (!VeLXMLWithinDepth(branch, kMaxElementDepth + 1 - std::min(parentLevel, kMaxElementDepth)))
+    if (parentLevel >= kMaxElementDepth || !VeLXMLWithinDepth(branch, kMaxElementDepth + 1 - parentLevel))
     {
         VEL_TRACE(VEL_ERR, "XML element nested deeper than %u levels!", kMaxElementDepth);
         return false;
