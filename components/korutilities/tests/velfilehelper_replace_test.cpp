@@ -112,7 +112,7 @@ TEST_F(ReplaceContentTest, EveryFailingStepLeavesTheOldContent)
             };
             break;
         case 1: // a short write, as on a full disk
-            api->OnWriteFile = [api](HANDLE h, LPCVOID b, DWORD n, LPDWORD written, LPOVERLAPPED o)
+            api->OnWriteFile = [](HANDLE h, LPCVOID b, DWORD n, LPDWORD written, LPOVERLAPPED o)
             {
                 CVeLWinAPIWrapper().WAPI_WriteFile(h, b, n / 2, written, o);
                 return TRUE;
