@@ -8,6 +8,7 @@
 #include <boost/filesystem/path.hpp>
 #include <boost/shared_ptr.hpp>
 
+#include <cstddef>
 #include <string>
 
 class IVeLFileHelper
@@ -37,4 +38,7 @@ public:
     virtual std::wstring GetFileExtensionWithoutLeadingDot() = 0;
     virtual void Reset(boost::filesystem::path path, bool flag) = 0;
     virtual std::wstring ToString() = 0;
+
+    // Crash-safe whole-file write.
+    virtual bool ReplaceContentAtomically(const unsigned char* content, size_t length) = 0;
 };

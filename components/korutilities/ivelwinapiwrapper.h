@@ -145,4 +145,8 @@ public:
                                                                ULONG flags) const = 0;  // 68
     virtual CVeLResult<LONG> WAPI_BCryptDestroyHash(BCRYPT_HASH_HANDLE hash) const = 0; // 69
     virtual CVeLResult<LONG> WAPI_BCryptDestroyKey(BCRYPT_KEY_HANDLE key) const = 0;    // 70
+
+    // Crash-safe file replacement: renaming a finished file over another, flushing a file to the disk.
+    virtual BOOL WAPI_MoveFileEx(LPCWSTR existingFileName, LPCWSTR newFileName, DWORD flags) const = 0; // 71
+    virtual BOOL WAPI_FlushFileBuffers(HANDLE file) const = 0;                                          // 72
 };

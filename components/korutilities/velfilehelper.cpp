@@ -249,3 +249,13 @@ std::wstring CVeLFileHelper::ToString()
     }
     return m_impl->ToString();
 }
+
+bool CVeLFileHelper::ReplaceContentAtomically(const unsigned char* content, size_t length)
+{
+    if (!m_impl)
+    {
+        VEL_TRACE(VEL_ERR, "Can't access impl!");
+        return false;
+    }
+    return m_impl->ReplaceContentAtomically(content, length);
+}

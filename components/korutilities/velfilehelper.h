@@ -71,6 +71,16 @@ public:
     void Reset(boost::filesystem::path path, bool flag) override;
     std::wstring ToString() override;
 
+    // Crash-safe whole-file write: the file holds either its old content or all of content, whatever
+    // happens meanwhile (a crash, a full disk, a power cut). The content goes to a new temporary file in the
+    // same folder, which is flushed to the disk and then renamed over the path in one step; the folder is
+    // flushed after that. Creates the file when it is missing and keeps the permissions of one that exists;
+    // a symbolic link at the path is replaced, its target left alone. Empty content makes an empty file. On
+    // failure the old file is untouched and the temporary file is gone: a null content with a length
+    // ("Invalid parameter"), an empty path, a folder or a read-only file at the path (WRN "Source file (%s)
+    // isn't writeable!"), or a create, write, flush or rename that fails (traced with its error).
+    bool ReplaceContentAtomically(const unsigned char* content, size_t length) override;
+
 private:
     std::unique_ptr<CVeLFileHelperImpl> m_impl;
 };

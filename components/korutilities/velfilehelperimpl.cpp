@@ -423,3 +423,127 @@ std::wstring CVeLFileHelperImpl::ToString()
 {
     return CVeLPathConverter::ToWide(m_path);
 }
+
+// Crash-safe whole-file write.
+
+#include <algorithm>
+#include <atomic>
+
+namespace
+{
+
+// Names the temporary files of this process apart; the process id sets processes apart.
+std::atomic<unsigned long> g_temporaryCounter{0};
+constexpr int kTemporaryAttempts = 64;
+constexpr DWORD kWriteChunk = 0x40000000;
+
+} // namespace
+
+bool CVeLFileHelperImpl::ReplaceContentAtomically(const unsigned char* content, size_t length)
+{
+    if (!HasApi())
+        return false;
+    if (content == nullptr && length != 0)
+    {
+        VEL_TRACE(VEL_ERR, "Invalid parameter");
+        return false;
+    }
+    if (!CheckReplaceableTarget())
+        return false;
+    fs::path temporary;
+    CVeLHANDLE file(m_api, CreateTemporaryBeside(temporary));
+    if (!file.IsValid())
+        return false;
+    bool done = WriteAllAndFlush(file.GetHandle(), content, length);
+    // Closed before the rename: Windows renames no file that is open without delete sharing.
+    file = INVALID_HANDLE_VALUE;
+    const std::wstring from = CVeLPathConverter::ToWide(temporary);
+    if (done && !m_api->WAPI_MoveFileEx(from.c_str(), CVeLPathConverter::ToWide(m_path).c_str(),
+                                        MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+    {
+        VEL_TRACE(VEL_ERR, "File %s renamed to %s failed (err = %ld)", Utf8(temporary).c_str(),
+                  Utf8(m_path).c_str(), m_api->WAPI_GetLastError());
+        done = false;
+    }
+    if (!done)
+        m_api->WAPI_DeleteFile(from.c_str());
+    return done;
+}
+
+bool CVeLFileHelperImpl::CheckReplaceableTarget() const
+{
+    boost::system::error_code error;
+    const fs::file_status status = fs::symlink_status(m_path, error);
+    const bool missing = status.type() == fs::file_not_found;
+    if (m_path.empty() || !m_path.has_filename() || m_path.filename() == "." || m_path.filename() == ".." ||
+        (error && !missing) ||
+        !(missing || status.type() == fs::regular_file || status.type() == fs::symlink_file))
+    {
+        VEL_TRACE(VEL_ERR, "Invalid file path= %s!", Utf8(m_path).c_str());
+        return false;
+    }
+    if (status.type() == fs::regular_file && (status.permissions() & fs::owner_write) == 0)
+    {
+        VEL_TRACE(VEL_WRN, "Source file (%s) isn't writeable!", Utf8(m_path).c_str());
+        return false;
+    }
+    return true;
+}
+
+HANDLE CVeLFileHelperImpl::CreateTemporaryBeside(fs::path& temporary) const
+{
+    const DWORD process = m_api->WAPI_GetCurrentProcessId();
+    for (int attempt = 0; attempt < kTemporaryAttempts; ++attempt)
+    {
+        // Short and fixed in form, so that even a file whose name is at the length limit gets one.
+        temporary = m_path.parent_path() / (".kor-" + std::to_string(process) + "-" +
+                                            std::to_string(g_temporaryCounter.fetch_add(1)) + ".tmp");
+        HANDLE file = m_api->WAPI_CreateFile(CVeLPathConverter::ToWide(temporary).c_str(), GENERIC_WRITE, 0,
+                                             nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+        if (file != INVALID_HANDLE_VALUE)
+        {
+            // The new file starts as private as the one it replaces, before any content reaches it.
+            boost::system::error_code statusError, error;
+            const fs::file_status status = fs::symlink_status(m_path, statusError);
+            if (!statusError && status.type() == fs::regular_file)
+                fs::permissions(temporary, status.permissions() & fs::perms_mask, error);
+            if (!error)
+                return file;
+            VEL_TRACE(VEL_ERR, "Can't set permissions of file %s!", Utf8(temporary).c_str());
+            m_api->WAPI_CloseHandle(file);
+            m_api->WAPI_DeleteFile(CVeLPathConverter::ToWide(temporary).c_str());
+            return INVALID_HANDLE_VALUE;
+        }
+        const DWORD error = m_api->WAPI_GetLastError();
+        if (error != ERROR_FILE_EXISTS && error != ERROR_ALREADY_EXISTS)
+        {
+            VEL_TRACE(VEL_ERR, "Cannot create file %s (err = %ld)", Utf8(temporary).c_str(), error);
+            return INVALID_HANDLE_VALUE;
+        }
+    }
+    VEL_TRACE(VEL_ERR, "Cannot create file %s (err = %ld)", Utf8(temporary).c_str(),
+              static_cast<long>(ERROR_FILE_EXISTS));
+    return INVALID_HANDLE_VALUE;
+}
+
+bool CVeLFileHelperImpl::WriteAllAndFlush(HANDLE file, const unsigned char* content, size_t length) const
+{
+    for (size_t offset = 0; offset < length;)
+    {
+        const DWORD chunk = static_cast<DWORD>(std::min<size_t>(length - offset, kWriteChunk));
+        DWORD written = 0;
+        if (!m_api->WAPI_WriteFile(file, content + offset, chunk, &written, nullptr) || written != chunk)
+        {
+            VEL_TRACE(VEL_ERR, "Write failed (hr = 0x%08X)!", m_api->WAPI_GetLastError());
+            return false;
+        }
+        offset += chunk;
+    }
+    if (!m_api->WAPI_FlushFileBuffers(file))
+    {
+        VEL_TRACE(VEL_ERR, "Flush of file %s failed (err = %ld)", Utf8(m_path).c_str(),
+                  m_api->WAPI_GetLastError());
+        return false;
+    }
+    return true;
+}

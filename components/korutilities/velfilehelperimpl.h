@@ -51,7 +51,15 @@ public:
     void Reset(boost::filesystem::path path, bool flag) override;
     std::wstring ToString() override;
 
+    // Crash-safe whole-file write (see CVeLFileHelper).
+    bool ReplaceContentAtomically(const unsigned char* content, size_t length) override;
+
 private:
+    // The steps of ReplaceContentAtomically; each traces its own failure.
+    bool CheckReplaceableTarget() const;
+    HANDLE CreateTemporaryBeside(boost::filesystem::path& temporary) const;
+    bool WriteAllAndFlush(HANDLE file, const unsigned char* content, size_t length) const;
+
     // The full size; false (traced "Invalid file path= %s!") for an empty path or an unreadable status.
     bool QuerySize(unsigned long long& size) const;
     // Sets the attributes of path to normal; "Can't reset read-only flag on file %s!" on failure.

@@ -514,3 +514,15 @@ CVeLResult<LONG> CVeLWinAPIWrapper::WAPI_BCryptDestroyKey(BCRYPT_KEY_HANDLE key)
 {
     return CVeLResult<LONG>::FromNTStatus(::BCryptDestroyKey(key));
 }
+
+// Crash-safe file replacement.
+
+BOOL CVeLWinAPIWrapper::WAPI_MoveFileEx(LPCWSTR existingFileName, LPCWSTR newFileName, DWORD flags) const
+{
+    return ::MoveFileExW(existingFileName, newFileName, flags);
+}
+
+BOOL CVeLWinAPIWrapper::WAPI_FlushFileBuffers(HANDLE file) const
+{
+    return ::FlushFileBuffers(file);
+}

@@ -131,6 +131,10 @@ public:
     CVeLResult<LONG> WAPI_BCryptDestroyHash(BCRYPT_HASH_HANDLE hash) const override;
     CVeLResult<LONG> WAPI_BCryptDestroyKey(BCRYPT_KEY_HANDLE key) const override;
 
+    // Crash-safe file replacement.
+    BOOL WAPI_MoveFileEx(LPCWSTR existingFileName, LPCWSTR newFileName, DWORD flags) const override;
+    BOOL WAPI_FlushFileBuffers(HANDLE file) const override;
+
 private:
     // The start-up record as "name=value" entries for the process-creation trace; "Null" for a null record.
     std::wstring STARTUPINFOToString(STARTUPINFOW* startupInfo) const;

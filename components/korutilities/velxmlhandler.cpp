@@ -1,5 +1,6 @@
 #include "velxmlhandler.h"
 #include "korutilitesbtracedef.h"
+#include "velfilehelper.h"
 #include "velstringconverter.h"
 #include "velwin32.h"
 #include "velxmlguard.h"
@@ -8,11 +9,15 @@
 #include <boost/filesystem/fstream.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <xercesc/dom/DOM.hpp>
+#include <xercesc/framework/XMLErrorCodes.hpp>
 #include <xercesc/framework/MemBufFormatTarget.hpp>
 #include <xercesc/framework/XMLFormatter.hpp>
 #include <xercesc/sax/InputSource.hpp>
 #include <xercesc/util/BinInputStream.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
+#include <xercesc/util/SecurityManager.hpp>
+#include <xercesc/util/XMLEntityResolver.hpp>
+#include <xercesc/util/XMLResourceIdentifier.hpp>
 #include <xercesc/util/XMLException.hpp>
 #include <xercesc/util/XMLUni.hpp>
 #include <xercesc/validators/common/Grammar.hpp>
@@ -89,25 +94,142 @@ private:
     XMLChString m_systemId;
 };
 
-class FileTarget : public XMLFormatTarget
+constexpr XMLSize_t kMaxEntityExpansions = 10000;
+constexpr XMLSize_t kMaxEntityCharacters = 10000000;
+
+// Thrown out of the parser's callbacks to end a parse at once; the parser library's scanner cleans up
+// behind it.
+struct DocumentRefused
+{
+};
+
+// Answers every request for an external resource (entity, DTD, schema) with nothing and remembers that it
+// was asked; with default resolution disabled the parser then reads nothing.
+class RefusingResolver : public XMLEntityResolver
 {
 public:
-    explicit FileTarget(const fs::path& file)
-        : m_stream(file, std::ios::out | std::ios::binary | std::ios::trunc)
+    InputSource* resolveEntity(XMLResourceIdentifier* resource) override
     {
+        m_refused = true;
+        VEL_TRACE(VEL_ERR, "XML document refused: external resource %s is never loaded",
+                  Utf8(resource != nullptr ? resource->getSystemId() : nullptr).c_str());
+        return nullptr;
     }
-    bool IsGood() const { return m_stream.is_open() && m_stream.good(); }
-    void writeChars(const XMLByte* const toWrite, const XMLSize_t count, XMLFormatter* const) override
-    {
-        m_stream.write(reinterpret_cast<const char*>(toWrite), static_cast<std::streamsize>(count));
-    }
-    void flush() override { m_stream.flush(); }
-
-private:
-    fs::ofstream m_stream;
+    bool m_refused = false;
 };
 
 } // namespace
+
+// The parser of every handler: the library's DOM parser with its resolution of external resources turned
+// off and with limits on entity expansion and nesting. The limits are watched in the callbacks through which
+// the scanner builds the document; a callback that finds one exceeded traces the reason, marks the load
+// refused and ends the parse by throwing DocumentRefused.
+class CVeLXMLHandler::SafeParser : public XercesDOMParser
+{
+public:
+    SafeParser()
+    {
+        m_security.setEntityExpansionLimit(kMaxEntityExpansions);
+        setSecurityManager(&m_security);
+        setXMLEntityResolver(&m_resolver);
+        setDisableDefaultEntityResolution(true);
+        setLoadExternalDTD(false);
+        setLoadSchema(false);
+    }
+
+    // Starts a load: no refusal yet, no depth, no entities.
+    void BeginLoad()
+    {
+        m_resolver.m_refused = false;
+        m_refused = false;
+        m_depth = 0;
+        m_declaresEntities = false;
+        m_entityCharacters = 0;
+    }
+    bool Refused() const { return m_refused || m_resolver.m_refused; }
+
+    void startElement(const XMLElementDecl& elemDecl, const unsigned int urlId, const XMLCh* const elemPrefix,
+                      const RefVectorOf<XMLAttr>& attrList, const XMLSize_t attrCount, const bool isEmpty,
+                      const bool isRoot) override
+    {
+        Enter();
+        if (m_declaresEntities)
+            for (XMLSize_t i = 0; i < attrCount; ++i)
+                CountEntityCharacters(XMLString::stringLen(attrList.elementAt(i)->getValue()));
+        // For an empty element the base class calls endElement itself, which leaves the level again.
+        XercesDOMParser::startElement(elemDecl, urlId, elemPrefix, attrList, attrCount, isEmpty, isRoot);
+    }
+    void endElement(const XMLElementDecl& elemDecl, const unsigned int urlId, const bool isRoot,
+                    const XMLCh* const elemPrefix) override
+    {
+        --m_depth;
+        XercesDOMParser::endElement(elemDecl, urlId, isRoot, elemPrefix);
+    }
+    // Each entity reference is a level of the document tree as well.
+    void startEntityReference(const XMLEntityDecl& entityDecl) override
+    {
+        Enter();
+        XercesDOMParser::startEntityReference(entityDecl);
+    }
+    void endEntityReference(const XMLEntityDecl& entityDecl) override
+    {
+        --m_depth;
+        XercesDOMParser::endEntityReference(entityDecl);
+    }
+    void docCharacters(const XMLCh* const chars, const XMLSize_t length, const bool cdataSection) override
+    {
+        if (m_declaresEntities)
+            CountEntityCharacters(length);
+        XercesDOMParser::docCharacters(chars, length, cdataSection);
+    }
+    void entityDecl(const DTDEntityDecl& entityDecl, const bool isPEDecl, const bool isIgnored) override
+    {
+        if (!isPEDecl)
+            m_declaresEntities = true;
+        XercesDOMParser::entityDecl(entityDecl, isPEDecl, isIgnored);
+    }
+    void error(const unsigned int errCode, const XMLCh* const msgDomain,
+               const XMLErrorReporter::ErrTypes errType, const XMLCh* const errorText,
+               const XMLCh* const systemId, const XMLCh* const publicId, const XMLFileLoc lineNum,
+               const XMLFileLoc colNum) override
+    {
+        if (errCode == XMLErrs::EntityExpansionLimitExceeded &&
+            XMLString::equals(msgDomain, XMLUni::fgXMLErrDomain))
+        {
+            m_refused = true;
+            VEL_TRACE(VEL_ERR, "XML document refused: more than %u entity expansions",
+                      static_cast<unsigned>(kMaxEntityExpansions));
+        }
+        XercesDOMParser::error(errCode, msgDomain, errType, errorText, systemId, publicId, lineNum, colNum);
+    }
+
+private:
+    void Enter()
+    {
+        if (++m_depth <= kMaxElementDepth)
+            return;
+        m_refused = true;
+        VEL_TRACE(VEL_ERR, "XML document refused: elements nested deeper than %u levels", kMaxElementDepth);
+        throw DocumentRefused();
+    }
+    void CountEntityCharacters(XMLSize_t count)
+    {
+        m_entityCharacters += count;
+        if (m_entityCharacters <= kMaxEntityCharacters)
+            return;
+        m_refused = true;
+        VEL_TRACE(VEL_ERR, "XML document refused: entities expand to more than %u characters",
+                  static_cast<unsigned>(kMaxEntityCharacters));
+        throw DocumentRefused();
+    }
+
+    SecurityManager m_security;
+    RefusingResolver m_resolver;
+    bool m_refused = false;           // a limit was exceeded during the current load
+    unsigned int m_depth = 0;         // elements and entity references open at the current point
+    bool m_declaresEntities = false;  // the document declares general entities
+    XMLSize_t m_entityCharacters = 0; // text counted towards kMaxEntityCharacters
+};
 
 CVeLXMLHandler::PlatformInitializer::PlatformInitializer()
 {
@@ -131,33 +253,35 @@ CVeLXMLHandler::PlatformInitializer::PlatformInitializer()
 }
 
 CVeLXMLHandler::CVeLXMLHandler(const std::wstring& xml, const std::wstring& schema)
-    : m_valid(false), m_sourceKind(1)
+    : m_parser(new SafeParser()), m_valid(false), m_sourceKind(1)
 {
     Init();
     m_valid = ReadXMLWithValidation(xml, schema);
 }
 
-CVeLXMLHandler::CVeLXMLHandler(const std::wstring& xml) : m_valid(false), m_sourceKind(1)
+CVeLXMLHandler::CVeLXMLHandler(const std::wstring& xml)
+    : m_parser(new SafeParser()), m_valid(false), m_sourceKind(1)
 {
     Init();
     m_valid = ReadXMLFromString(xml);
 }
 
 CVeLXMLHandler::CVeLXMLHandler(const fs::path& file, const fs::path& schemaFile)
-    : m_valid(false), m_file(file), m_sourceKind(0)
+    : m_parser(new SafeParser()), m_valid(false), m_file(file), m_sourceKind(0)
 {
     Init();
     m_valid = ReadXMLWithValidation(schemaFile);
 }
 
-CVeLXMLHandler::CVeLXMLHandler(const fs::path& file) : m_valid(false), m_file(file), m_sourceKind(0)
+CVeLXMLHandler::CVeLXMLHandler(const fs::path& file)
+    : m_parser(new SafeParser()), m_valid(false), m_file(file), m_sourceKind(0)
 {
     Init();
     m_valid = ReadXMLFromFile();
 }
 
 CVeLXMLHandler::CVeLXMLHandler(fs::path file, std::wstring schema)
-    : m_valid(false), m_file(std::move(file)), m_sourceKind(0)
+    : m_parser(new SafeParser()), m_valid(false), m_file(std::move(file)), m_sourceKind(0)
 {
     Init();
     m_valid = ReadXMLWithValidation(schema);
@@ -166,13 +290,13 @@ CVeLXMLHandler::CVeLXMLHandler(fs::path file, std::wstring schema)
 CVeLXMLHandler::~CVeLXMLHandler()
 {
     // The parser keeps a pointer to the error handler, which dies first.
-    m_parser.setErrorHandler(nullptr);
+    m_parser->setErrorHandler(nullptr);
 }
 
 void CVeLXMLHandler::Init()
 {
     m_errorHandler.reset(new CVeLXMLErrorHandler());
-    m_parser.setErrorHandler(m_errorHandler.get());
+    m_parser->setErrorHandler(m_errorHandler.get());
 }
 
 bool CVeLXMLHandler::IsValidXML() const
@@ -182,7 +306,7 @@ bool CVeLXMLHandler::IsValidXML() const
 
 DOMDocument* CVeLXMLHandler::Document() const
 {
-    return m_parser.getDocument();
+    return m_parser->getDocument();
 }
 
 bool CVeLXMLHandler::FileExists() const
@@ -191,27 +315,57 @@ bool CVeLXMLHandler::FileExists() const
     return fs::exists(m_file, error) && !error;
 }
 
+bool CVeLXMLHandler::Parse(const InputSource& source)
+{
+    try
+    {
+        m_parser->parse(source);
+    }
+    catch (const DocumentRefused&)
+    {
+        // Traced where the limit was found.
+    }
+    return !m_parser->Refused();
+}
+
+bool CVeLXMLHandler::FinishLoad(bool loaded)
+{
+    if (!m_parser->Refused())
+        return loaded;
+    // A refused document is not kept half-built: the handler then behaves as one without a document.
+    VeLXMLGuarded(false,
+                  [&]()
+                  {
+                      m_parser->resetDocumentPool();
+                      return true;
+                  });
+    return false;
+}
+
 bool CVeLXMLHandler::ReadXMLFromFile()
 {
     if (!FileExists())
         return false;
-    return VeLXMLGuarded(false,
-                         [&]()
-                         {
-                             m_parser.setValidationScheme(XercesDOMParser::Val_Never);
-                             m_parser.setDoNamespaces(false);
-                             m_parser.setErrorHandler(m_errorHandler.get());
-                             FileInputSource source(m_file);
-                             m_parser.parse(source);
-                             DOMDocument* doc = Document();
-                             const XMLCh* version = doc != nullptr ? doc->getXmlVersion() : nullptr;
-                             if (version == nullptr || *version == 0)
-                             {
-                                 VEL_TRACE(VEL_ERR, "XML Version is not valid or is missing!!");
-                                 return false;
-                             }
-                             return true;
-                         });
+    m_parser->BeginLoad();
+    return FinishLoad(VeLXMLGuarded(false,
+                                    [&]()
+                                    {
+                                        m_parser->setValidationScheme(XercesDOMParser::Val_Never);
+                                        m_parser->setDoNamespaces(false);
+                                        m_parser->setErrorHandler(m_errorHandler.get());
+                                        FileInputSource source(m_file);
+                                        if (!Parse(source))
+                                            return false;
+                                        DOMDocument* doc = Document();
+                                        const XMLCh* version =
+                                            doc != nullptr ? doc->getXmlVersion() : nullptr;
+                                        if (version == nullptr || *version == 0)
+                                        {
+                                            VEL_TRACE(VEL_ERR, "XML Version is not valid or is missing!!");
+                                            return false;
+                                        }
+                                        return true;
+                                    }));
 }
 
 bool CVeLXMLHandler::ReadXMLFromString(const std::wstring& xml)
@@ -221,12 +375,13 @@ bool CVeLXMLHandler::ReadXMLFromString(const std::wstring& xml)
         VEL_TRACE(VEL_ERR, "XML String is empty!");
         return false;
     }
+    m_parser->BeginLoad();
     VeLXMLGuarded(false,
                   [&]()
                   {
-                      m_parser.setValidationScheme(XercesDOMParser::Val_Never);
-                      m_parser.setDoNamespaces(false);
-                      m_parser.setErrorHandler(m_errorHandler.get());
+                      m_parser->setValidationScheme(XercesDOMParser::Val_Never);
+                      m_parser->setDoNamespaces(false);
+                      m_parser->setErrorHandler(m_errorHandler.get());
                       m_documentSource.reset();
                       m_documentText = CVeLXMLCharConverter::ToXMLCh(xml);
                       m_documentSource.reset(new MemBufInputSource(
@@ -234,17 +389,18 @@ bool CVeLXMLHandler::ReadXMLFromString(const std::wstring& xml)
                           m_documentText.size() * sizeof(XMLCh), kStringBufferId, false));
                       // The bytes are the text's UTF-16 code units, whatever the document declares.
                       m_documentSource->setEncoding(XMLUni::fgUTF16EncodingString);
-                      m_parser.parse(*m_documentSource);
-                      return true;
+                      return Parse(*m_documentSource);
                   });
     // Parse errors have been traced by the error handler; an unvalidated string load still counts as
-    // loaded, and callers find out what is there through the element paths.
-    return true;
+    // loaded, and callers find out what is there through the element paths. Only a refused document is
+    // not.
+    return FinishLoad(true);
 }
 
 bool CVeLXMLHandler::ReadXMLWithValidation(const std::wstring& xml, const std::wstring& schema)
 {
-    return VeLXMLGuarded(
+    m_parser->BeginLoad();
+    return FinishLoad(VeLXMLGuarded(
         false,
         [&]()
         {
@@ -255,7 +411,7 @@ bool CVeLXMLHandler::ReadXMLWithValidation(const std::wstring& xml, const std::w
                                                        g_validationBufferId.load(), false));
             // Cached in this handler's own parser: the parser discards an uncached grammar when the parse
             // starts, and the document could then never validate. Nothing is shared with other handlers.
-            if (m_parser.loadGrammar(*m_schemaSource, Grammar::SchemaGrammarType, true) == nullptr)
+            if (m_parser->loadGrammar(*m_schemaSource, Grammar::SchemaGrammarType, true) == nullptr)
                 return false;
             SetupParserForValidation();
             g_validationBufferId.store("MyNckXml");
@@ -264,16 +420,16 @@ bool CVeLXMLHandler::ReadXMLWithValidation(const std::wstring& xml, const std::w
             m_documentSource.reset(new MemBufInputSource(
                 reinterpret_cast<const XMLByte*>(m_documentText.data()),
                 m_documentText.size() * sizeof(XMLCh), g_validationBufferId.load(), false));
-            m_parser.parse(*m_documentSource);
-            return m_parser.getErrorCount() == 0;
-        });
+            return Parse(*m_documentSource) && m_parser->getErrorCount() == 0;
+        }));
 }
 
 bool CVeLXMLHandler::ReadXMLWithValidation(const std::wstring& schema)
 {
     if (!FileExists())
         return false;
-    return VeLXMLGuarded(
+    m_parser->BeginLoad();
+    return FinishLoad(VeLXMLGuarded(
         false,
         [&]()
         {
@@ -282,45 +438,44 @@ bool CVeLXMLHandler::ReadXMLWithValidation(const std::wstring& schema)
             m_schemaSource.reset(new MemBufInputSource(reinterpret_cast<const XMLByte*>(m_schemaText.data()),
                                                        m_schemaText.size() * sizeof(XMLCh),
                                                        g_validationBufferId.load(), false));
-            if (m_parser.loadGrammar(*m_schemaSource, Grammar::SchemaGrammarType, true) == nullptr)
+            if (m_parser->loadGrammar(*m_schemaSource, Grammar::SchemaGrammarType, true) == nullptr)
                 return false;
             SetupParserForValidation();
             FileInputSource source(m_file);
-            m_parser.parse(source);
-            return m_parser.getErrorCount() == 0;
-        });
+            return Parse(source) && m_parser->getErrorCount() == 0;
+        }));
 }
 
 bool CVeLXMLHandler::ReadXMLWithValidation(const fs::path& schemaFile)
 {
     if (!FileExists())
         return false;
-    return VeLXMLGuarded(false,
-                         [&]()
-                         {
-                             FileInputSource schemaSource(schemaFile);
-                             // Cached in this handler's own parser: the parser discards an uncached grammar
-                             // when the parse starts, and the document could then never validate. Nothing is
-                             // shared with other handlers.
-                             if (m_parser.loadGrammar(schemaSource, Grammar::SchemaGrammarType, true) ==
-                                 nullptr)
-                                 return false;
-                             SetupParserForValidation();
-                             FileInputSource source(m_file);
-                             m_parser.parse(source);
-                             return m_parser.getErrorCount() == 0;
-                         });
+    m_parser->BeginLoad();
+    return FinishLoad(VeLXMLGuarded(false,
+                                    [&]()
+                                    {
+                                        FileInputSource schemaSource(schemaFile);
+                                        // Cached in this handler's own parser: the parser discards an
+                                        // uncached grammar when the parse starts, and the document could
+                                        // then never validate. Nothing is shared with other handlers.
+                                        if (m_parser->loadGrammar(schemaSource, Grammar::SchemaGrammarType,
+                                                                  true) == nullptr)
+                                            return false;
+                                        SetupParserForValidation();
+                                        FileInputSource source(m_file);
+                                        return Parse(source) && m_parser->getErrorCount() == 0;
+                                    }));
 }
 
 void CVeLXMLHandler::SetupParserForValidation()
 {
-    m_parser.setDoNamespaces(true);
-    m_parser.setDoSchema(true);
-    m_parser.setValidationScheme(XercesDOMParser::Val_Always);
-    m_parser.setValidationSchemaFullChecking(true);
-    m_parser.setValidationConstraintFatal(true);
-    m_parser.useCachedGrammarInParse(true);
-    m_parser.setErrorHandler(m_errorHandler.get());
+    m_parser->setDoNamespaces(true);
+    m_parser->setDoSchema(true);
+    m_parser->setValidationScheme(XercesDOMParser::Val_Always);
+    m_parser->setValidationSchemaFullChecking(true);
+    m_parser->setValidationConstraintFatal(true);
+    m_parser->useCachedGrammarInParse(true);
+    m_parser->setErrorHandler(m_errorHandler.get());
 }
 
 bool CVeLXMLHandler::ReadXMLText(const std::wstring& path, std::wstring& text) const
@@ -402,6 +557,13 @@ bool CVeLXMLHandler::InsertDOMBranch(const std::wstring& path, DOMElement* branc
     DOMElement* parent = nullptr;
     if (!GetDOMBranch(path, parent) || branch == nullptr)
         return false;
+    // The branch's own levels below the parent's, plus one for the text of its deepest elements.
+    const unsigned int parentLevel = VeLXMLLevelOf(parent);
+    if (parentLevel >= kMaxElementDepth || !VeLXMLWithinDepth(branch, kMaxElementDepth + 1 - parentLevel))
+    {
+        VEL_TRACE(VEL_ERR, "XML element nested deeper than %u levels!", kMaxElementDepth);
+        return false;
+    }
     return VeLXMLGuarded(false,
                          [&]()
                          {
@@ -428,6 +590,11 @@ bool CVeLXMLHandler::CheckAndCreateXMLPath(const std::wstring& path)
         {
             const std::wstring step = path.substr(begin, end - begin);
             DOMElement* next = utilities.GetXPathElement(current, step);
+            if (next == nullptr && VeLXMLLevelOf(current) >= kMaxElementDepth)
+            {
+                VEL_TRACE(VEL_ERR, "XML element nested deeper than %u levels!", kMaxElementDepth);
+                return false;
+            }
             if (next == nullptr)
                 next = CreateXMLPathElement(current, step);
             if (next == nullptr)
@@ -455,6 +622,19 @@ DOMElement* CVeLXMLHandler::CreateXMLPathElement(DOMElement* parent, const std::
 
 bool CVeLXMLHandler::Serialize(XMLFormatTarget& target, const XMLCh* encoding, bool prettyPrint) const
 {
+    DOMDocument* doc = Document();
+    if (doc == nullptr)
+    {
+        VEL_TRACE(VEL_ERR, "No XML document to write!");
+        return false;
+    }
+    // The serializer recurses once per level; the document node and the text of the deepest elements add
+    // one level each to the element levels.
+    if (!VeLXMLWithinDepth(doc, kMaxElementDepth + 2))
+    {
+        VEL_TRACE(VEL_ERR, "XML element nested deeper than %u levels!", kMaxElementDepth);
+        return false;
+    }
     return VeLXMLGuarded(
         false,
         [&]()
@@ -483,24 +663,24 @@ bool CVeLXMLHandler::Serialize(XMLFormatTarget& target, const XMLCh* encoding, b
             // Only asked, never set: readers of these files expect no byte-order mark.
             (void)configuration->canSetParameter(XMLUni::fgDOMWRTBOM, true);
             output->setByteStream(&target);
-            if (DOMDocument* doc = Document())
-                serializer->write(doc, output);
+            // The serializer reports a document it cannot write (a character XML forbids, placed there
+            // through the DOM) by its result or by an exception; either makes the write fail.
+            if (!serializer->write(doc, output))
+            {
+                VEL_TRACE(VEL_ERR, "XML serialization failed!");
+                return false;
+            }
             return true;
         });
 }
 
 bool CVeLXMLHandler::WriteXMLToFile(const fs::path& file, bool utf16) const
 {
-    FileTarget target(file);
-    if (!target.IsGood())
-    {
-        VEL_TRACE(VEL_ERR, "Can't open %s for writing!", file.string().c_str());
-        return false;
-    }
+    // The whole text first, in memory: the file is only touched once it is known to be complete.
+    MemBufFormatTarget target(1023);
     if (!Serialize(target, utf16 ? XMLUni::fgUTF16EncodingString : XMLUni::fgUTF8EncodingString, true))
         return false;
-    target.flush();
-    return target.IsGood();
+    return CVeLFileHelper(file, false).ReplaceContentAtomically(target.getRawBuffer(), target.getLen());
 }
 
 bool CVeLXMLHandler::WriteXMLToFile() const

@@ -10,6 +10,20 @@
 // handler: parse errors go to its CVeLXMLErrorHandler (traced there) and exceptions of the parser library
 // are caught and traced. Note that two constructors take a wide string and a path; a character literal
 // converts to both, so pass a std::wstring or a boost::filesystem::path explicitly.
+//
+// Documents are untrusted input, so every load is safe whatever the document asks for:
+// - Nothing outside the given text or file is ever read: no external entity, no external DTD, no schema
+//   named by the document (xsi:schemaLocation hints are ignored) and nothing the caller's schema imports
+//   is fetched, from a file or from the network. Only the caller's schema validates, so a document whose
+//   root that schema does not declare is invalid. A document that needs an external resource to load
+//   fails with a traced reason. A host that really wants external entities is not served by this class.
+// - Entity expansion is capped (10,000 expansions, 10,000,000 characters of text in a document that
+//   declares entities), so a small document cannot grow into gigabytes.
+// - Elements nested deeper than kMaxElementDepth levels (the root is level 1) are refused at load with a
+//   traced reason, as Windows' own XML parser refuses them by default; no settings file comes near it, and
+//   every traversal of the parser library, which recurses, survives it. Paths and branches that would
+//   grow a document beyond it are refused too.
+// A refused document is not valid, and the handler then holds no document.
 #pragma once
 
 #include "ivelxmldomaccessprovider.h"
@@ -31,6 +45,9 @@ class KORUTILITIES_API CVeLXMLHandler : public IVeLXMLDOMAccessProvider
 {
 public:
     using DOMElement = XERCES_CPP_NAMESPACE::DOMElement;
+
+    // The deepest element nesting a document may have; the root element is level 1.
+    static constexpr unsigned int kMaxElementDepth = 256;
 
     // Loads xml validated against the schema text; valid when the schema loads and the document has no
     // parse or validation error. Both texts reach the parser as UTF-16 code units with their encoding
@@ -79,14 +96,18 @@ public:
     // has no children.
     virtual bool GetCountOfElements(const std::wstring& path, unsigned int& count) const;
 
-    // Serialises the document (pretty-printed, no byte-order mark) as UTF-16 or UTF-8 into file. False
-    // when the serializer cannot be set up or the file cannot be opened; the serializer's own verdict is
-    // not consulted.
+    // Serialises the document (pretty-printed, no byte-order mark) as UTF-16 or UTF-8 into file. The
+    // whole text is made in memory first and then replaces the file in one crash-safe step
+    // (CVeLFileHelper::ReplaceContentAtomically): the file holds its old content or the complete new one,
+    // never a fragment. False, with the file untouched, when there is no document, the serializer cannot
+    // be set up or reports an error, the document is nested deeper than kMaxElementDepth, or the file
+    // cannot be replaced.
     bool WriteXMLToFile(const boost::filesystem::path& file, bool utf16) const;
     // Writes the document back, as UTF-16, to the file it was loaded from. False for a handler built
     // from a string or when that file no longer exists.
     bool WriteXMLToFile() const;
-    // Replaces out with the document serialised as UTF-16 (not pretty-printed).
+    // Replaces out with the document serialised as UTF-16 (not pretty-printed). False, out unchanged, for
+    // the failures of the serializer named above.
     bool WriteXMLToString(std::wstring& out) const;
     // What WriteXMLToString produces; empty when it fails.
     std::wstring ToString();
@@ -105,6 +126,8 @@ private:
     {
         PlatformInitializer();
     };
+    // The parser with the safety settings and limits described above.
+    class SafeParser;
 
     void Init();
     DOMElement* CreateXMLPathElement(DOMElement* parent, const std::wstring& name);
@@ -112,10 +135,15 @@ private:
     bool FileExists() const;
     bool Serialize(XERCES_CPP_NAMESPACE::XMLFormatTarget& target, const XMLCh* encoding,
                    bool prettyPrint) const;
+    // Parses source into the parser's document; false when the document was refused (the parser then
+    // holds no document).
+    bool Parse(const XERCES_CPP_NAMESPACE::InputSource& source);
+    // Ends a load: false, with the document dropped, when something during it was refused.
+    bool FinishLoad(bool loaded);
 
     PlatformInitializer m_platform;
     // Parsing changes only the parser's document, which const readers may hand out for change.
-    mutable XERCES_CPP_NAMESPACE::XercesDOMParser m_parser;
+    std::unique_ptr<SafeParser> m_parser;
     bool m_valid;
     boost::filesystem::path m_file;
     int m_sourceKind;           // 0 built from a file, 1 built from a string

@@ -4,6 +4,7 @@
 #include "velwin32.h"
 #include "velxmlcharconverter.h"
 #include "velxmlguard.h"
+#include "velxmlhandler.h"
 
 #include <xercesc/dom/DOM.hpp>
 #include <xercesc/util/XMLException.hpp>
@@ -59,6 +60,18 @@ DOMElement* FirstChildElementNamed(const DOMNode* parent, const XMLCh* name)
         if (IsElementNamed(child, name))
             return static_cast<DOMElement*>(child);
     return nullptr;
+}
+
+// A write of text that XML cannot hold would only fail later, when the document is saved; it is refused
+// now so that what reports success can also be written.
+bool IsWritableText(const std::wstring& text)
+{
+    const std::size_t at = VeLXMLFindForbiddenCharacter(text);
+    if (at == std::wstring::npos)
+        return true;
+    VEL_TRACE(VEL_ERR, "Character U+%04X at position %llu is not allowed in XML!",
+              static_cast<unsigned>(text[at]), static_cast<unsigned long long>(at));
+    return false;
 }
 
 bool HasAttributeValue(const DOMNode* node, const XMLCh* attrName, const XMLCh* attrValue)
@@ -215,6 +228,13 @@ bool CVeLXMLHandlerUtilities::ReadElementNodeText(const DOMElement* element, std
 {
     if (element == nullptr)
         return false;
+    // The text is gathered recursively by the parser library; a branch grown deeper than a loaded document
+    // may be (through DOM calls) is refused rather than risking the stack.
+    if (!VeLXMLWithinDepth(element, CVeLXMLHandler::kMaxElementDepth + 1))
+    {
+        VEL_TRACE(VEL_ERR, "XML element nested deeper than %u levels!", CVeLXMLHandler::kMaxElementDepth);
+        return false;
+    }
     return VeLXMLGuarded(false,
                          [&]()
                          {
@@ -253,7 +273,7 @@ bool CVeLXMLHandlerUtilities::WriteElementNodeText(const DOMDocument* doc, const
 
 bool CVeLXMLHandlerUtilities::WriteElementNodeText(DOMElement* element, const std::wstring& text) const
 {
-    if (element == nullptr)
+    if (element == nullptr || !IsWritableText(text))
         return false;
     return VeLXMLGuarded(false,
                          [&]()
@@ -273,7 +293,7 @@ bool CVeLXMLHandlerUtilities::WriteElementNodeAttribute(const DOMDocument* doc, 
 bool CVeLXMLHandlerUtilities::WriteElementNodeAttribute(DOMElement* element, const std::wstring& name,
                                                         const std::wstring& value) const
 {
-    if (element == nullptr)
+    if (element == nullptr || !IsWritableText(value))
         return false;
     return VeLXMLGuarded(false,
                          [&]()
@@ -414,6 +434,9 @@ bool CVeLXMLHandlerUtilities::AppendNode(DOMDocument* doc, const std::wstring& p
     const XMLChString xmlName = CVeLXMLCharConverter::ToXMLCh(childName);
     for (const AttributeMap& attributes : attributeSets)
     {
+        for (const auto& attribute : attributes)
+            if (!IsWritableText(attribute.second))
+                return false;
         // Each child is made and attached on its own, so the ones before a failing child stay.
         const bool appended = VeLXMLGuarded(
             false,

@@ -54,7 +54,8 @@ public:
     // counts). False (count 0) when the element is missing or has no children.
     bool GetCountOfElements(const DOMDocument* doc, const std::wstring& path, unsigned int& count);
 
-    // Text content of the element (all descendant text joined). False when the element is missing.
+    // Text content of the element (all descendant text joined). False when the element is missing or its
+    // branch is nested deeper than a loaded document may be (CVeLXMLHandler::kMaxElementDepth).
     bool ReadElementNodeText(const DOMDocument* doc, const std::wstring& path, std::wstring& text) const;
     bool ReadElementNodeText(const DOMElement* element, std::wstring& text) const;
     // Value of attribute name; an absent attribute reads as an empty value and still succeeds.
@@ -62,11 +63,14 @@ public:
                                   std::wstring& value) const;
     bool ReadElementNodeAttribute(const DOMElement* element, const std::wstring& name,
                                   std::wstring& value) const;
-    // Replaces all content of the element with one text node. False when the element is missing.
+    // Replaces all content of the element with one text node. False when the element is missing or the
+    // text holds a character that XML forbids (a control other than tab, line feed and carriage return,
+    // U+FFFE, U+FFFF, an unpaired surrogate): such a document could not be written, so nothing changes.
     bool WriteElementNodeText(const DOMDocument* doc, const std::wstring& path,
                               const std::wstring& text) const;
     bool WriteElementNodeText(DOMElement* element, const std::wstring& text) const;
-    // Sets or replaces the attribute. False when the element is missing or name is no attribute name.
+    // Sets or replaces the attribute. False when the element is missing, name is no attribute name or the
+    // value holds a character that XML forbids.
     bool WriteElementNodeAttribute(const DOMDocument* doc, const std::wstring& path, const std::wstring& name,
                                    const std::wstring& value) const;
     bool WriteElementNodeAttribute(DOMElement* element, const std::wstring& name,
@@ -88,8 +92,9 @@ public:
                                            std::vector<AttributeMap>& out);
 
     // Appends one child element childName per map to the element at parentPath, attributes in ascending
-    // name order. An empty list succeeds and changes nothing. False when the parent is missing or an
-    // element cannot be made; the children appended before the failing one stay.
+    // name order. An empty list succeeds and changes nothing. False when the parent is missing, an element
+    // cannot be made or a value holds a character that XML forbids; the children appended before the
+    // failing one stay.
     bool AppendNode(DOMDocument* doc, const std::wstring& parentPath, const std::wstring& childName,
                     const std::vector<AttributeMap>& attributeSets);
 

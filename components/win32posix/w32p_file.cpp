@@ -662,3 +662,194 @@ BOOL GetOverlappedResult(HANDLE, LPOVERLAPPED, LPDWORD, BOOL)
     SetLastError(ERROR_CALL_NOT_IMPLEMENTED);
     return FALSE;
 }
+
+// Renaming a file over another and flushing a file to the disk.
+
+#include <atomic>
+#include <cstdio>
+#include <string>
+
+namespace
+{
+
+constexpr DWORD kKnownMoveFlags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_COPY_ALLOWED |
+                                  MOVEFILE_DELAY_UNTIL_REBOOT | MOVEFILE_WRITE_THROUGH |
+                                  MOVEFILE_CREATE_HARDLINK | MOVEFILE_FAIL_IF_NOT_TRACKABLE;
+
+std::string FolderOf(const std::string& path)
+{
+    const std::size_t slash = path.find_last_of('/');
+    if (slash == std::string::npos)
+        return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// fsync of the folder that holds path, so that a name change in it survives a crash. File systems that
+// cannot sync a folder (EINVAL) have nothing more to do.
+int SyncFolderOf(const std::string& path)
+{
+    const int fd = open(FolderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0)
+        return errno;
+    const int error = fsync(fd) == 0 || errno == EINVAL ? 0 : errno;
+    close(fd);
+    return error;
+}
+
+// The name change itself; without replace it never removes what another process made in the meantime.
+int RenameOnce(const std::string& from, const std::string& to, bool replace)
+{
+    if (replace)
+        return rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
+    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
+        return 0;
+    if (errno != EINVAL)
+        return errno;
+    // A file system without RENAME_NOREPLACE: a hard link fails on an existing name just the same.
+    if (link(from.c_str(), to.c_str()) != 0)
+        return errno;
+    unlink(from.c_str());
+    return 0;
+}
+
+int CopyDescriptor(int in, int out)
+{
+    std::vector<char> buffer(1 << 16);
+    for (;;)
+    {
+        const ssize_t got = read(in, buffer.data(), buffer.size());
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            return errno;
+        if (got == 0)
+            return 0;
+        for (ssize_t done = 0; done < got;)
+        {
+            const ssize_t put = write(out, buffer.data() + done, static_cast<std::size_t>(got - done));
+            if (put < 0 && errno == EINTR)
+                continue;
+            if (put < 0)
+                return errno;
+            done += put;
+        }
+    }
+}
+
+// Moves a regular file to another file system: a complete, flushed copy appears under the new name in one
+// step or not at all; the source is removed afterwards when it can be.
+int CopyAcrossFileSystems(const std::string& from, const std::string& to, const struct stat& source,
+                          bool replace)
+{
+    const int in = open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (in < 0)
+        return errno;
+    static std::atomic<unsigned> counter{0};
+    const std::string temporary = FolderOf(to) + "/.w32p-move-" + std::to_string(getpid()) + "-" +
+                                  std::to_string(counter.fetch_add(1)) + ".tmp";
+    const int out = open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, source.st_mode & 07777);
+    if (out < 0)
+    {
+        const int error = errno;
+        close(in);
+        return error;
+    }
+    int error = CopyDescriptor(in, out);
+    if (error == 0 && fsync(out) != 0)
+        error = errno;
+    close(in);
+    if (close(out) != 0 && error == 0)
+        error = errno;
+    if (error == 0)
+        error = RenameOnce(temporary, to, replace);
+    if (error != 0)
+    {
+        unlink(temporary.c_str());
+        return error;
+    }
+    unlink(from.c_str());
+    return 0;
+}
+
+} // namespace
+
+BOOL MoveFileExW(LPCWSTR existingFileName, LPCWSTR newFileName, DWORD flags)
+{
+    if ((flags & ~kKnownMoveFlags) != 0 || newFileName == nullptr)
+    {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    if (flags & MOVEFILE_DELAY_UNTIL_REBOOT)
+    {
+        SetLastError(ERROR_NOT_SUPPORTED);
+        return FALSE;
+    }
+    std::string from, to;
+    if (!W32pPathToUtf8(existingFileName, from) || from.empty() || !W32pPathToUtf8(newFileName, to) ||
+        to.empty())
+    {
+        SetLastError(ERROR_PATH_NOT_FOUND);
+        return FALSE;
+    }
+    struct stat source, target;
+    if (lstat(from.c_str(), &source) != 0)
+    {
+        SetLastError(W32pPathErrorFromErrno(from, errno));
+        return FALSE;
+    }
+    const bool replace = (flags & MOVEFILE_REPLACE_EXISTING) != 0;
+    if (lstat(to.c_str(), &target) == 0)
+    {
+        if (!replace)
+        {
+            SetLastError(ERROR_ALREADY_EXISTS);
+            return FALSE;
+        }
+        // Windows never replaces a directory, and a read-only file keeps its content.
+        if (S_ISDIR(target.st_mode) || (S_ISREG(target.st_mode) && IsReadOnly(target)))
+        {
+            SetLastError(ERROR_ACCESS_DENIED);
+            return FALSE;
+        }
+    }
+    int error = RenameOnce(from, to, replace);
+    if (error == EXDEV && (flags & MOVEFILE_COPY_ALLOWED) && S_ISREG(source.st_mode))
+        error = CopyAcrossFileSystems(from, to, source, replace);
+    if (error == 0 && (flags & MOVEFILE_WRITE_THROUGH))
+    {
+        error = SyncFolderOf(to);
+        if (error == 0 && FolderOf(from) != FolderOf(to))
+            error = SyncFolderOf(from);
+    }
+    if (error != 0)
+    {
+        SetLastError(error == EEXIST      ? ERROR_ALREADY_EXISTS
+                     : error == ENOTEMPTY ? ERROR_ACCESS_DENIED
+                     : error == ENOENT    ? W32pPathErrorFromErrno(to, error)
+                                          : W32pErrorFromErrno(error));
+        return FALSE;
+    }
+    return TRUE;
+}
+
+BOOL FlushFileBuffers(HANDLE file)
+{
+    std::shared_ptr<FileObject> object = LookupFile(file);
+    if (!object)
+    {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return FALSE;
+    }
+    if (!object->writable)
+    {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return FALSE;
+    }
+    if (fsync(object->fd) != 0 && errno != EINVAL && errno != EROFS)
+    {
+        W32pSetLastErrorFromErrno();
+        return FALSE;
+    }
+    return TRUE;
+}

@@ -172,3 +172,27 @@ W32P_API BOOL GetOverlappedResult(HANDLE file, LPOVERLAPPED overlapped, LPDWORD 
 // For other areas of this layer (file-backed mappings): the descriptor behind a file handle, or -1 with
 // ERROR_INVALID_HANDLE. The descriptor stays owned by the handle.
 W32P_API int W32pFileDescriptorOfHandle(HANDLE file);
+
+// Renaming a file over another and flushing a file to the disk, the two steps of a crash-safe replacement.
+#define MOVEFILE_REPLACE_EXISTING 0x00000001
+#define MOVEFILE_COPY_ALLOWED 0x00000002
+#define MOVEFILE_DELAY_UNTIL_REBOOT 0x00000004
+#define MOVEFILE_WRITE_THROUGH 0x00000008
+#define MOVEFILE_CREATE_HARDLINK 0x00000010
+#define MOVEFILE_FAIL_IF_NOT_TRACKABLE 0x00000020
+
+// Moves or renames a file or a directory in one step (rename(2)): readers see the old object or the new
+// one at newFileName, never a mix. An existing newFileName fails with ERROR_ALREADY_EXISTS unless
+// MOVEFILE_REPLACE_EXISTING is given; even then an existing directory or read-only file there is not
+// replaced (ERROR_ACCESS_DENIED), as on Windows. A symbolic link is moved as a link, and a link at
+// newFileName is replaced, not followed. Across file systems: ERROR_NOT_SAME_DEVICE, unless
+// MOVEFILE_COPY_ALLOWED is given and the source is a regular file, which is then copied (to a temporary
+// name in the destination's folder, flushed, renamed into place) and removed; the source stays when it
+// cannot be removed, as on Windows. MOVEFILE_WRITE_THROUGH returns only after the folders involved are
+// flushed to the disk (fsync); if only that flush fails, the call fails although the name has changed.
+// MOVEFILE_DELAY_UNTIL_REBOOT has no meaning here: ERROR_NOT_SUPPORTED. Unknown flags or a null name:
+// ERROR_INVALID_PARAMETER. Linux differs: a file held open, even exclusively, can still be moved.
+W32P_API BOOL MoveFileExW(LPCWSTR existingFileName, LPCWSTR newFileName, DWORD flags);
+// Writes what the system holds of the file to the disk (fsync). A handle without write access:
+// ERROR_ACCESS_DENIED, as on Windows; pipes and terminals have nothing to flush and succeed.
+W32P_API BOOL FlushFileBuffers(HANDLE file);

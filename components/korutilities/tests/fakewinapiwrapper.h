@@ -210,6 +210,11 @@ public:
     KOR_FAKE_OPERATION(CVeLResult<LONG>, BCryptDestroyHash, (BCRYPT_HASH_HANDLE hash), (hash))
     KOR_FAKE_OPERATION(CVeLResult<LONG>, BCryptDestroyKey, (BCRYPT_KEY_HANDLE key), (key))
 
+    // Crash-safe file replacement.
+    KOR_FAKE_OPERATION(BOOL, MoveFileEx, (LPCWSTR existingFileName, LPCWSTR newFileName, DWORD flags),
+                       (existingFileName, newFileName, flags))
+    KOR_FAKE_OPERATION(BOOL, FlushFileBuffers, (HANDLE file), (file))
+
 private:
     void Record(const char* name) const
     {
