@@ -90,7 +90,7 @@ struct OwnedFd
 
 // Where a path is, for the *at system calls: from the descriptor at (AT_FDCWD: the current directory), the
 // relative or absolute path name. below is set when the path lies below a directory the calling thread
-// is listing: name is then one element, and the operations do not follow a link in it.
+// is listing: name is then one element, and a search of it (FindFirstFileW) does not follow a link in it.
 struct ResolvedPath
 {
     int at = AT_FDCWD;
@@ -105,10 +105,11 @@ bool IsPlainElement(const std::string& element)
 }
 
 // Resolves path (Linux bytes). Below an open search of this thread, the path is walked from that search's
-// descriptor, one element at a time, without following links (openat with O_NOFOLLOW | O_DIRECTORY), so
-// a directory that was listed can't be swapped for a link to somewhere else between listing and acting,
-// and the path may be longer than PATH_MAX. Any other path is used as it is. False, with the last error
-// set, when an element on the way is a link or missing.
+// descriptor, one element at a time, so it may be longer than PATH_MAX; the last element is then acted
+// on relative to its folder's descriptor, and the calls that must not be redirected (deleting, removing,
+// attributes, searching) do not follow a link there, so a directory that was listed can't be swapped for
+// a link to somewhere else between listing and acting. Any other path is used as it is. False, with the
+// last error set, when an element on the way is missing or not a directory.
 bool ResolvePath(const std::string& path, ResolvedPath& out)
 {
     out.at = AT_FDCWD;
@@ -127,22 +128,25 @@ bool ResolvePath(const std::string& path, ResolvedPath& out)
             continue;
         std::vector<std::string> elements;
         std::size_t start = prefix.size();
-        while (start <= path.size())
-        {
-            std::size_t end = path.find('/', start);
-            if (end == std::string::npos)
-                end = path.size();
-            if (end > start)
-                elements.push_back(path.substr(start, end - start));
-            start = end + 1;
-        }
+        if (path.find('/', start) == std::string::npos)
+            elements.emplace_back(path, start); // the common case: one element below the search
+        else
+            while (start <= path.size())
+            {
+                std::size_t end = path.find('/', start);
+                if (end == std::string::npos)
+                    end = path.size();
+                if (end > start)
+                    elements.push_back(path.substr(start, end - start));
+                start = end + 1;
+            }
         if (elements.empty() || !std::all_of(elements.begin(), elements.end(),
                                              [](const std::string& e) { return IsPlainElement(e); }))
             continue; // "." and ".." are left to the ordinary lookup
         int at = search->directoryFd;
         for (std::size_t k = 0; k + 1 < elements.size(); ++k)
         {
-            const int next = openat(at, elements[k].c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+            const int next = openat(at, elements[k].c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
             if (next < 0)
             {
                 const int error = errno;
@@ -324,8 +328,6 @@ HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD shareMode, LPSEC
     // it is cleared again once the descriptor is there, so transfers behave as on an ordinary handle.
     int flags = O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
     flags |= wantWrite ? (wantRead ? O_RDWR : O_WRONLY) : O_RDONLY;
-    if (where.below)
-        flags |= O_NOFOLLOW;
     const mode_t mode = (flagsAndAttributes & FILE_ATTRIBUTE_READONLY) ? 0444 : 0666;
 
     // Creation goes first with O_EXCL, so that "existed before" is known without a race.
@@ -534,10 +536,10 @@ bool ResolveWide(LPCWSTR wide, std::string& path, ResolvedPath& where)
     return ResolvePath(path, where);
 }
 
-// The status of a resolved path; links are followed unless the path lies below an open search.
+// The status of a resolved path, links followed.
 int StatResolved(const ResolvedPath& where, struct stat& st)
 {
-    return fstatat(where.at, where.name.c_str(), &st, where.below ? AT_SYMLINK_NOFOLLOW : 0);
+    return fstatat(where.at, where.name.c_str(), &st, 0);
 }
 
 } // namespace
@@ -706,11 +708,13 @@ BOOL PathIsDirectoryW(LPCWSTR path)
 namespace
 {
 
-// Opens the directory at a resolved path for listing; -1 with errno set on failure.
-int OpenDirectory(const ResolvedPath& where)
+// Opens the directory at a resolved path for reading; -1 with errno set on failure. A search below an open
+// search does not follow a link (noFollowBelow).
+int OpenDirectory(const ResolvedPath& where, bool noFollowBelow)
 {
     return openat(where.at, where.name.c_str(),
-                  O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK | (where.below ? O_NOFOLLOW : 0));
+                  O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK |
+                      (where.below && noFollowBelow ? O_NOFOLLOW : 0));
 }
 
 // Reads the entries of the open directory fd (which stays open) and hands each name to visit until it
@@ -753,7 +757,7 @@ BOOL PathIsDirectoryEmptyW(LPCWSTR path)
     if (!ResolveWide(path, utf8, where))
         return FALSE;
     OwnedFd directory;
-    directory.fd = OpenDirectory(where);
+    directory.fd = OpenDirectory(where, false);
     if (directory.fd < 0)
         return FALSE;
     bool empty = true;
@@ -799,7 +803,7 @@ HANDLE FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData)
     auto search = std::make_shared<FindObject>();
     if (!ResolvePath(directory, where))
         return INVALID_HANDLE_VALUE;
-    search->directoryFd = OpenDirectory(where);
+    search->directoryFd = OpenDirectory(where, true);
     if (search->directoryFd < 0)
     {
         const int error = errno;
