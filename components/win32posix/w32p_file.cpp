@@ -99,9 +99,15 @@ struct ResolvedPath
     OwnedFd holder;
 };
 
+bool IsPlainElement(const char* element, std::size_t length)
+{
+    return length > 0 && !(length == 1 && element[0] == '.') &&
+           !(length == 2 && element[0] == '.' && element[1] == '.');
+}
+
 bool IsPlainElement(const std::string& element)
 {
-    return !element.empty() && element != "." && element != "..";
+    return IsPlainElement(element.data(), element.size());
 }
 
 // Resolves path (Linux bytes). Below an open search of this thread, the path is walked from that search's
@@ -126,20 +132,27 @@ bool ResolvePath(const std::string& path, ResolvedPath& out)
         const std::string& prefix = search->prefix;
         if (path.size() <= prefix.size() || path.compare(0, prefix.size(), prefix) != 0)
             continue;
-        std::vector<std::string> elements;
         std::size_t start = prefix.size();
         if (path.find('/', start) == std::string::npos)
-            elements.emplace_back(path, start); // the common case: one element below the search
-        else
-            while (start <= path.size())
-            {
-                std::size_t end = path.find('/', start);
-                if (end == std::string::npos)
-                    end = path.size();
-                if (end > start)
-                    elements.push_back(path.substr(start, end - start));
-                start = end + 1;
-            }
+        {
+            // The common case, one element right below the search: no walk.
+            if (!IsPlainElement(path.data() + start, path.size() - start))
+                continue;
+            out.at = search->directoryFd;
+            out.name.erase(0, start);
+            out.below = true;
+            return true;
+        }
+        std::vector<std::string> elements;
+        while (start <= path.size())
+        {
+            std::size_t end = path.find('/', start);
+            if (end == std::string::npos)
+                end = path.size();
+            if (end > start)
+                elements.push_back(path.substr(start, end - start));
+            start = end + 1;
+        }
         if (elements.empty() || !std::all_of(elements.begin(), elements.end(),
                                              [](const std::string& e) { return IsPlainElement(e); }))
             continue; // "." and ".." are left to the ordinary lookup
@@ -222,11 +235,6 @@ bool DescribeAt(int directoryFd, const std::string& utf8Path, DWORD& attributes,
     if (attributes == 0)
         attributes = FILE_ATTRIBUTE_NORMAL;
     return true;
-}
-
-bool Describe(const std::string& utf8Path, DWORD& attributes, struct stat& st, bool& isLink)
-{
-    return DescribeAt(AT_FDCWD, utf8Path, attributes, st, isLink);
 }
 
 void FillFindData(const std::wstring& wide, DWORD attributes, const struct stat& st, bool isLink,
