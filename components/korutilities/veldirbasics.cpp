@@ -121,6 +121,14 @@ bool CVeLDirBasics::DeleteTree(const std::wstring& path, bool removeTop,
         fail(path, ERROR_DIRECTORY);
         return false;
     }
+    // A folder's read-only attribute does not protect its entries, as on Windows: it is cleared while the
+    // entries go and, for a folder that stays, set again afterwards.
+    const DWORD ownAttributes = m_api->WAPI_GetFileAttributes(path.c_str());
+    const bool readOnly =
+        ownAttributes != INVALID_FILE_ATTRIBUTES && (ownAttributes & FILE_ATTRIBUTE_READONLY) != 0;
+    if (readOnly && !m_api->WAPI_SetFileAttributes(path.c_str(), FILE_ATTRIBUTE_NORMAL))
+        VEL_TRACE(VEL_ERR, "Resetting file attributs for %s failed: %d", Utf8(path).c_str(),
+                  m_api->WAPI_GetLastError());
 
     WIN32_FIND_DATAW data;
     HANDLE search = m_api->WAPI_FindFirstFile(Join(path, L"*").c_str(), &data);
@@ -141,7 +149,20 @@ bool CVeLDirBasics::DeleteTree(const std::wstring& path, bool removeTop,
             if (IsDotEntry(data.cFileName))
                 continue;
             const std::wstring entry = Join(path, data.cFileName);
-            const DWORD attributes = data.dwFileAttributes;
+            DWORD attributes = data.dwFileAttributes;
+            if ((attributes & FILE_ATTRIBUTE_DIRECTORY) && !(attributes & FILE_ATTRIBUTE_REPARSE_POINT))
+            {
+                // Read again right before descending: a folder replaced by a link since the listing is
+                // removed as a link, never entered.
+                attributes = m_api->WAPI_GetFileAttributes(entry.c_str());
+                if (attributes == INVALID_FILE_ATTRIBUTES)
+                {
+                    const DWORD error = m_api->WAPI_GetLastError();
+                    VEL_TRACE(VEL_ERR, "Deleting of %s failed: %d", Utf8(entry).c_str(), error);
+                    fail(entry, error);
+                    continue;
+                }
+            }
             if ((attributes & FILE_ATTRIBUTE_DIRECTORY) && !(attributes & FILE_ATTRIBUTE_REPARSE_POINT))
             {
                 CVeLFilesystemError nested;
@@ -151,20 +172,11 @@ bool CVeLDirBasics::DeleteTree(const std::wstring& path, bool removeTop,
                     complete = false;
                 }
             }
-            else if (attributes & FILE_ATTRIBUTE_DIRECTORY)
-            {
-                if (!m_api->WAPI_RemoveDirectory(entry.c_str()))
-                {
-                    const DWORD error = m_api->WAPI_GetLastError();
-                    VEL_TRACE(VEL_ERR, "Deleting of %s (Link) failed: %d", Utf8(entry).c_str(), error);
-                    fail(entry, error);
-                }
-            }
+            else if (attributes & FILE_ATTRIBUTE_REPARSE_POINT)
+                RemoveLink(entry, attributes, fail);
             else
             {
-                // A link to a file is deleted as it is: resetting attributes would reach its target.
-                if (!(attributes & FILE_ATTRIBUTE_REPARSE_POINT) &&
-                    !m_api->WAPI_SetFileAttributes(entry.c_str(), FILE_ATTRIBUTE_NORMAL))
+                if (!m_api->WAPI_SetFileAttributes(entry.c_str(), FILE_ATTRIBUTE_NORMAL))
                 {
                     VEL_TRACE(VEL_ERR, "Resetting file attributs for %s failed: %d", Utf8(entry).c_str(),
                               m_api->WAPI_GetLastError());
@@ -181,7 +193,11 @@ bool CVeLDirBasics::DeleteTree(const std::wstring& path, bool removeTop,
     }
 
     if (!complete || !removeTop)
+    {
+        if (readOnly && !removeTop)
+            m_api->WAPI_SetFileAttributes(path.c_str(), ownAttributes);
         return complete;
+    }
     DWORD error = 0;
     if (!RemoveEmptiedDirectory(path, error))
     {
@@ -189,6 +205,27 @@ bool CVeLDirBasics::DeleteTree(const std::wstring& path, bool removeTop,
         return false;
     }
     return true;
+}
+
+template <typename Fail>
+void CVeLDirBasics::RemoveLink(const std::wstring& entry, DWORD attributes, Fail& fail) const
+{
+    // A link is removed as a link; its target is never touched, not even its attributes.
+    if (attributes & FILE_ATTRIBUTE_DIRECTORY)
+    {
+        if (!m_api->WAPI_RemoveDirectory(entry.c_str()))
+        {
+            const DWORD error = m_api->WAPI_GetLastError();
+            VEL_TRACE(VEL_ERR, "Deleting of %s (Link) failed: %d", Utf8(entry).c_str(), error);
+            fail(entry, error);
+        }
+    }
+    else if (!m_api->WAPI_DeleteFile(entry.c_str()))
+    {
+        const DWORD error = m_api->WAPI_GetLastError();
+        VEL_TRACE(VEL_ERR, "Deleting of %s failed: %d", Utf8(entry).c_str(), error);
+        fail(entry, error);
+    }
 }
 
 bool CVeLDirBasics::RemoveEmptiedDirectory(const std::wstring& path, DWORD& error) const

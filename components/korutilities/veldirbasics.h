@@ -8,7 +8,13 @@
 //
 // Tree deletion: every entry is tried, also after one has failed, so as much as possible is removed; a
 // directory with an entry that could not be removed is not waited for (it can't become empty) and the
-// failure is reported with the first failing element and its error code.
+// failure is reported with the first failing element and its error code. A listed sub-folder's attributes
+// are read again right before it is entered, so a folder swapped for a link after the listing is removed
+// as a link; below that, the system layer resolves the paths of a folder being listed from the listing's
+// open directory without following links, which closes the remaining window and lets trees deeper than
+// the system's path limit go. A folder's read-only attribute does not protect its entries (as on
+// Windows): it is cleared while they go and set again on a folder that stays. Recursion is one level of
+// the call stack per folder level (some hundred bytes each).
 #pragma once
 
 #include "iveldirbasics.h"
@@ -63,6 +69,9 @@ private:
     // failure in firstError; answers whether everything asked for was removed.
     bool DeleteTree(const std::wstring& path, bool removeTop, CVeLFilesystemError& firstError) const;
     CVeLResult<CVeLFilesystemError> RemoveTree(const boost::filesystem::path& path, bool removeTop) const;
+    // Removes the link at entry as a link; failures go to fail(entry, error).
+    template <typename Fail>
+    void RemoveLink(const std::wstring& entry, DWORD attributes, Fail& fail) const;
 
     std::shared_ptr<IVeLWinAPIWrapper> m_api;
     std::shared_ptr<IVeLWaitHelper> m_waitHelper;

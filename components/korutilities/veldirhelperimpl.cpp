@@ -334,8 +334,15 @@ bool CVeLDirHelperImpl::List(std::vector<fs::path>& found, const std::wstring& p
         const fs::path folder = std::move(pending.back());
         pending.pop_back();
         boost::system::error_code error;
-        for (fs::directory_iterator it = m_dirBasics->CreateDirectoryIterator(folder), end; it != end;
-             it.increment(error))
+        fs::directory_iterator it = m_dirBasics->CreateDirectoryIterator(folder);
+        // The basics answer an end iterator also for a folder they could not open; only a folder that
+        // reads empty is empty, or the listing would silently miss what lies below it.
+        if (it == fs::directory_iterator() && !IsEmptyFolder(folder))
+        {
+            VEL_TRACE(VEL_ERR, "Can't Iterate over folder");
+            return false;
+        }
+        for (fs::directory_iterator end; it != end; it.increment(error))
         {
             if (error)
                 break;
@@ -366,6 +373,11 @@ bool CVeLDirHelperImpl::List(std::vector<fs::path>& found, const std::wstring& p
     else
         VEL_TRACE(VEL_DBG1, "%d Files found at %s", static_cast<int>(found.size()), Utf8(m_path).c_str());
     return true;
+}
+
+bool CVeLDirHelperImpl::IsEmptyFolder(const fs::path& folder) const
+{
+    return m_api && m_api->WAPI_PathIsDirectoryEmpty(CVeLPathConverter::ToWide(folder).c_str());
 }
 
 void CVeLDirHelperImpl::Reset(fs::path path, bool flag)

@@ -17,6 +17,12 @@
 //   one by one. Other paths, and every path with Create(false), are created level by level from the root.
 // - Remove and RemoveSiblings refuse a path that is itself a symbolic link to a directory (a failed result
 //   with the link-detected flag), since removing through it would empty the link's target.
+// - A listing (and so Copy) fails with "Can't Iterate over folder" when any folder of the tree can't be
+//   opened or read: an incomplete listing is never reported as complete.
+// - Names are reproduced byte for byte: a copy's target paths are the source paths' native text below the
+//   destination, and every facade call reaches the file through the lossless name mapping of
+//   CVeLPathConverter, so a name holding "\", ".." text or bytes that are not UTF-8 stays one element of
+//   its own folder.
 // - Copy copies the matching files of the whole tree, creating the destination and the directories that
 //   receive files; directories without matching files are not created.
 #pragma once
@@ -56,6 +62,8 @@ public:
 
 private:
     bool HasDirBasics() const;
+    // True when folder opens through the facade and holds no entries.
+    bool IsEmptyFolder(const boost::filesystem::path& folder) const;
     // Files (or, with directories set, sub-directories) whose names match pattern.
     bool List(std::vector<boost::filesystem::path>& found, const std::wstring& pattern, bool recursive,
               bool directories) const;

@@ -32,6 +32,14 @@ bool IsPathWriteable(const fs::path& path, bool& statFailed)
     return !statFailed && (status.permissions() & fs::owner_write) != 0;
 }
 
+// A symbolic link itself: its read-only reset would reach the target, which removing or replacing the
+// link must leave as it is.
+bool IsLink(const fs::path& path)
+{
+    boost::system::error_code error;
+    return fs::symlink_status(path, error).type() == fs::symlink_file && !error;
+}
+
 } // namespace
 
 CVeLFileHelperImpl::CVeLFileHelperImpl(std::shared_ptr<IVeLWinAPIWrapper> api,
@@ -285,7 +293,7 @@ bool CVeLFileHelperImpl::ReadContent(boost::shared_ptr<unsigned char>& buffer, U
                                 : nullptr;
     if (memory == nullptr)
     {
-        VEL_TRACE(VEL_ERR, "Could not allocate memory with size %d", fileSize);
+        VEL_TRACE(VEL_ERR, "Could not allocate memory with size %llu", fileSize);
         return false;
     }
     boost::shared_ptr<unsigned char> content(memory, [](unsigned char* p) { delete[] p; });
@@ -315,14 +323,20 @@ bool CVeLFileHelperImpl::ReadContent(std::wstring& content) const
 
 bool CVeLFileHelperImpl::WriteUtf8Content(const std::wstring& content)
 {
-    boost::shared_ptr<char> utf8;
-    if (!CVeLStringConverter::ConvertStdWString2UTF8Chars(content, utf8))
+    // Every byte of the text is written, embedded zeros included: the length is the converted text's,
+    // never the distance to its first zero.
+    const std::string utf8 = CVeLStringConverter::ConvertStdWStringToStdString(content);
+    if (utf8.empty() && !content.empty())
     {
         VEL_TRACE(VEL_ERR, "Invalid conversion!");
         return false;
     }
-    return WriteContent(reinterpret_cast<const unsigned char*>(utf8.get()),
-                        static_cast<ULONG>(std::strlen(utf8.get())));
+    if (utf8.size() > std::numeric_limits<ULONG>::max())
+    {
+        VEL_TRACE(VEL_ERR, "Invalid parameter");
+        return false;
+    }
+    return WriteContent(reinterpret_cast<const unsigned char*>(utf8.data()), static_cast<ULONG>(utf8.size()));
 }
 
 bool CVeLFileHelperImpl::ReadUtf8Content(std::wstring& content) const
@@ -384,6 +398,8 @@ bool CVeLFileHelperImpl::ResetReadOnly(const fs::path& path) const
 
 bool CVeLFileHelperImpl::ResetReadOnlyIfNeeded(const fs::path& path) const
 {
+    if (IsLink(path))
+        return true;
     bool statFailed = false;
     if (IsPathWriteable(path, statFailed) || statFailed)
         return true;

@@ -47,6 +47,7 @@ DWORD W32pErrorFromErrno(int error)
         return ERROR_INVALID_PARAMETER;
     case ENOSPC:
     case EDQUOT:
+    case EFBIG:
         return ERROR_DISK_FULL;
     case ENOSYS:
         return ERROR_CALL_NOT_IMPLEMENTED;
@@ -74,6 +75,11 @@ DWORD W32pErrorFromErrno(int error)
         return ERROR_WAIT_NO_CHILDREN;
     case ESRCH:
         return ERROR_INVALID_PARAMETER;
+    case EIO:
+        return ERROR_IO_DEVICE;
+    case ENXIO:
+    case ENODEV:
+        return ERROR_NOT_READY;
     case EILSEQ:
         return ERROR_NO_UNICODE_TRANSLATION;
     default:

@@ -30,6 +30,13 @@ struct FileObject : W32pObject
     }
     ~FileObject() override
     {
+        if (!deletePath.empty())
+        {
+            // Only the file this handle opened is removed, not one put in its place since.
+            struct stat st;
+            if (lstat(deletePath.c_str(), &st) == 0 && st.st_dev == device && st.st_ino == inode)
+                unlink(deletePath.c_str());
+        }
         if (ownsDescriptor)
             close(fd); // also releases the sharing lock of this open file description
     }
@@ -38,16 +45,149 @@ struct FileObject : W32pObject
     const bool readable;
     const bool writable;
     const bool regularFile; // reads loop until the count is met only on regular files
+    // FILE_FLAG_DELETE_ON_CLOSE: the path to remove at close and the identity of the file it named; set
+    // once before the handle is published.
+    std::string deletePath;
+    dev_t device = 0;
+    ino_t inode = 0;
 };
 
 // The result of one directory search, taken at FindFirstFileW; FindNextFileW walks it.
+// It keeps the listed directory open, so that the calling thread's later calls on paths below it resolve
+// from that descriptor (see ResolvePath).
 struct FindObject : W32pObject
 {
     FindObject() : W32pObject(W32pKind::FindFile) {}
+    ~FindObject() override
+    {
+        if (directoryFd >= 0)
+            close(directoryFd);
+    }
     std::mutex lock;                       // guards next
     std::vector<WIN32_FIND_DATAW> entries; // fixed after construction
     std::size_t next = 0;
+    int directoryFd = -1; // the listed directory; fixed after construction
+    std::string prefix;   // its path as given, ending in "/"; fixed after construction
 };
+
+// The searches the calling thread opened, newest last. Only the opening thread resolves through them, so a
+// search never changes what another thread's path names.
+thread_local std::vector<std::weak_ptr<FindObject>> t_openSearches;
+
+// An owned descriptor of an intermediate directory met while resolving a path.
+struct OwnedFd
+{
+    OwnedFd() = default;
+    OwnedFd(const OwnedFd&) = delete;
+    OwnedFd& operator=(const OwnedFd&) = delete;
+    ~OwnedFd()
+    {
+        if (fd >= 0)
+            close(fd);
+    }
+    int fd = -1;
+};
+
+// Where a path is, for the *at system calls: from the descriptor at (AT_FDCWD: the current directory), the
+// relative or absolute path name. below is set when the path lies below a directory the calling thread
+// is listing: name is then one element, and a search of it (FindFirstFileW) does not follow a link in it.
+struct ResolvedPath
+{
+    int at = AT_FDCWD;
+    std::string name;
+    bool below = false;
+    OwnedFd holder;
+};
+
+bool IsPlainElement(const char* element, std::size_t length)
+{
+    return length > 0 && !(length == 1 && element[0] == '.') &&
+           !(length == 2 && element[0] == '.' && element[1] == '.');
+}
+
+bool IsPlainElement(const std::string& element)
+{
+    return IsPlainElement(element.data(), element.size());
+}
+
+// Resolves path (Linux bytes). Below an open search of this thread, the path is walked from that search's
+// descriptor, one element at a time, so it may be longer than PATH_MAX; the last element is then acted
+// on relative to its folder's descriptor, and the calls that must not be redirected (deleting, removing,
+// attributes, searching) do not follow a link there, so a directory that was listed can't be swapped for
+// a link to somewhere else between listing and acting. Any other path is used as it is. False, with the
+// last error set, when an element on the way is missing or not a directory.
+bool ResolvePath(const std::string& path, ResolvedPath& out)
+{
+    out.at = AT_FDCWD;
+    out.name = path;
+    out.below = false;
+    for (std::size_t i = t_openSearches.size(); i-- > 0;)
+    {
+        std::shared_ptr<FindObject> search = t_openSearches[i].lock();
+        if (!search)
+        {
+            t_openSearches.erase(t_openSearches.begin() + static_cast<std::ptrdiff_t>(i));
+            continue;
+        }
+        const std::string& prefix = search->prefix;
+        if (path.size() <= prefix.size() || path.compare(0, prefix.size(), prefix) != 0)
+            continue;
+        std::size_t start = prefix.size();
+        if (path.find('/', start) == std::string::npos)
+        {
+            // The common case, one element right below the search: no walk.
+            if (!IsPlainElement(path.data() + start, path.size() - start))
+                continue;
+            out.at = search->directoryFd;
+            out.name.erase(0, start);
+            out.below = true;
+            return true;
+        }
+        std::vector<std::string> elements;
+        while (start <= path.size())
+        {
+            std::size_t end = path.find('/', start);
+            if (end == std::string::npos)
+                end = path.size();
+            if (end > start)
+                elements.push_back(path.substr(start, end - start));
+            start = end + 1;
+        }
+        if (elements.empty() || !std::all_of(elements.begin(), elements.end(),
+                                             [](const std::string& e) { return IsPlainElement(e); }))
+            continue; // "." and ".." are left to the ordinary lookup
+        int at = search->directoryFd;
+        for (std::size_t k = 0; k + 1 < elements.size(); ++k)
+        {
+            const int next = openat(at, elements[k].c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+            if (next < 0)
+            {
+                const int error = errno;
+                SetLastError(error == ENOENT || error == ENOTDIR || error == ELOOP
+                                 ? ERROR_PATH_NOT_FOUND
+                                 : W32pErrorFromErrno(error));
+                return false;
+            }
+            if (out.holder.fd >= 0)
+                close(out.holder.fd);
+            out.holder.fd = next;
+            at = next;
+        }
+        out.at = at;
+        out.name = elements.back();
+        out.below = true;
+        return true;
+    }
+    return true;
+}
+
+// The Win32 error for a failed operation on a resolved path.
+DWORD ResolvedErrorFromErrno(const ResolvedPath& resolved, int error)
+{
+    if (resolved.below)
+        return error == ENOENT ? ERROR_FILE_NOT_FOUND : W32pErrorFromErrno(error);
+    return W32pPathErrorFromErrno(resolved.name, error);
+}
 
 bool IsReadOnly(const struct stat& st)
 {
@@ -95,11 +235,6 @@ bool DescribeAt(int directoryFd, const std::string& utf8Path, DWORD& attributes,
     if (attributes == 0)
         attributes = FILE_ATTRIBUTE_NORMAL;
     return true;
-}
-
-bool Describe(const std::string& utf8Path, DWORD& attributes, struct stat& st, bool& isLink)
-{
-    return DescribeAt(AT_FDCWD, utf8Path, attributes, st, isLink);
 }
 
 void FillFindData(const std::wstring& wide, DWORD attributes, const struct stat& st, bool isLink,
@@ -186,14 +321,20 @@ HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD shareMode, LPSEC
     const bool create = creationDisposition == CREATE_NEW || creationDisposition == CREATE_ALWAYS ||
                         creationDisposition == OPEN_ALWAYS;
     const bool truncate = creationDisposition == CREATE_ALWAYS || creationDisposition == TRUNCATE_EXISTING;
+    const bool deleteOnClose = (flagsAndAttributes & FILE_FLAG_DELETE_ON_CLOSE) != 0;
     if (creationDisposition < CREATE_NEW || creationDisposition > TRUNCATE_EXISTING ||
         (truncate && !wantWrite))
     {
         SetLastError(ERROR_INVALID_PARAMETER);
         return INVALID_HANDLE_VALUE;
     }
+    ResolvedPath where;
+    if (!ResolvePath(path, where))
+        return INVALID_HANDLE_VALUE;
 
-    int flags = O_CLOEXEC | O_NOCTTY;
+    // O_NONBLOCK keeps the open itself from waiting (a FIFO without a peer, a device that is not ready);
+    // it is cleared again once the descriptor is there, so transfers behave as on an ordinary handle.
+    int flags = O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
     flags |= wantWrite ? (wantRead ? O_RDWR : O_WRONLY) : O_RDONLY;
     const mode_t mode = (flagsAndAttributes & FILE_ATTRIBUTE_READONLY) ? 0444 : 0666;
 
@@ -202,25 +343,28 @@ HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD shareMode, LPSEC
     int fd = -1;
     if (create)
     {
-        fd = open(path.c_str(), flags | O_CREAT | O_EXCL, mode);
+        fd = openat(where.at, where.name.c_str(), flags | O_CREAT | O_EXCL, mode);
         if (fd >= 0)
             existed = false;
         else if (errno != EEXIST || creationDisposition == CREATE_NEW)
         {
             const int error = errno;
-            SetLastError(error == EEXIST ? ERROR_FILE_EXISTS : W32pPathErrorFromErrno(path, error));
+            SetLastError(error == EEXIST ? ERROR_FILE_EXISTS : ResolvedErrorFromErrno(where, error));
             return INVALID_HANDLE_VALUE;
         }
     }
     if (fd < 0)
     {
-        fd = open(path.c_str(), flags, 0);
+        fd = openat(where.at, where.name.c_str(), flags, 0);
         if (fd < 0)
         {
-            SetLastError(W32pPathErrorFromErrno(path, errno));
+            SetLastError(ResolvedErrorFromErrno(where, errno));
             return INVALID_HANDLE_VALUE;
         }
     }
+    const int statusFlags = fcntl(fd, F_GETFL);
+    if (statusFlags != -1)
+        fcntl(fd, F_SETFL, statusFlags & ~O_NONBLOCK);
 
     struct stat st;
     if (fstat(fd, &st) != 0)
@@ -230,7 +374,7 @@ HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD shareMode, LPSEC
         return INVALID_HANDLE_VALUE;
     }
     // Root passes every permission check of Linux; the read-only attribute must hold for it as well.
-    if ((existed && wantWrite && IsReadOnly(st)) ||
+    if ((existed && (wantWrite || deleteOnClose) && IsReadOnly(st)) ||
         (S_ISDIR(st.st_mode) && !(flagsAndAttributes & FILE_FLAG_BACKUP_SEMANTICS)))
     {
         close(fd);
@@ -258,6 +402,12 @@ HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD shareMode, LPSEC
     }
 
     auto object = std::make_shared<FileObject>(fd, true, wantRead, wantWrite, S_ISREG(st.st_mode));
+    if (deleteOnClose && !S_ISDIR(st.st_mode))
+    {
+        object->deletePath = path;
+        object->device = st.st_dev;
+        object->inode = st.st_ino;
+    }
     HANDLE handle = W32pInsertHandle(object);
     if (handle == nullptr)
         return INVALID_HANDLE_VALUE; // the object closes the descriptor
@@ -379,15 +529,36 @@ int W32pFileDescriptorOfHandle(HANDLE file)
     return object ? object->fd : -1;
 }
 
+namespace
+{
+
+// The common start of the path-taking functions: the Linux form of a wide path, resolved. An empty or null
+// path: ERROR_PATH_NOT_FOUND.
+bool ResolveWide(LPCWSTR wide, std::string& path, ResolvedPath& where)
+{
+    if (!W32pPathToUtf8(wide, path) || path.empty())
+    {
+        SetLastError(ERROR_PATH_NOT_FOUND);
+        return false;
+    }
+    return ResolvePath(path, where);
+}
+
+// The status of a resolved path, links followed.
+int StatResolved(const ResolvedPath& where, struct stat& st)
+{
+    return fstatat(where.at, where.name.c_str(), &st, 0);
+}
+
+} // namespace
+
 BOOL CreateDirectoryW(LPCWSTR pathName, LPSECURITY_ATTRIBUTES /*securityAttributes*/)
 {
     std::string path;
-    if (!W32pPathToUtf8(pathName, path) || path.empty())
-    {
-        SetLastError(ERROR_PATH_NOT_FOUND);
+    ResolvedPath where;
+    if (!ResolveWide(pathName, path, where))
         return FALSE;
-    }
-    if (mkdir(path.c_str(), 0777) != 0)
+    if (mkdirat(where.at, where.name.c_str(), 0777) != 0)
     {
         const int error = errno;
         SetLastError(error == ENOENT ? ERROR_PATH_NOT_FOUND : W32pErrorFromErrno(error));
@@ -399,15 +570,13 @@ BOOL CreateDirectoryW(LPCWSTR pathName, LPSECURITY_ATTRIBUTES /*securityAttribut
 DWORD GetFileAttributesW(LPCWSTR fileName)
 {
     std::string path;
-    if (!W32pPathToUtf8(fileName, path) || path.empty())
-    {
-        SetLastError(ERROR_PATH_NOT_FOUND);
+    ResolvedPath where;
+    if (!ResolveWide(fileName, path, where))
         return INVALID_FILE_ATTRIBUTES;
-    }
     DWORD attributes;
     struct stat st;
     bool isLink;
-    return Describe(path, attributes, st, isLink) ? attributes : INVALID_FILE_ATTRIBUTES;
+    return DescribeAt(where.at, where.name, attributes, st, isLink) ? attributes : INVALID_FILE_ATTRIBUTES;
 }
 
 BOOL GetFileAttributesExW(LPCWSTR fileName, GET_FILEEX_INFO_LEVELS infoLevel, LPVOID information)
@@ -418,15 +587,13 @@ BOOL GetFileAttributesExW(LPCWSTR fileName, GET_FILEEX_INFO_LEVELS infoLevel, LP
         return FALSE;
     }
     std::string path;
-    if (!W32pPathToUtf8(fileName, path) || path.empty())
-    {
-        SetLastError(ERROR_PATH_NOT_FOUND);
+    ResolvedPath where;
+    if (!ResolveWide(fileName, path, where))
         return FALSE;
-    }
     DWORD attributes;
     struct stat st;
     bool isLink;
-    if (!Describe(path, attributes, st, isLink))
+    if (!DescribeAt(where.at, where.name, attributes, st, isLink))
         return FALSE;
     WIN32_FIND_DATAW data;
     FillFindData(std::wstring(), attributes, st, isLink, data);
@@ -443,23 +610,27 @@ BOOL GetFileAttributesExW(LPCWSTR fileName, GET_FILEEX_INFO_LEVELS infoLevel, LP
 BOOL SetFileAttributesW(LPCWSTR fileName, DWORD attributes)
 {
     std::string path;
-    if (!W32pPathToUtf8(fileName, path) || path.empty())
-    {
-        SetLastError(ERROR_PATH_NOT_FOUND);
+    ResolvedPath where;
+    if (!ResolveWide(fileName, path, where))
         return FALSE;
-    }
     struct stat st;
-    if (stat(path.c_str(), &st) != 0)
+    if (fstatat(where.at, where.name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
     {
-        SetLastError(W32pPathErrorFromErrno(path, errno));
+        SetLastError(ResolvedErrorFromErrno(where, errno));
         return FALSE;
     }
+    if (S_ISLNK(st.st_mode))
+        return TRUE; // the link's own attributes: a Linux link has no permissions to change
     mode_t mode = st.st_mode & 07777;
     if (attributes & FILE_ATTRIBUTE_READONLY)
         mode &= ~kWriteBits;
+    else if (S_ISDIR(st.st_mode))
+        mode |= S_IWUSR | S_IXUSR; // a normal folder lets its owner change its entries
     else if (IsReadOnly(st))
         mode |= S_IWUSR;
-    if (mode != (st.st_mode & 07777) && chmod(path.c_str(), mode) != 0)
+    // fchmodat can't refuse to follow a link; the object was just seen not to be one, and a link swapped in
+    // below an open search is refused by O_NOFOLLOW on the way.
+    if (mode != (st.st_mode & 07777) && fchmodat(where.at, where.name.c_str(), mode, 0) != 0)
     {
         W32pSetLastErrorFromErrno();
         return FALSE;
@@ -470,15 +641,13 @@ BOOL SetFileAttributesW(LPCWSTR fileName, DWORD attributes)
 BOOL DeleteFileW(LPCWSTR fileName)
 {
     std::string path;
-    if (!W32pPathToUtf8(fileName, path) || path.empty())
-    {
-        SetLastError(ERROR_PATH_NOT_FOUND);
+    ResolvedPath where;
+    if (!ResolveWide(fileName, path, where))
         return FALSE;
-    }
     struct stat st;
-    if (lstat(path.c_str(), &st) != 0)
+    if (fstatat(where.at, where.name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
     {
-        SetLastError(W32pPathErrorFromErrno(path, errno));
+        SetLastError(ResolvedErrorFromErrno(where, errno));
         return FALSE;
     }
     // Linux lets anyone with write access to the directory unlink a read-only file; Windows does not.
@@ -487,7 +656,7 @@ BOOL DeleteFileW(LPCWSTR fileName)
         SetLastError(ERROR_ACCESS_DENIED);
         return FALSE;
     }
-    if (unlink(path.c_str()) != 0)
+    if (unlinkat(where.at, where.name.c_str(), 0) != 0)
     {
         W32pSetLastErrorFromErrno();
         return FALSE;
@@ -505,10 +674,13 @@ BOOL RemoveDirectoryW(LPCWSTR pathName)
     }
     while (path.size() > 1 && path.back() == '/')
         path.pop_back();
+    ResolvedPath where;
+    if (!ResolvePath(path, where))
+        return FALSE;
     DWORD attributes;
     struct stat st;
     bool isLink;
-    if (!Describe(path, attributes, st, isLink))
+    if (!DescribeAt(where.at, where.name, attributes, st, isLink))
         return FALSE;
     if (!(attributes & FILE_ATTRIBUTE_DIRECTORY))
     {
@@ -520,7 +692,7 @@ BOOL RemoveDirectoryW(LPCWSTR pathName)
         SetLastError(ERROR_ACCESS_DENIED);
         return FALSE;
     }
-    if ((isLink ? unlink(path.c_str()) : rmdir(path.c_str())) != 0)
+    if (unlinkat(where.at, where.name.c_str(), isLink ? 0 : AT_REMOVEDIR) != 0)
     {
         const int error = errno;
         SetLastError(error == EEXIST ? ERROR_DIR_NOT_EMPTY : W32pErrorFromErrno(error));
@@ -532,31 +704,80 @@ BOOL RemoveDirectoryW(LPCWSTR pathName)
 BOOL PathIsDirectoryW(LPCWSTR path)
 {
     std::string utf8;
+    ResolvedPath where;
     struct stat st;
-    if (!W32pPathToUtf8(path, utf8) || utf8.empty() || stat(utf8.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
-        return FALSE;
-    return FILE_ATTRIBUTE_DIRECTORY;
+    const DWORD saved = GetLastError();
+    const bool directory =
+        ResolveWide(path, utf8, where) && StatResolved(where, st) == 0 && S_ISDIR(st.st_mode);
+    SetLastError(saved);
+    return directory ? FILE_ATTRIBUTE_DIRECTORY : FALSE;
 }
+
+namespace
+{
+
+// Opens the directory at a resolved path for reading; -1 with errno set on failure. A search below an open
+// search does not follow a link (noFollowBelow).
+int OpenDirectory(const ResolvedPath& where, bool noFollowBelow)
+{
+    return openat(where.at, where.name.c_str(),
+                  O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK |
+                      (where.below && noFollowBelow ? O_NOFOLLOW : 0));
+}
+
+// Reads the entries of the open directory fd (which stays open) and hands each name to visit until it
+// answers false. False with errno set when the directory can't be read.
+template <typename Visit>
+bool ReadEntries(int fd, Visit visit)
+{
+    const int copy = fcntl(fd, F_DUPFD_CLOEXEC, 0);
+    if (copy < 0)
+        return false;
+    DIR* dir = fdopendir(copy);
+    if (dir == nullptr)
+    {
+        const int error = errno;
+        close(copy);
+        errno = error;
+        return false;
+    }
+    while (true)
+    {
+        errno = 0;
+        struct dirent* entry = readdir(dir);
+        if (entry == nullptr)
+            break;
+        if (!visit(entry->d_name))
+            break;
+    }
+    const int error = errno;
+    closedir(dir);
+    errno = error;
+    return error == 0;
+}
+
+} // namespace
 
 BOOL PathIsDirectoryEmptyW(LPCWSTR path)
 {
     std::string utf8;
-    if (!W32pPathToUtf8(path, utf8) || utf8.empty())
+    ResolvedPath where;
+    if (!ResolveWide(path, utf8, where))
         return FALSE;
-    DIR* dir = opendir(utf8.c_str());
-    if (dir == nullptr)
+    OwnedFd directory;
+    directory.fd = OpenDirectory(where, false);
+    if (directory.fd < 0)
         return FALSE;
     bool empty = true;
-    while (struct dirent* entry = readdir(dir))
-    {
-        if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0)
-        {
-            empty = false;
-            break;
-        }
-    }
-    closedir(dir);
-    return empty ? TRUE : FALSE;
+    const bool read = ReadEntries(directory.fd,
+                                  [&](const char* name)
+                                  {
+                                      if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0)
+                                          return true;
+                                      empty = false;
+                                      return false;
+                                  });
+    return read && empty ? TRUE : FALSE;
 }
 
 HANDLE FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData)
@@ -572,40 +793,57 @@ HANDLE FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData)
         SetLastError(ERROR_FILE_NOT_FOUND);
         return INVALID_HANDLE_VALUE;
     }
-    const std::size_t slash = pattern.rfind('/');
-    std::string directory = slash == std::string::npos ? "." : pattern.substr(0, slash == 0 ? 1 : slash);
-    std::wstring namePattern =
-        W32pUtf8ToWide(slash == std::string::npos ? pattern : pattern.substr(slash + 1));
+    // The name pattern is taken from the wide text as the caller wrote it, so "*" and "?" stay wildcards
+    // while names with those bytes are matched through their carried characters.
+    const std::size_t length = std::wcslen(fileName);
+    std::size_t nameStart = length;
+    while (nameStart > 0 && fileName[nameStart - 1] != L'\\' && fileName[nameStart - 1] != L'/')
+        --nameStart;
+    std::wstring namePattern(fileName + nameStart, fileName + length);
     if (namePattern == L"*.*")
         namePattern = L"*"; // Windows matches names without a dot too
 
-    DIR* dir = opendir(directory.c_str());
-    if (dir == nullptr)
+    const std::size_t slash = pattern.rfind('/');
+    std::string directory = slash == std::string::npos ? "." : pattern.substr(0, slash == 0 ? 1 : slash);
+    while (directory.size() > 1 && directory.back() == '/')
+        directory.pop_back();
+    ResolvedPath where;
+    auto search = std::make_shared<FindObject>();
+    if (!ResolvePath(directory, where))
+        return INVALID_HANDLE_VALUE;
+    search->directoryFd = OpenDirectory(where, true);
+    if (search->directoryFd < 0)
     {
         const int error = errno;
-        SetLastError(error == ENOENT || error == ENOTDIR ? ERROR_PATH_NOT_FOUND : W32pErrorFromErrno(error));
+        SetLastError(error == ENOENT || error == ENOTDIR || error == ELOOP ? ERROR_PATH_NOT_FOUND
+                                                                           : W32pErrorFromErrno(error));
         return INVALID_HANDLE_VALUE;
     }
-    auto search = std::make_shared<FindObject>();
+    search->prefix = directory == "/" ? directory : directory + "/";
     std::vector<WIN32_FIND_DATAW> dots;
     // Entries are examined relative to the open directory: no path walk per entry.
-    const int directoryFd = dirfd(dir);
-    while (struct dirent* entry = readdir(dir))
+    const bool read = ReadEntries(search->directoryFd,
+                                  [&](const char* entry)
+                                  {
+                                      const std::string name = entry;
+                                      const std::wstring wideName = W32pNativeToWide(name);
+                                      if (!WildcardMatch(namePattern.c_str(), wideName.c_str()))
+                                          return true;
+                                      DWORD attributes;
+                                      struct stat st;
+                                      bool isLink;
+                                      if (!DescribeAt(search->directoryFd, name, attributes, st, isLink))
+                                          return true; // removed while we read the directory
+                                      WIN32_FIND_DATAW data;
+                                      FillFindData(wideName, attributes, st, isLink, data);
+                                      (name == "." || name == ".." ? dots : search->entries).push_back(data);
+                                      return true;
+                                  });
+    if (!read)
     {
-        const std::string name = entry->d_name;
-        const std::wstring wideName = W32pUtf8ToWide(name);
-        if (!WildcardMatch(namePattern.c_str(), wideName.c_str()))
-            continue;
-        DWORD attributes;
-        struct stat st;
-        bool isLink;
-        if (!DescribeAt(directoryFd, name, attributes, st, isLink))
-            continue; // removed while we read the directory
-        WIN32_FIND_DATAW data;
-        FillFindData(wideName, attributes, st, isLink, data);
-        (name == "." || name == ".." ? dots : search->entries).push_back(data);
+        W32pSetLastErrorFromErrno();
+        return INVALID_HANDLE_VALUE;
     }
-    closedir(dir);
     std::sort(search->entries.begin(), search->entries.end(), CaseInsensitiveLess);
     std::sort(dots.begin(), dots.end(), CaseInsensitiveLess); // "." before ".."
     search->entries.insert(search->entries.begin(), dots.begin(), dots.end());
@@ -619,6 +857,10 @@ HANDLE FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData)
     HANDLE handle = W32pInsertHandle(search);
     if (handle == nullptr)
         return INVALID_HANDLE_VALUE;
+    t_openSearches.erase(std::remove_if(t_openSearches.begin(), t_openSearches.end(),
+                                        [](const std::weak_ptr<FindObject>& open) { return open.expired(); }),
+                         t_openSearches.end());
+    t_openSearches.push_back(search);
     SetLastError(ERROR_SUCCESS);
     return handle;
 }

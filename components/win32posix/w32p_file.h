@@ -15,6 +15,17 @@
 //   FILE_ATTRIBUTE_NORMAL when nothing else applies. Hidden, system and archive bits do not exist here.
 // - Names compare case-insensitively in wildcard searches, as on Windows, while the file system itself stays
 //   case-sensitive.
+// - Names: every path taken and every name handed out goes through the lossless mapping of w32p_path.h, so
+//   a Linux name holding "\\" or bytes that are not UTF-8 is listed without a separator and reached exactly.
+// - Paths below an open search: while a thread holds a search handle of a directory, its calls on paths
+//   below that directory (as the same text plus "/" or "\\" and plain elements) are resolved from the
+//   search's open directory, so they may be longer than PATH_MAX. In the last element, searching,
+//   deleting, removing and attribute calls never follow a link: a directory swapped for a link after it
+//   was listed is never entered or emptied. Each open search holds one file descriptor.
+// - Opening never waits: a FIFO without a peer or a device that is not ready fails at once
+//   (ERROR_NOT_READY) instead of blocking; transfers on the handle block as usual.
+// - FILE_FLAG_DELETE_ON_CLOSE removes the file when this handle closes, if the path still names the file
+//   it opened; a read-only file can't be opened with it (ERROR_ACCESS_DENIED).
 // - Directory-change notification and overlapped results are not implemented yet and fail with
 //   ERROR_CALL_NOT_IMPLEMENTED.
 // Handles are thread-safe in the Win32 sense: concurrent ReadFile/WriteFile on one handle share its file
@@ -141,8 +152,9 @@ W32P_API BOOL CreateDirectoryW(LPCWSTR pathName, LPSECURITY_ATTRIBUTES securityA
 W32P_API DWORD GetFileAttributesW(LPCWSTR fileName);
 W32P_API BOOL GetFileAttributesExW(LPCWSTR fileName, GET_FILEEX_INFO_LEVELS infoLevel, LPVOID information);
 // Only FILE_ATTRIBUTE_READONLY has an effect: set, it removes every write permission bit; clear
-// (FILE_ATTRIBUTE_NORMAL, or any value without it), it gives the owner write permission back. The other
-// attributes are accepted and ignored. A symbolic link is followed.
+// (FILE_ATTRIBUTE_NORMAL, or any value without it), it gives the owner write permission back, and on a
+// directory also search permission, so its owner can change its entries. The other attributes are accepted
+// and ignored. A symbolic link is not followed: its own attributes are set, which on Linux changes nothing.
 W32P_API BOOL SetFileAttributesW(LPCWSTR fileName, DWORD attributes);
 // Removes a file or a symbolic link. A read-only file or a directory: ERROR_ACCESS_DENIED.
 W32P_API BOOL DeleteFileW(LPCWSTR fileName);

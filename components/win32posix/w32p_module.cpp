@@ -1,5 +1,6 @@
 // Modules: the built-in "ntdll.dll" and dlopen for everything else.
 #include "w32p_module.h"
+#include "w32p_path.h"
 
 #include "w32p_mapping.h"
 #include "w32p_string.h"
@@ -39,10 +40,8 @@ HMODULE LoadLibraryW(LPCWSTR fileName)
     }
     if (IsNtdll(fileName))
         return NtdllModule();
-    const int length = WideCharToMultiByte(CP_UTF8, 0, fileName, -1, nullptr, 0, nullptr, nullptr);
-    std::string narrow(static_cast<std::size_t>(length > 0 ? length : 1), '\0');
-    if (length > 0)
-        WideCharToMultiByte(CP_UTF8, 0, fileName, -1, &narrow[0], length, nullptr, nullptr);
+    std::string narrow;
+    W32pPathToUtf8(fileName, narrow);
     void* module = dlopen(narrow.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (module == nullptr)
         SetLastError(ERROR_MOD_NOT_FOUND);

@@ -1,11 +1,13 @@
 // Processes over posix_spawn and pidfds.
 #include "w32p_process.h"
+#include "w32p_path.h"
 
 #include "w32p_string.h"
 #include "w32p_sync.h"
 #include "w32p_waitable.h"
 
 #include <cerrno>
+#include <cwchar>
 #include <csignal>
 #include <map>
 #include <mutex>
@@ -297,7 +299,8 @@ BOOL CreateProcessW(LPCWSTR applicationName, LPWSTR commandLine, LPSECURITY_ATTR
     std::vector<std::wstring> words = W32pSplitCommandLine(commandLine);
     if (words.empty())
         words.push_back(applicationName);
-    const std::string program = Utf8(applicationName != nullptr ? std::wstring(applicationName) : words[0]);
+    const std::wstring programWide = applicationName != nullptr ? std::wstring(applicationName) : words[0];
+    const std::string program = W32pWideToNative(programWide.data(), programWide.size());
     if (program.empty())
     {
         SetLastError(ERROR_INVALID_PARAMETER);
@@ -326,7 +329,7 @@ BOOL CreateProcessW(LPCWSTR applicationName, LPWSTR commandLine, LPSECURITY_ATTR
     posix_spawn_file_actions_init(&actions);
     if (currentDirectory != nullptr)
     {
-        const std::string directory = Utf8(currentDirectory);
+        const std::string directory = W32pWideToNative(currentDirectory, std::wcslen(currentDirectory));
         struct stat st;
         if (stat(directory.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
         {

@@ -74,7 +74,7 @@ void Fill(DWORD pid, RM_PROCESS_INFO& info)
     std::memset(&info, 0, sizeof info);
     info.Process.dwProcessId = pid;
     info.Process.ProcessStartTime = W32pProcessStartTime(pid);
-    const std::wstring name = W32pUtf8ToWide(W32pProcessImageName(pid));
+    const std::wstring name = W32pNativeToWide(W32pProcessImageName(pid));
     const std::size_t n = std::min<std::size_t>(name.size(), CCH_RM_MAX_APP_NAME);
     std::wmemcpy(info.strAppName, name.data(), n);
     info.ApplicationType = RmConsole;

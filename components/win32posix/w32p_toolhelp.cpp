@@ -58,7 +58,7 @@ std::string BaseName(const std::string& path)
 
 void CopyName(const std::string& name, WCHAR (&out)[MAX_PATH])
 {
-    const std::wstring wide = W32pUtf8ToWide(name);
+    const std::wstring wide = W32pNativeToWide(name);
     const std::size_t n = std::min<std::size_t>(wide.size(), MAX_PATH - 1);
     std::wmemcpy(out, wide.data(), n);
     out[n] = L'\0';
@@ -201,7 +201,7 @@ BOOL QueryFullProcessImageNameW(HANDLE process, DWORD /*flags*/, LPWSTR exeName,
         SetLastError(ERROR_ACCESS_DENIED);
         return FALSE;
     }
-    const std::wstring wide = W32pUtf8ToWide(path);
+    const std::wstring wide = W32pNativeToWide(path);
     if (wide.size() + 1 > *size)
     {
         SetLastError(ERROR_INSUFFICIENT_BUFFER);
@@ -232,7 +232,7 @@ DWORD GetModuleFileNameExW(HANDLE process, HMODULE module, LPWSTR fileName, DWOR
         SetLastError(ERROR_ACCESS_DENIED);
         return 0;
     }
-    std::wstring wide = W32pUtf8ToWide(path);
+    std::wstring wide = W32pNativeToWide(path);
     if (wide.size() >= size)
         wide.resize(size - 1);
     return W32pCopyToBuffer(wide, fileName, size);

@@ -87,6 +87,34 @@ TEST_F(FileHelperTest, BytesAndUtf8RoundTrip)
     EXPECT_TRUE(m_capture.Contains(VEL_ERR, "No writeable content available!"));
 }
 
+TEST_F(FileHelperTest, Utf8ContentKeepsEmbeddedZeros)
+{
+    const fs::path file = Root() / "zeros.txt";
+    CVeLFileHelper helper(file, false);
+    ASSERT_TRUE(helper.Create());
+    const std::wstring text(L"a\0b\u00E4\0", 5);
+    ASSERT_TRUE(helper.WriteUtf8Content(text));
+    EXPECT_EQ(ReadFile(file), std::string("a\0b\xC3\xA4\0", 6));
+    std::wstring back;
+    ASSERT_TRUE(helper.ReadUtf8Content(back));
+    EXPECT_EQ(back, text);
+}
+
+// Removing or overwriting through a link never resets the read-only flag of the link's target.
+TEST_F(FileHelperTest, ReadOnlyResetNeverFollowsALink)
+{
+    const fs::path target = Root() / "target.txt", link = Root() / "link.txt";
+    WriteFile(target, "target");
+    MakeReadOnly(target);
+    fs::create_symlink(target, link);
+    WriteFile(Root() / "source.txt", "source");
+    EXPECT_FALSE(CVeLFileHelper(Root() / "source.txt", false).Copy(link)); // the target stays read-only
+    EXPECT_TRUE(CVeLFileHelper(link, false).Remove());
+    EXPECT_FALSE(fs::exists(fs::symlink_status(link)));
+    EXPECT_EQ(ReadFile(target), "target");
+    EXPECT_FALSE(CVeLFileHelper(target, false).IsWriteable());
+}
+
 TEST_F(FileHelperTest, WritingNeedsAnExistingWriteableFileAndContent)
 {
     const fs::path file = Root() / "later.txt";
