@@ -139,7 +139,7 @@ const char* BaseName(const char* path)
 
 } // namespace
 
-bool BTraceInitialize(const char* first, const char* fourth, const char* segment, std::uint32_t sizeBytes,
+bool BTraceInitialize(const char* first, const char* fourth, const char* segment, std::uint64_t sizeBytes,
                       bool shared, std::uint32_t breakMode, std::uint32_t options)
 {
     Backend& b = ConfiguredBackend();

@@ -84,7 +84,7 @@ struct BTraceInitInfo
     std::string first;
     std::string fourth;
     std::string segment;
-    std::uint32_t sizeBytes = 0;
+    std::uint64_t sizeBytes = 0;
     bool shared = false;
     std::uint32_t breakMode = 0;
     std::uint32_t options = 0;
@@ -102,7 +102,7 @@ struct BTraceRecord
 
 // Starts the back-end for this process. Does nothing (and returns false) if it is already initialised.
 BTRACE_API bool BTraceInitialize(const char* first, const char* fourth, const char* segment,
-                                 std::uint32_t sizeBytes, bool shared, std::uint32_t breakMode,
+                                 std::uint64_t sizeBytes, bool shared, std::uint32_t breakMode,
                                  std::uint32_t options);
 // Ends the back-end's initialised state; a later BTraceInitialize starts it again. Modules stay.
 BTRACE_API void BTraceShutdown();
