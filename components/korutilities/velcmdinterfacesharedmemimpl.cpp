@@ -49,7 +49,9 @@ void CVeLCmdInterfaceSharedMemoryImpl::RefuseSmallBlock()
         VEL_TRACE(VEL_ERR, "Shared Memory is smaller than the command block (%d bytes)!",
                   static_cast<LONG>(size.GetValue()));
         m_mapping = nullptr;
+        return;
     }
+    m_viewLength = 0;
 }
 
 std::wstring CVeLCmdInterfaceSharedMemoryImpl::GetSharedMemoryName()
@@ -64,7 +66,7 @@ bool CVeLCmdInterfaceSharedMemoryImpl::IsSharedMemoryAvailable() const
 
 unsigned char* CVeLCmdInterfaceSharedMemoryImpl::MapBlock(DWORD access) const
 {
-    void* view = m_api->WAPI_MapViewOfFile(m_mapping.GetHandle(), access, 0, 0, 0);
+    void* view = m_api->WAPI_MapViewOfFile(m_mapping.GetHandle(), access, 0, 0, m_viewLength);
     if (view == nullptr)
     {
         const DWORD error = m_api->WAPI_GetLastError();

@@ -12,7 +12,9 @@
 //   is closed, so a foreign object of the same name can never make a read or write run past its end.
 // - A text that cannot be converted to UTF-8 at all (longer than one conversion can take) is refused like
 //   a text that is too long ("Too many data to write").
-// - When the size of the block cannot be queried, the block is used as it is (traced at WRN).
+// - When the size of the block cannot be queried, the block is used as it is (traced at WRN), but every
+//   view then asks for exactly 65537 bytes instead of "the whole section", so that a smaller section fails
+//   to map rather than letting a length read from it reach past its end.
 // - ClearDataMemory maps a view and does not unmap it: each clear leaves one view mapped in the calling
 //   process until it ends. This is how the channel has always behaved, and it is kept.
 // On Linux the named block is a POSIX shared-memory object; it lives while some process holds a handle.
@@ -58,4 +60,7 @@ private:
     std::wstring m_name;
     std::shared_ptr<IVeLWinAPIWrapper> m_api;
     CVeLHANDLE m_mapping;
+    // The bytes each view asks for: 0 (the whole section) once the section is known to hold the block,
+    // otherwise the block's size. Set at construction only.
+    SIZE_T m_viewLength = kBlockSize;
 };

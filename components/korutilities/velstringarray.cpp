@@ -2,21 +2,54 @@
 #include "korutilitesbtracedef.h"
 #include "velwin32.h"
 
+#include <cstddef>
+#include <cstdint>
+#include <new>
+
+namespace
+{
+
+// Whether a table of count buffers of length wide characters each can be asked of the allocator at all: its
+// total size in bytes must be representable. Sizes that fit but exceed the memory still fail at allocation.
+bool FitsInAddressSpace(long count, long length)
+{
+    const std::size_t limit = static_cast<std::size_t>(PTRDIFF_MAX);
+    const std::size_t n = static_cast<std::size_t>(count);
+    const std::size_t bufferBytes = static_cast<std::size_t>(length) * sizeof(wchar_t);
+    if (static_cast<std::size_t>(length) > limit / sizeof(wchar_t) || n > limit / sizeof(wchar_t*))
+        return false;
+    const std::size_t perElement = bufferBytes + sizeof(wchar_t*);
+    return perElement >= bufferBytes && n <= limit / perElement;
+}
+
+} // namespace
+
 CVeLStringArray::CVeLStringArray(long numberOfElements, long maxStringLength)
     : m_table(nullptr), m_maxStringLength(maxStringLength)
 {
-    if (numberOfElements < 1 || maxStringLength < 1)
+    if (numberOfElements < 1 || maxStringLength < 1 || !FitsInAddressSpace(numberOfElements, maxStringLength))
     {
         VEL_TRACE(VEL_ERR, "Invalid parameter");
         return;
     }
-    m_table = new wchar_t*[static_cast<std::size_t>(numberOfElements)];
-    m_buffers.reserve(static_cast<std::size_t>(numberOfElements));
-    for (long i = 0; i < numberOfElements; ++i)
+    // A size the memory cannot hold ends like an impossible one: no elements, nothing kept, nothing thrown.
+    try
     {
-        std::shared_ptr<wchar_t[]> buffer(new wchar_t[static_cast<std::size_t>(maxStringLength)]());
-        m_table[i] = buffer.get();
-        m_buffers.push_back(std::move(buffer));
+        m_table = new wchar_t*[static_cast<std::size_t>(numberOfElements)];
+        m_buffers.reserve(static_cast<std::size_t>(numberOfElements));
+        for (long i = 0; i < numberOfElements; ++i)
+        {
+            std::shared_ptr<wchar_t[]> buffer(new wchar_t[static_cast<std::size_t>(maxStringLength)]());
+            m_table[i] = buffer.get();
+            m_buffers.push_back(std::move(buffer));
+        }
+    }
+    catch (const std::bad_alloc&)
+    {
+        delete[] m_table;
+        m_table = nullptr;
+        std::vector<std::shared_ptr<wchar_t[]>>().swap(m_buffers);
+        VEL_TRACE(VEL_ERR, "Invalid parameter");
     }
 }
 

@@ -13,8 +13,8 @@
 class KORUTILITIES_API CVeLStringArray : public CVeLNonCopyable
 {
 public:
-    // An argument below 1 traces "Invalid parameter" and gives an array of 0 elements (the maximum
-    // length is kept as given).
+    // An argument below 1, or sizes whose table the memory cannot hold, trace "Invalid parameter" and give
+    // an array of 0 elements (the maximum length is kept as given); nothing is thrown or kept.
     CVeLStringArray(long numberOfElements, long maxStringLength);
     ~CVeLStringArray() override;
 

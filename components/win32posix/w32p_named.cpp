@@ -1,14 +1,21 @@
 // The store of named kernel objects in POSIX shared memory (see W32pNamedSegment in w32p_waitable.h).
+//
+// Every object of a user is a file in that user's own folder "/dev/shm/w32p.<euid>" (mode 0700), so no other
+// user can create, replace or read a name in it. The folder and each file are checked on every open: the
+// folder must be a real folder (not a link) owned by the caller and closed to everybody else; a file must be
+// a regular file owned by the caller, closed to everybody else, opened without following a link, and its
+// header must describe an object that fits the file. Anything else was not made by this code for this user
+// and is refused with ERROR_ACCESS_DENIED; it is never used, written to or waited for.
 #include "w32p_waitable.h"
 
 #include "w32p_string.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <cwctype>
 #include <dirent.h>
-#include <ctime>
-#include <atomic>
 #include <fcntl.h>
 #include <map>
 #include <mutex>
@@ -19,7 +26,39 @@
 namespace
 {
 
-const char kShmDir[] = "/dev/shm/";
+// Opens of one name give up after this many rounds (a round ends when the file was removed, abandoned or
+// half set up under our hands) ...
+constexpr int kMaxRounds = 1000;
+// ... or after this many rounds that found a header that is not ready while someone holds the file: that
+// is a creator killed while setting up (its lock is gone, so this clears within moments) or a damaged file.
+constexpr int kMaxMalformedRounds = 20;
+// Rounds after which a retry first sleeps a millisecond, so that a retry never spins.
+constexpr int kQuickRounds = 4;
+
+// Owns one file descriptor.
+class UniqueFd
+{
+public:
+    explicit UniqueFd(int fd = -1) : m_fd(fd) {}
+    ~UniqueFd()
+    {
+        if (m_fd >= 0)
+            close(m_fd);
+    }
+    UniqueFd(const UniqueFd&) = delete;
+    UniqueFd& operator=(const UniqueFd&) = delete;
+    int Get() const { return m_fd; }
+    int Release()
+    {
+        const int fd = m_fd;
+        m_fd = -1;
+        return fd;
+    }
+    explicit operator bool() const { return m_fd >= 0; }
+
+private:
+    int m_fd;
+};
 
 // Locks byte 0 of fd's open file description; type F_RDLCK, F_WRLCK or F_UNLCK. wait blocks until granted.
 bool LockByte0(int fd, short type, bool wait)
@@ -39,11 +78,33 @@ bool LockByte0(int fd, short type, bool wait)
     }
 }
 
-// True when path names the file open at fd (it was not removed or replaced).
-bool StillNamed(int fd, const std::string& path)
+// True when name in dir leads to the file open at fd (it was not removed or replaced).
+bool StillNamed(int dir, int fd, const std::string& name)
 {
     struct stat a, b;
-    return fstat(fd, &a) == 0 && stat(path.c_str(), &b) == 0 && a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+    return fstat(fd, &a) == 0 && fstatat(dir, name.c_str(), &b, AT_SYMLINK_NOFOLLOW) == 0 &&
+           a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+// Only the caller may have made st: it is owned by the caller and nobody else may read, write or enter it.
+bool OwnedAndPrivate(const struct stat& st)
+{
+    return st.st_uid == geteuid() && (st.st_mode & 077) == 0;
+}
+
+// The refusal of a name that this code did not make for this user.
+std::nullptr_t Refuse()
+{
+    SetLastError(ERROR_ACCESS_DENIED);
+    return nullptr;
+}
+
+// Whether errno after opening an entry means that the entry is something we never make (a link, a folder,
+// a file of another user).
+bool IsForeignEntryError(int error)
+{
+    return error == ELOOP || error == EISDIR || error == ENOTDIR || error == EACCES || error == EPERM ||
+           error == ENXIO || error == ETXTBSY || error == EMLINK;
 }
 
 bool StartsWith(const std::wstring& s, const wchar_t* prefix)
@@ -57,7 +118,8 @@ bool StartsWith(const std::wstring& s, const wchar_t* prefix)
     return true;
 }
 
-// The file name for an object name: prefix stripped, UTF-8, with '/', '%' and control bytes escaped.
+// The file name for an object name: prefix stripped, UTF-8, with '/', '%', control bytes and a leading '.'
+// escaped (so that "." and ".." are ordinary names); the empty name is "%".
 bool FileNameOf(LPCWSTR name, std::string& fileName)
 {
     std::wstring wide(name);
@@ -71,11 +133,11 @@ bool FileNameOf(LPCWSTR name, std::string& fileName)
     if (length > 0)
         WideCharToMultiByte(CP_UTF8, 0, wide.c_str(), static_cast<int>(wide.size()), &utf8[0], length,
                             nullptr, nullptr);
-    fileName = W32pNamedFilePrefix();
+    fileName.clear();
     static const char hex[] = "0123456789ABCDEF";
     for (unsigned char c : utf8)
     {
-        if (c == '/' || c == '%' || c < 0x20)
+        if (c == '/' || c == '%' || c < 0x20 || (c == '.' && fileName.empty()))
         {
             fileName += '%';
             fileName += hex[c >> 4];
@@ -84,7 +146,79 @@ bool FileNameOf(LPCWSTR name, std::string& fileName)
         else
             fileName += static_cast<char>(c);
     }
+    if (fileName.empty())
+        fileName = "%";
     return fileName.size() <= 255;
+}
+
+// Opens the calling user's folder of named objects, with create making it on first use. Null (-1) with
+// ERROR_ACCESS_DENIED when that name is anything but a folder of the caller closed to everybody else (made
+// beforehand by another user, a link, a file), ERROR_FILE_NOT_FOUND when it is missing and create is false.
+int OpenUserDir(bool create)
+{
+    const std::string path = W32pNamedObjectDir();
+    if (create && mkdir(path.c_str(), 0700) != 0 && errno != EEXIST)
+    {
+        W32pSetLastErrorFromErrno();
+        return -1;
+    }
+    UniqueFd dir(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!dir)
+    {
+        if (IsForeignEntryError(errno))
+            Refuse();
+        else
+            W32pSetLastErrorFromErrno();
+        return -1;
+    }
+    struct stat st;
+    if (fstat(dir.Get(), &st) != 0 || !S_ISDIR(st.st_mode) || !OwnedAndPrivate(st))
+    {
+        Refuse();
+        return -1;
+    }
+    // Ours and closed to others: give the owner back what a restrictive umask took at creation.
+    if ((st.st_mode & 0700) != 0700 && fchmod(dir.Get(), 0700) != 0)
+    {
+        W32pSetLastErrorFromErrno();
+        return -1;
+    }
+    return dir.Release();
+}
+
+// Opens the object file name in the user's folder dir (creating it empty with create) and checks that it is
+// one of ours. -1 with the Win32 error set otherwise: ERROR_FILE_NOT_FOUND, ERROR_ACCESS_DENIED (not ours,
+// or not a regular file), or the error of the system call.
+int OpenObjectFile(int dir, const std::string& name, bool create)
+{
+    // O_NONBLOCK: a device or FIFO found under the name must not block the open; it is refused below.
+    UniqueFd fd(openat(dir, name.c_str(),
+                       O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | (create ? O_CREAT : 0), 0600));
+    if (!fd)
+    {
+        if (IsForeignEntryError(errno))
+            Refuse();
+        else
+            W32pSetLastErrorFromErrno();
+        return -1;
+    }
+    struct stat st;
+    if (fstat(fd.Get(), &st) != 0 || !S_ISREG(st.st_mode) || !OwnedAndPrivate(st))
+    {
+        Refuse();
+        return -1;
+    }
+    return fd.Release();
+}
+
+// Whether a ready header describes an object that fits a file of fileSize bytes: a known kind, and a
+// section of whole pages that ends within the file (sync objects have none).
+bool HeaderFits(const W32pNamedHeader& header, std::uint64_t fileSize)
+{
+    if (header.kind == static_cast<std::uint32_t>(W32pKind::FileMapping))
+        return header.sectionSize != 0 && header.sectionSize % W32pNamedSegment::kHeaderSize == 0 &&
+               header.sectionSize <= fileSize - W32pNamedSegment::kHeaderSize;
+    return header.kind <= static_cast<std::uint32_t>(W32pKind::Mutex) && header.sectionSize == 0;
 }
 
 // One segment per name in this process, so that every handle of the process sees one mapping of the state.
@@ -109,8 +243,9 @@ Registry& TheRegistry()
 
 // Removes the files of this user's named objects whose holders were all killed, so that they do not stay in
 // /dev/shm until their name is used again. A file anybody holds (or is setting up) cannot be locked
-// exclusively and is left alone. Runs at most once a second per process, from the opens.
-void SweepAbandoned()
+// exclusively and is left alone; entries that are not our files are not touched. Runs at most once a second
+// per process, from the opens.
+void SweepAbandoned(int userDir)
 {
     static std::atomic<std::int64_t> lastSweep{-1};
     struct timespec now;
@@ -118,29 +253,107 @@ void SweepAbandoned()
     std::int64_t last = lastSweep.load();
     if ((last >= 0 && now.tv_sec - last < 1) || !lastSweep.compare_exchange_strong(last, now.tv_sec))
         return;
-    const std::string prefix = W32pNamedFilePrefix();
-    DIR* dir = opendir(kShmDir);
-    if (dir == nullptr)
+    const int listed = fcntl(userDir, F_DUPFD_CLOEXEC, 0);
+    if (listed < 0)
         return;
-    while (dirent* entry = readdir(dir))
+    DIR* entries = fdopendir(listed);
+    if (entries == nullptr)
     {
-        if (std::strncmp(entry->d_name, prefix.c_str(), prefix.size()) != 0)
-            continue;
-        const int fd = openat(dirfd(dir), entry->d_name, O_RDWR | O_CLOEXEC | O_NOFOLLOW);
-        if (fd < 0)
-            continue;
-        if (LockByte0(fd, F_WRLCK, false) && StillNamed(fd, kShmDir + std::string(entry->d_name)))
-            shm_unlink(("/" + std::string(entry->d_name)).c_str());
-        close(fd);
+        close(listed);
+        return;
     }
-    closedir(dir);
+    while (dirent* entry = readdir(entries))
+    {
+        const std::string name = entry->d_name;
+        if (name == "." || name == "..")
+            continue;
+        UniqueFd fd(OpenObjectFile(userDir, name, false));
+        if (fd && LockByte0(fd.Get(), F_WRLCK, false) && StillNamed(userDir, fd.Get(), name))
+            unlinkat(userDir, name.c_str(), 0);
+    }
+    closedir(entries);
+}
+
+// What one round of an open found.
+enum class Round
+{
+    Done,      // the object is open (fd and header set), or the open failed with the Win32 error set
+    Retry,     // the file was removed, replaced or abandoned meanwhile: look again
+    Malformed, // held by someone, but its header is not ready: look again, a limited number of times
+};
+
+// Sets up the object in fd, which this process holds exclusively and has just found empty; keeps the shared
+// lock of a holder afterwards. On success fd is handed over to header's owner.
+Round CreateLocked(int dir, UniqueFd& fd, const std::string& fileName, W32pKind kind, std::uint64_t dataSize,
+                   const std::function<void(W32pNamedHeader&)>& init, W32pNamedHeader*& header)
+{
+    constexpr std::size_t kHeaderSize = W32pNamedSegment::kHeaderSize;
+    // Owner-only whatever the umask made of it; the file is ours, so only a failing system can refuse.
+    if (fchmod(fd.Get(), 0600) != 0 || ftruncate(fd.Get(), static_cast<off_t>(kHeaderSize + dataSize)) != 0)
+    {
+        W32pSetLastErrorFromErrno();
+        unlinkat(dir, fileName.c_str(), 0);
+        return Round::Done;
+    }
+    void* page = mmap(nullptr, kHeaderSize, PROT_READ | PROT_WRITE, MAP_SHARED, fd.Get(), 0);
+    if (page == MAP_FAILED)
+    {
+        W32pSetLastErrorFromErrno();
+        unlinkat(dir, fileName.c_str(), 0);
+        return Round::Done;
+    }
+    header = new (page) W32pNamedHeader();
+    header->kind = static_cast<std::uint32_t>(kind);
+    header->sectionSize = dataSize;
+    if (init)
+        init(*header);
+    __atomic_store_n(&header->magic, W32pNamedSegment::kReadyMagic, __ATOMIC_RELEASE);
+    LockByte0(fd.Get(), F_RDLCK, false); // downgrade: lets openers waiting for us in
+    return Round::Done;
+}
+
+// Joins the object in fd as a holder once any creator or remover is done with it, and checks that its header
+// is ready and fits the file.
+Round JoinHeld(int dir, UniqueFd& fd, const std::string& fileName, W32pNamedHeader*& header)
+{
+    constexpr std::size_t kHeaderSize = W32pNamedSegment::kHeaderSize;
+    if (!LockByte0(fd.Get(), F_RDLCK, true))
+    {
+        W32pSetLastErrorFromErrno();
+        return Round::Done;
+    }
+    struct stat st;
+    if (!StillNamed(dir, fd.Get(), fileName) || fstat(fd.Get(), &st) != 0)
+        return Round::Retry; // removed meanwhile
+    if (st.st_size < static_cast<off_t>(kHeaderSize))
+        return Round::Malformed; // its creator died while setting it up, or it is damaged
+    void* page = mmap(nullptr, kHeaderSize, PROT_READ | PROT_WRITE, MAP_SHARED, fd.Get(), 0);
+    if (page == MAP_FAILED)
+    {
+        W32pSetLastErrorFromErrno();
+        return Round::Done;
+    }
+    auto* mapped = static_cast<W32pNamedHeader*>(page);
+    if (__atomic_load_n(&mapped->magic, __ATOMIC_ACQUIRE) != W32pNamedSegment::kReadyMagic)
+    {
+        munmap(page, kHeaderSize);
+        return Round::Malformed;
+    }
+    if (!HeaderFits(*mapped, static_cast<std::uint64_t>(st.st_size)))
+    {
+        munmap(page, kHeaderSize);
+        Refuse(); // a ready header that does not describe the file: never map beyond its end
+        return Round::Done;
+    }
+    header = mapped;
+    return Round::Done;
 }
 
 } // namespace
 
-std::string W32pNamedFilePrefix()
+std::string W32pNamedObjectDir()
 {
-    return "w32p." + std::to_string(getuid()) + ".";
+    return "/dev/shm/w32p." + std::to_string(geteuid());
 }
 
 std::shared_ptr<W32pNamedSegment> W32pNamedSegment::Open(LPCWSTR name, W32pKind kind, bool create,
@@ -155,9 +368,14 @@ std::shared_ptr<W32pNamedSegment> W32pNamedSegment::Open(LPCWSTR name, W32pKind 
         SetLastError(ERROR_FILENAME_EXCED_RANGE);
         return nullptr;
     }
-    const std::string path = kShmDir + fileName;
-    const std::string shmName = "/" + fileName;
-    SweepAbandoned();
+    UniqueFd dir(OpenUserDir(create));
+    if (!dir)
+    {
+        if (GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_PATH_NOT_FOUND)
+            SetLastError(ERROR_FILE_NOT_FOUND); // no folder yet: no object of this user exists
+        return nullptr;
+    }
+    SweepAbandoned(dir.Get());
 
     Registry& registry = TheRegistry();
     std::lock_guard<std::mutex> guard(registry.lock);
@@ -175,34 +393,27 @@ std::shared_ptr<W32pNamedSegment> W32pNamedSegment::Open(LPCWSTR name, W32pKind 
         }
     }
 
-    for (;;)
+    int malformed = 0;
+    for (int round = 0; round < kMaxRounds && malformed < kMaxMalformedRounds; ++round)
     {
-        int fd = shm_open(shmName.c_str(), O_RDWR | (create ? O_CREAT : 0), 0600);
-        if (fd < 0)
-        {
-            W32pSetLastErrorFromErrno();
+        if (round >= kQuickRounds)
+            usleep(1000);
+        UniqueFd fd(OpenObjectFile(dir.Get(), fileName, create));
+        if (!fd)
             return nullptr;
-        }
-        struct stat st;
-        if (LockByte0(fd, F_WRLCK, false))
+        W32pNamedHeader* header = nullptr;
+        Round outcome;
+        bool creating = false;
+        if (LockByte0(fd.Get(), F_WRLCK, false))
         {
             // Nobody else holds this file: either we just made it, or every holder is gone.
-            if (!StillNamed(fd, path))
-            {
-                close(fd);
+            struct stat st;
+            if (!StillNamed(dir.Get(), fd.Get(), fileName) || fstat(fd.Get(), &st) != 0)
                 continue;
-            }
-            if (fstat(fd, &st) != 0)
-            {
-                W32pSetLastErrorFromErrno();
-                close(fd);
-                return nullptr;
-            }
             if (st.st_size != 0 || !create)
             {
                 // Left behind by holders that were killed: remove it, then act as if it never existed.
-                shm_unlink(shmName.c_str());
-                close(fd);
+                unlinkat(dir.Get(), fileName.c_str(), 0);
                 if (!create)
                 {
                     SetLastError(ERROR_FILE_NOT_FOUND);
@@ -210,69 +421,29 @@ std::shared_ptr<W32pNamedSegment> W32pNamedSegment::Open(LPCWSTR name, W32pKind 
                 }
                 continue;
             }
-            fchmod(fd, 0600); // owner-only whatever the umask made of it
-            if (ftruncate(fd, static_cast<off_t>(kHeaderSize + dataSize)) != 0)
-            {
-                W32pSetLastErrorFromErrno();
-                shm_unlink(shmName.c_str());
-                close(fd);
-                return nullptr;
-            }
-            void* page = mmap(nullptr, kHeaderSize, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-            if (page == MAP_FAILED)
-            {
-                W32pSetLastErrorFromErrno();
-                shm_unlink(shmName.c_str());
-                close(fd);
-                return nullptr;
-            }
-            auto* header = new (page) W32pNamedHeader();
-            header->kind = static_cast<std::uint32_t>(kind);
-            header->sectionSize = dataSize;
-            if (init)
-                init(*header);
-            __atomic_store_n(&header->magic, kReadyMagic, __ATOMIC_RELEASE);
-            LockByte0(fd, F_RDLCK, false); // downgrade: lets openers waiting for us in
-            std::shared_ptr<W32pNamedSegment> segment(new W32pNamedSegment(fd, header, fileName));
-            registry.Remember(fileName, segment);
-            created = true;
-            return segment;
+            creating = true;
+            outcome = CreateLocked(dir.Get(), fd, fileName, kind, dataSize, init, header);
         }
-        // Held by someone: join as a holder once any creator or remover is done with it.
-        if (!LockByte0(fd, F_RDLCK, true))
-        {
-            W32pSetLastErrorFromErrno();
-            close(fd);
-            return nullptr;
-        }
-        if (!StillNamed(fd, path) || fstat(fd, &st) != 0 || st.st_size < static_cast<off_t>(kHeaderSize))
-        {
-            close(fd); // removed meanwhile, or its creator died while setting it up: look again
+        else
+            outcome = JoinHeld(dir.Get(), fd, fileName, header);
+        if (outcome == Round::Malformed)
+            ++malformed;
+        if (outcome != Round::Done)
             continue;
-        }
-        void* page = mmap(nullptr, kHeaderSize, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-        if (page == MAP_FAILED)
-        {
-            W32pSetLastErrorFromErrno();
-            close(fd);
+        if (header == nullptr)
             return nullptr;
-        }
-        auto* header = static_cast<W32pNamedHeader*>(page);
-        if (__atomic_load_n(&header->magic, __ATOMIC_ACQUIRE) != kReadyMagic)
-        {
-            munmap(page, kHeaderSize);
-            close(fd);
-            continue;
-        }
-        std::shared_ptr<W32pNamedSegment> segment(new W32pNamedSegment(fd, header, fileName));
+        std::shared_ptr<W32pNamedSegment> segment(new W32pNamedSegment(fd.Release(), header, fileName));
         if (header->kind != static_cast<std::uint32_t>(kind))
         {
             SetLastError(ERROR_INVALID_HANDLE);
             return nullptr; // the segment's destructor drops our hold
         }
         registry.Remember(fileName, segment);
+        created = creating;
         return segment;
     }
+    // Still half set up or damaged after every round: a file we cannot trust.
+    return Refuse();
 }
 
 W32pNamedSegment::~W32pNamedSegment()
@@ -280,7 +451,11 @@ W32pNamedSegment::~W32pNamedSegment()
     // Takes no registry lock (a segment may end while Open holds it); Open drops expired entries instead.
     munmap(m_header, kHeaderSize);
     // The last holder anywhere removes the name; the exclusive lock proves nobody else holds it.
-    if (LockByte0(m_fd, F_WRLCK, false) && StillNamed(m_fd, kShmDir + m_fileName))
-        shm_unlink(("/" + m_fileName).c_str());
+    if (LockByte0(m_fd, F_WRLCK, false))
+    {
+        UniqueFd dir(OpenUserDir(false));
+        if (dir && StillNamed(dir.Get(), m_fd, m_fileName))
+            unlinkat(dir.Get(), m_fileName.c_str(), 0);
+    }
     close(m_fd);
 }

@@ -1,12 +1,14 @@
 // Events, semaphores and mutexes, the wait functions, Sleep and critical sections.
 //
 // Objects live while a handle (or a wait in progress) refers to them. Named objects share one namespace with
-// file mappings and are visible to every process of the same user: their state lives in POSIX shared memory
-// created owner-only (mode 0600). A named object exists exactly while some process holds a handle to it; a
-// holder killed with SIGKILL counts as gone (its file is removed by the last closer, or by the next create or
-// open in any process when every holder was killed). Linux has no sessions, so "Local\x", "Global\x" and "x"
-// all name the same object. Names are case-sensitive. Security attributes and access masks are accepted and
-// ignored: every handle has full access, and handles are not inherited by child processes.
+// file mappings and are visible to every process of the same user: their state lives in POSIX shared memory,
+// in a folder of the user's own (mode 0700) that no other user can put a name into; a name found there that
+// this code did not make for the user is refused with ERROR_ACCESS_DENIED. A named object exists exactly
+// while some process holds a handle to it; a holder killed with SIGKILL counts as gone (its file is removed
+// by the last closer, or by the next create or open in any process when every holder was killed). Linux has
+// no sessions, so "Local\x", "Global\x" and "x" all name the same object. Names are case-sensitive. Security
+// attributes and access masks are accepted and ignored: every handle has full access, and handles are not
+// inherited by child processes.
 //
 // Waits sleep in the kernel on futexes, never poll, and measure time-outs on the monotonic clock. All
 // functions are thread-safe.

@@ -65,8 +65,11 @@ std::shared_ptr<W32pWaitable> W32pLookupWaitable(HANDLE handle);
 // The calling thread's kernel thread id.
 std::uint32_t W32pThreadId();
 
-// A named object: a shared-memory file "/dev/shm/w32p.<uid>.<name>" holding a header page (kind, sizes and
-// the object's state) followed, for file mappings, by the section's bytes.
+// A named object: a shared-memory file "/dev/shm/w32p.<euid>/<name>" holding a header page (kind, sizes and
+// the object's state) followed, for file mappings, by the section's bytes. The folder (mode 0700) belongs to
+// the user, so no other user can create, replace or read a name in it; the folder and each file are checked
+// on every open (owner, type, mode, no link followed, a header that fits the file), and what fails a check
+// is refused with ERROR_ACCESS_DENIED, never used.
 //
 // Lifetime: each process that holds the object keeps one descriptor of the file with a shared open-file-
 // description lock on byte 0 (the kernel drops it when the process ends, however it ends). A process that
@@ -95,7 +98,9 @@ public:
     // with a section of dataSize bytes after the header and runs init on the fresh header. One segment per
     // name and process: a second open in the same process shares the first. created tells whether this call
     // made it. Null with the Win32 error set: ERROR_FILE_NOT_FOUND (unknown name, no create),
-    // ERROR_INVALID_HANDLE (name of another kind), or the error of the failing system call.
+    // ERROR_INVALID_HANDLE (name of another kind), ERROR_ACCESS_DENIED (the name, or the user's folder, was
+    // not made by this code for this user, or its header is damaged), or the error of the failing system
+    // call.
     static std::shared_ptr<W32pNamedSegment> Open(LPCWSTR name, W32pKind kind, bool create,
                                                   std::uint64_t dataSize,
                                                   const std::function<void(W32pNamedHeader&)>& init,
@@ -106,7 +111,7 @@ public:
 
     W32pNamedHeader& Header() const { return *m_header; }
     int Fd() const { return m_fd; }
-    // The file name under /dev/shm (for tests that look there).
+    // The file name in the user's folder (for tests that look there).
     const std::string& FileName() const { return m_fileName; }
 
 private:
@@ -119,8 +124,8 @@ private:
     const std::string m_fileName;
 };
 
-// The prefix of every file of named objects of the calling user under /dev/shm (for tests).
-std::string W32pNamedFilePrefix();
+// The folder of the calling user's named objects, "/dev/shm/w32p.<euid>" (for tests).
+std::string W32pNamedObjectDir();
 
 // An object that is signalled once, at its end, and stays so (threads and processes): waits never change it.
 class W32pEndable : public W32pWaitable

@@ -78,6 +78,14 @@ TEST_F(BTraceToolTest, StartsTheBackEndRegistersKorswThenMainAndTakesWideStrings
     EXPECT_EQ(info.segment, "seg\xE2\x82\xAC");
     EXPECT_EQ(info.fourth, "\xF0\x9F\x98\x80");
     EXPECT_EQ(info.sizeBytes, 2048u);
+
+    // Sizes of 4 GiB and more reach the back-end whole instead of wrapping to a few bytes or to 0.
+    CVeLBTraceTool::ShutdownBTrace();
+    EXPECT_TRUE(CVeLBTraceTool::InitializeBTrace(std::string("a"), "s", 4u * 1024u * 1024u, "b"));
+    EXPECT_EQ(BTraceGetInitInfo().sizeBytes, 4ull << 30);
+    CVeLBTraceTool::ShutdownBTrace();
+    EXPECT_TRUE(CVeLBTraceTool::InitializeBTrace(std::string("a"), "s", 0xFFFFFFFFu, "b"));
+    EXPECT_EQ(BTraceGetInitInfo().sizeBytes, 0xFFFFFFFFull * 1024u);
 }
 
 TEST_F(BTraceToolTest, BreakModeOnlyForExactlyOne)

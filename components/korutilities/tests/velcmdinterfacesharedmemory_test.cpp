@@ -277,6 +277,37 @@ TEST_F(SharedMemoryChannelFacade, UnknownBlockSizeStillLeavesAUsableChannel)
     EXPECT_TRUE(channel.WriteDataToMemory(L"ok"));
 }
 
+TEST_F(SharedMemoryChannelFacade, HostileLengthInABlockOfUnknownSizeNeverReadsPastItsEnd)
+{
+    // A section of one page whose length field claims the longest text, and no way to learn its size.
+    const std::wstring name = UniqueName("chan_short");
+    CVeLWinAPIWrapper real;
+    HANDLE small =
+        real.WAPI_CreateFileMapping(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 4096, name.c_str());
+    ASSERT_NE(small, nullptr);
+    auto* bytes = static_cast<unsigned char*>(real.WAPI_MapViewOfFile(small, FILE_MAP_ALL_ACCESS, 0, 0, 0));
+    ASSERT_NE(bytes, nullptr);
+    std::memset(bytes, 'A', 4096);
+    bytes[0] = bytes[1] = 0xFF;
+    fake->OnNTGetSizeOfSharedMemory = [](HANDLE) { return CVeLResult<__int64>(); };
+    BTraceCapture capture;
+    for (bool create : {false, true})
+    {
+        CVeLCmdInterfaceSharedMemoryImpl channel(fake, create, name);
+        ASSERT_TRUE(channel.IsSharedMemoryAvailable());
+        std::wstring text = L"kept";
+        EXPECT_FALSE(channel.ReadDataFromMemory(text));
+        EXPECT_EQ(text, L"kept");
+        EXPECT_FALSE(channel.WriteDataToMemory(std::wstring(5000, L'x')));
+        EXPECT_FALSE(channel.ClearDataMemory());
+    }
+    EXPECT_EQ(capture.Count(VEL_ERR, "MapViewOfFile failed (code= 0x00000005)!"), 6u);
+    EXPECT_EQ(bytes[0], 0xFF);
+    EXPECT_EQ(bytes[4095], 'A');
+    real.WAPI_UnmapViewOfFile(bytes);
+    real.WAPI_CloseHandle(small);
+}
+
 // Every system object the channel uses comes from the facade: with a facade that serves the block from
 // test memory, the channel works and no real object of that name exists.
 TEST_F(SharedMemoryChannelFacade, ReachesTheSystemOnlyThroughTheFacade)

@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
+#include <memory>
+
 TEST(CVeLStringArray, ElementsAreZeroFilledBuffersOfTheMaximumLength)
 {
     CVeLStringArray array(3, 5);
@@ -49,4 +52,22 @@ TEST(CVeLStringArray, InvalidSizesGiveAnEmptyArray)
     EXPECT_EQ(zeroLength.GetNumberOfElements(), 0);
     EXPECT_EQ(capture.Count(VEL_ERR, "Invalid parameter"), 2u);
     EXPECT_FALSE(none.SetString(0, L"x"));
+}
+
+TEST(CVeLStringArray, ImpossibleSizesGiveAnEmptyArrayWithoutThrowing)
+{
+    BTraceSetLevel(&g_korutilitiesTraceModule, BTRACE_DBG3);
+    BTraceCapture capture;
+    const long sizes[][2] = {
+        {2, LONG_MAX}, {LONG_MAX, 2}, {LONG_MAX, LONG_MAX}, {LONG_MAX / 8, 1}, {2, LONG_MAX / 4}};
+    for (const auto& size : sizes)
+    {
+        std::unique_ptr<CVeLStringArray> array;
+        EXPECT_NO_THROW(array.reset(new CVeLStringArray(size[0], size[1])));
+        ASSERT_TRUE(array);
+        EXPECT_EQ(array->GetNumberOfElements(), 0);
+        EXPECT_EQ(array->GetMaxStringLength(), size[1]);
+        EXPECT_FALSE(array->SetString(0, L"x"));
+    }
+    EXPECT_EQ(capture.Count(VEL_ERR, "Invalid parameter"), 5u);
 }

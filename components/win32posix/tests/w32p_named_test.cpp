@@ -30,9 +30,12 @@ TEST(W32pNamed, CreateJoinsAnExistingObjectOfTheSameKind)
     EXPECT_W32_FAILS(OpenEventW(SYNCHRONIZE, FALSE, upper.c_str()), nullptr, ERROR_FILE_NOT_FOUND);
 
     struct stat st;
-    const std::string file =
-        "/dev/shm/w32p." + std::to_string(getuid()) + "." + std::string(name.begin(), name.end());
-    ASSERT_EQ(stat(file.c_str(), &st), 0);
+    ASSERT_EQ(lstat(NamedObjectDir().c_str(), &st), 0);
+    EXPECT_TRUE(S_ISDIR(st.st_mode));
+    EXPECT_EQ(st.st_mode & 0777, 0700u);
+    EXPECT_EQ(st.st_uid, geteuid());
+    const std::string file = NamedObjectDir() + "/" + std::string(name.begin(), name.end());
+    ASSERT_EQ(lstat(file.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0600u);
 
     for (HANDLE h : {first, second, local, global})

@@ -22,13 +22,18 @@ inline std::wstring TestName(const wchar_t* tag)
     return L"w32ptest-" + std::to_wstring(getpid()) + L"-" + tag;
 }
 
-// Files under /dev/shm that belong to names made by TestName in this process.
+// The folder of the named objects of the calling user.
+inline std::string NamedObjectDir()
+{
+    return "/dev/shm/w32p." + std::to_string(geteuid());
+}
+
+// Files of named objects that belong to names made by TestName in this process.
 inline std::vector<std::string> LeftoverShmFiles()
 {
-    const std::string prefix =
-        "w32p." + std::to_string(getuid()) + ".w32ptest-" + std::to_string(getpid()) + "-";
+    const std::string prefix = "w32ptest-" + std::to_string(getpid()) + "-";
     std::vector<std::string> found;
-    if (DIR* dir = opendir("/dev/shm"))
+    if (DIR* dir = opendir(NamedObjectDir().c_str()))
     {
         while (dirent* entry = readdir(dir))
             if (std::string(entry->d_name).compare(0, prefix.size(), prefix) == 0)
