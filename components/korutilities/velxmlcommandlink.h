@@ -1,7 +1,6 @@
 // CVeLXMLCommandLink: the public XML command link between two processes (see CVeLXMLCommandLinkImpl for
 // the protocol, the threading rules and the failures). Builds its implementation over a new default
-// operating-system facade and forwards every call; a missing implementation is traced as "Can't access
-// impl!". Not copyable.
+// operating-system facade and forwards every call. Not copyable.
 #pragma once
 
 #include "ivelxmlcommandlink.h"

@@ -6,6 +6,8 @@
 
 #include <boost/filesystem/operations.hpp>
 
+#include <cstdio>
+
 namespace korutil
 {
 
