@@ -63,6 +63,9 @@ std::string ToText(const std::wstring& argument);
 // UTF-8 text to print of a path.
 std::string PathText(const boost::filesystem::path& path);
 
+// text (UTF-8) as a JSON string literal, quotes included.
+std::string JsonString(const std::string& text);
+
 // Writes a line to stdout.
 void PrintLine(const std::string& line);
 

@@ -6,8 +6,6 @@
 
 #include <boost/filesystem/operations.hpp>
 
-#include <cstdio>
-
 namespace korutil
 {
 
@@ -38,22 +36,8 @@ int RunProc(Invocation& invocation)
             PrintLine(std::to_string(holder.processId) + " " + name);
             continue;
         }
-        std::string escaped;
-        for (char c : name)
-        {
-            if (c == '"' || c == '\\')
-                escaped += '\\';
-            if (static_cast<unsigned char>(c) < 0x20)
-            {
-                char code[8];
-                std::snprintf(code, sizeof code, "\\u%04x", c);
-                escaped += code;
-                continue;
-            }
-            escaped += c;
-        }
         document += std::string(document.size() > 1 ? "," : "") +
-                    "{\"pid\":" + std::to_string(holder.processId) + ",\"name\":\"" + escaped + "\"}";
+                    "{\"pid\":" + std::to_string(holder.processId) + ",\"name\":" + JsonString(name) + "}";
     }
     if (json)
         PrintLine(document + "]");

@@ -100,7 +100,7 @@ TEST_F(Korutil, HelpUsageAndUnknownVerbs)
     Outcome badOption = Run({"crc32", "--bogus", "x"});
     EXPECT_EQ(badOption.status, 2);
     EXPECT_NE(badOption.err.find("korutil: crc32: unknown option --bogus"), std::string::npos);
-    EXPECT_NE(badOption.err.find("usage: korutil crc32 FILE..."), std::string::npos);
+    EXPECT_NE(badOption.err.find("usage: korutil crc32 [--json] FILE..."), std::string::npos);
     EXPECT_EQ(Run({"encrypt", "a", "b"}).status, 2); // no key file
     EXPECT_EQ(Run({"xml", "frob"}).status, 2);
     EXPECT_EQ(Run({"channel", "read"}).status, 2);
@@ -119,6 +119,9 @@ TEST_F(Korutil, Crc32PrintsEachFileAndReportsTheMissingOne)
     EXPECT_EQ(crc.out, "cbf43926  a\n00000000  empty\n" + std::string(expected) + "  -dash\n");
     EXPECT_NE(crc.err.find("korutil: crc32: missing: no such file\n"), std::string::npos);
     EXPECT_EQ(Run({"crc32", "."}).status, 1);
+    Spit(m_dir / "q\"\t", "123456789");
+    EXPECT_EQ(Run({"crc32", "--json", "a", "q\"\t"}).out,
+              "[{\"file\":\"a\",\"crc32\":\"cbf43926\"},{\"file\":\"q\\\"\\u0009\",\"crc32\":\"cbf43926\"}]\n");
 }
 
 TEST_F(Korutil, EncryptDecryptRoundTripAndRefuseBadKeys)
