@@ -1,6 +1,7 @@
 #include "velstringconverter.h"
 
 #include <climits>
+#include <cstdint>
 #include <cstring>
 
 namespace
@@ -67,6 +68,45 @@ std::wstring FromUtf16(std::size_t count, Unit unit)
     return text;
 }
 
+// Most text is ASCII. These loops take it in blocks of kAsciiRun characters without decoding: a block is
+// first tested (one OR over it) and then copied with a plain narrowing or widening loop, which the
+// compiler turns into vector instructions. Both stop at the first block that holds anything else and
+// leave the rest to the full codec; since the blocks before that are ASCII, no sequence or surrogate
+// pair is ever split.
+constexpr std::size_t kAsciiRun = 64;
+
+// Narrows the leading ASCII blocks of count wide characters into out; returns how many it narrowed.
+std::size_t NarrowAsciiPrefix(const wchar_t* text, std::size_t count, char* out)
+{
+    std::size_t i = 0;
+    for (; i + kAsciiRun <= count; i += kAsciiRun)
+    {
+        std::uint32_t any = 0;
+        for (std::size_t k = 0; k < kAsciiRun; ++k)
+            any |= static_cast<std::uint32_t>(text[i + k]);
+        if (any >= 0x80)
+            break;
+        for (std::size_t k = 0; k < kAsciiRun; ++k)
+            out[i + k] = static_cast<char>(text[i + k]);
+    }
+    return i;
+}
+
+// The length of the leading ASCII blocks of count UTF-8 bytes.
+std::size_t AsciiPrefixLength(const char* utf8, std::size_t count)
+{
+    std::size_t i = 0;
+    for (; i + kAsciiRun <= count; i += kAsciiRun)
+    {
+        unsigned char any = 0;
+        for (std::size_t k = 0; k < kAsciiRun; ++k)
+            any |= static_cast<unsigned char>(utf8[i + k]);
+        if (any >= 0x80)
+            break;
+    }
+    return i;
+}
+
 // Converts text to UTF-8 into storage that allocate(size) provides (size bytes plus one for a terminator,
 // which is written). Most text is ASCII, one byte per character, so the first attempt converts into room
 // for that in one pass; only text that needs more is measured and converted again. The number of bytes
@@ -81,21 +121,30 @@ int ToUtf8(const std::wstring& text, Allocate allocate)
     }
     if (text.size() > static_cast<std::size_t>(INT_MAX))
         return -1;
-    const int count = static_cast<int>(text.size());
     char* out = allocate(text.size());
-    int written = WideCharToMultiByte(CP_UTF8, 0, text.data(), count, out, count, nullptr, nullptr);
+    const std::size_t ascii = NarrowAsciiPrefix(text.data(), text.size(), out);
+    if (ascii == text.size())
+    {
+        out[ascii] = '\0';
+        return static_cast<int>(ascii);
+    }
+    const wchar_t* rest = text.data() + ascii;
+    const int count = static_cast<int>(text.size() - ascii);
+    int written = WideCharToMultiByte(CP_UTF8, 0, rest, count, out + ascii, count, nullptr, nullptr);
     if (written == 0 && GetLastError() == ERROR_INSUFFICIENT_BUFFER)
     {
-        const int needed = WideCharToMultiByte(CP_UTF8, 0, text.data(), count, nullptr, 0, nullptr, nullptr);
-        if (needed <= 0)
+        const int needed = WideCharToMultiByte(CP_UTF8, 0, rest, count, nullptr, 0, nullptr, nullptr);
+        if (needed <= 0 || static_cast<std::size_t>(needed) > static_cast<std::size_t>(INT_MAX) - ascii)
             return -1;
-        out = allocate(static_cast<std::size_t>(needed));
-        written = WideCharToMultiByte(CP_UTF8, 0, text.data(), count, out, needed, nullptr, nullptr);
+        // The new storage need not keep the ASCII prefix, so it is narrowed again.
+        out = allocate(ascii + static_cast<std::size_t>(needed));
+        NarrowAsciiPrefix(text.data(), ascii, out);
+        written = WideCharToMultiByte(CP_UTF8, 0, rest, count, out + ascii, needed, nullptr, nullptr);
     }
     if (written <= 0)
         return -1;
-    out[written] = '\0';
-    return written;
+    out[ascii + static_cast<std::size_t>(written)] = '\0';
+    return static_cast<int>(ascii) + written;
 }
 
 } // namespace
@@ -148,11 +197,16 @@ bool CVeLStringConverter::ConvertUTF8Chars2StdWString(const char* utf8, unsigned
         return true;
     if (utf8 == nullptr || length > static_cast<unsigned __int64>(INT_MAX))
         return false;
-    // UTF-8 never has fewer bytes than characters, so one pass into room for length characters does it.
-    const int count = static_cast<int>(length);
-    text.resize(static_cast<std::size_t>(count));
-    const int written = MultiByteToWideChar(CP_UTF8, 0, utf8, count, &text[0], count);
-    text.resize(written > 0 ? static_cast<std::size_t>(written) : 0);
+    const std::size_t size = static_cast<std::size_t>(length);
+    const std::size_t ascii = AsciiPrefixLength(utf8, size);
+    text.assign(utf8, utf8 + ascii);
+    if (ascii == size)
+        return true;
+    // UTF-8 never has fewer bytes than characters, so one pass into room for the rest's bytes does it.
+    const int count = static_cast<int>(size - ascii);
+    text.resize(ascii + static_cast<std::size_t>(count));
+    const int written = MultiByteToWideChar(CP_UTF8, 0, utf8 + ascii, count, &text[ascii], count);
+    text.resize(written > 0 ? ascii + static_cast<std::size_t>(written) : 0);
     return written > 0;
 }
 

@@ -15,6 +15,7 @@ namespace korutil
 int RunCrc32(Invocation& invocation)
 {
     CVeLCommandLine cmd;
+    cmd.AddOption(L"json", 0, false);
     if (!ParseArguments(invocation, cmd))
         return kExitUsage;
     const auto& files = cmd.GetPositionals();
@@ -22,6 +23,8 @@ int RunCrc32(Invocation& invocation)
         return UsageError(invocation, "no file given");
     const CVeLCRC32 crc;
     int status = kExitOk;
+    const bool json = cmd.Has(L"json");
+    std::string document;
     for (const std::wstring& file : files)
     {
         CVeLFileHelper helper(ToPath(file), false);
@@ -45,8 +48,14 @@ int RunCrc32(Invocation& invocation)
         char hex[16];
         std::snprintf(hex, sizeof hex, "%08lx",
                       static_cast<unsigned long>(crc.GetCRC32(content.get(), size)));
-        PrintLine(std::string(hex) + "  " + ToText(file));
+        if (json)
+            document += (document.empty() ? "" : ",") + std::string("{\"file\":") + JsonString(ToText(file)) +
+                        ",\"crc32\":\"" + hex + "\"}";
+        else
+            PrintLine(std::string(hex) + "  " + ToText(file));
     }
+    if (json)
+        PrintLine("[" + document + "]");
     return status;
 }
 

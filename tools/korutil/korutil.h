@@ -63,7 +63,48 @@ std::string ToText(const std::wstring& argument);
 // UTF-8 text to print of a path.
 std::string PathText(const boost::filesystem::path& path);
 
+// text (UTF-8) as a JSON string literal, quotes included.
+std::string JsonString(const std::string& text);
+
 // Writes a line to stdout.
 void PrintLine(const std::string& line);
+
+} // namespace korutil
+
+namespace korutil
+{
+
+// Writes size bytes to destination without ever leaving a half-written destination: the bytes go to a
+// temporary file beside it, which is renamed over the destination only when complete (and removed on any
+// failure, or when the tool is interrupted). False with reason filled on failure.
+bool WriteFileAtomically(const boost::filesystem::path& destination, const unsigned char* data,
+                         std::size_t size, std::string& reason);
+// The temporary name beside destination that WriteFileAtomically and the copy verb use.
+boost::filesystem::path TemporaryBeside(const boost::filesystem::path& destination);
+// While a temporary file is being written, an interrupt (Ctrl-C, SIGTERM) removes it before the tool ends
+// with status 130; pass an empty path when it is renamed into place or removed.
+void SetPendingTemporary(const boost::filesystem::path& temporary);
+// Reads a whole file; false with reason filled on failure.
+bool ReadWholeFile(const boost::filesystem::path& file, std::vector<unsigned char>& content,
+                   std::string& reason);
+
+// A progress bar on stderr for work longer than a moment; silent when stderr is no terminal or quiet.
+class ProgressBar
+{
+public:
+    ProgressBar(const Invocation& invocation, bool quiet, const std::string& label);
+    ~ProgressBar();
+    // done of total units (bytes, entries); total 0 shows activity without a percentage.
+    void Update(std::uint64_t done, std::uint64_t total);
+    // Clears the bar's line.
+    void Finish();
+
+private:
+    bool m_active;
+    bool m_drawn = false;
+    std::string m_label;
+    std::uint64_t m_lastPercent = ~0ull;
+    unsigned m_spin = 0;
+};
 
 } // namespace korutil

@@ -151,6 +151,25 @@ std::string PathText(const boost::filesystem::path& path)
     return CVeLPathConverter::ToUtf8(path);
 }
 
+std::string JsonString(const std::string& text)
+{
+    std::string quoted = "\"";
+    for (char c : text)
+    {
+        if (c == '"' || c == '\\')
+            quoted += '\\';
+        if (static_cast<unsigned char>(c) < 0x20)
+        {
+            char code[8];
+            std::snprintf(code, sizeof code, "\\u%04x", c);
+            quoted += code;
+            continue;
+        }
+        quoted += c;
+    }
+    return quoted + "\"";
+}
+
 void PrintLine(const std::string& line)
 {
     std::fwrite(line.data(), 1, line.size(), stdout);

@@ -88,3 +88,37 @@ TEST(CVeLVarEnvironment, ExistenceAndValues)
     EXPECT_TRUE(environment.GetEnvVariable(L"KOR_TEST_LONG", value));
     EXPECT_EQ(value, longValue);
 }
+
+// Long ASCII runs take a block-wise path; text that leaves ASCII just before, at or after a block
+// boundary, or only in its tail, must convert exactly as the character-wise codec does.
+TEST(CVeLStringConverter, AsciiRunsAroundBlockBoundaries)
+{
+    for (std::size_t length : {63u, 64u, 65u, 128u, 200u, 61440u})
+        for (std::size_t at : {std::size_t(0), std::size_t(62), std::size_t(63), std::size_t(64),
+                               std::size_t(127), std::size_t(128), length - 1, length})
+        {
+            std::wstring text(length, L'a');
+            std::string expected(length, 'a');
+            if (at < length)
+            {
+                text[at] = L'\u00E9'; // two bytes in UTF-8
+                expected.replace(at, 1, "\xC3\xA9");
+            }
+            EXPECT_EQ(CVeLStringConverter::ConvertStdWStringToStdString(text), expected)
+                << length << " " << at;
+            boost::shared_ptr<char> buffer;
+            ASSERT_TRUE(CVeLStringConverter::ConvertStdWString2UTF8Chars(text, buffer));
+            EXPECT_EQ(std::string(buffer.get()), expected);
+            std::wstring back;
+            EXPECT_TRUE(
+                CVeLStringConverter::ConvertUTF8Chars2StdWString(expected.data(), expected.size(), back));
+            EXPECT_EQ(back, text) << length << " " << at;
+        }
+    // An invalid byte after a long ASCII run still becomes U+FFFD.
+    std::string bytes(100, 'b');
+    bytes[70] = '\xFF';
+    std::wstring text;
+    EXPECT_TRUE(CVeLStringConverter::ConvertUTF8Chars2StdWString(bytes.data(), bytes.size(), text));
+    EXPECT_EQ(text.size(), 100u);
+    EXPECT_EQ(text[70], L'\uFFFD');
+}

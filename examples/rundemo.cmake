@@ -1,0 +1,10 @@
+# Runs the demo host with a working folder and fails unless it exits with 0 and leaves no folder behind.
+file(REMOVE_RECURSE ${WORK})
+execute_process(COMMAND ${DEMO} ${WORK} RESULT_VARIABLE status)
+if(NOT status EQUAL 0)
+  message(FATAL_ERROR "kordemo exited with ${status}")
+endif()
+if(EXISTS ${WORK})
+  message(FATAL_ERROR "kordemo left its working folder ${WORK}")
+endif()
+file(REMOVE ${WORK}.trace)
