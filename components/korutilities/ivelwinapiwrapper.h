@@ -145,4 +145,19 @@ public:
                                                                ULONG flags) const = 0;  // 68
     virtual CVeLResult<LONG> WAPI_BCryptDestroyHash(BCRYPT_HASH_HANDLE hash) const = 0; // 69
     virtual CVeLResult<LONG> WAPI_BCryptDestroyKey(BCRYPT_KEY_HANDLE key) const = 0;    // 70
+    // Hashing, packing and compound files: file positions for archives, structured storage for compound
+    // files, the registry value that identifies this machine. Each forwards to the Win32 function of its
+    // name.
+    virtual BOOL WAPI_SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER newPosition,
+                                       DWORD moveMethod) const = 0;
+    virtual BOOL WAPI_GetFileSizeEx(HANDLE file, PLARGE_INTEGER size) const = 0;
+    virtual HRESULT WAPI_StgCreateStorageEx(const WCHAR* name, DWORD mode, DWORD format, DWORD attributes,
+                                            STGOPTIONS* options, PSECURITY_DESCRIPTOR securityDescriptor,
+                                            REFIID riid, void** object) const = 0;
+    virtual HRESULT WAPI_StgOpenStorageEx(const WCHAR* name, DWORD mode, DWORD format, DWORD attributes,
+                                          STGOPTIONS* options, PSECURITY_DESCRIPTOR securityDescriptor,
+                                          REFIID riid, void** object) const = 0;
+    virtual void WAPI_CoTaskMemFree(LPVOID memory) const = 0;
+    virtual LONG WAPI_RegGetValue(HKEY key, LPCWSTR subKey, LPCWSTR value, DWORD flags, LPDWORD type,
+                                  PVOID data, LPDWORD dataSize) const = 0;
 };
