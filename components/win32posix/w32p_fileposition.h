@@ -16,3 +16,7 @@ W32P_API BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEG
                                DWORD moveMethod);
 // FALSE with ERROR_INVALID_HANDLE for an unknown handle.
 W32P_API BOOL GetFileSizeEx(HANDLE file, PLARGE_INTEGER size);
+
+#ifndef ERROR_WRITE_FAULT
+#define ERROR_WRITE_FAULT 29L
+#endif
