@@ -26,10 +26,10 @@
 // One entry of an archive's table of contents.
 struct CVeLPackEntry
 {
-    std::wstring path;                      // relative, elements joined by "/"; folders end in "/"
-    unsigned long long size = 0;            // uncompressed bytes (0 for folders)
-    unsigned long long compressedSize = 0;  // bytes in the archive
-    std::time_t modified = 0;               // modification time, seconds since 1970 (UTC)
+    std::wstring path;                     // relative, elements joined by "/"; folders end in "/"
+    unsigned long long size = 0;           // uncompressed bytes (0 for folders)
+    unsigned long long compressedSize = 0; // bytes in the archive
+    std::time_t modified = 0;              // modification time, seconds since 1970 (UTC)
     bool isFolder = false;
 };
 

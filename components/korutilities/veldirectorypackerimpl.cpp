@@ -63,11 +63,14 @@ public:
         { return static_cast<BufferedIo*>(io)->Read(static_cast<unsigned char*>(buffer), size); };
         functions.zwrite_file = [](voidpf, voidpf io, const void* buffer, uLong size) -> uLong
         { return static_cast<BufferedIo*>(io)->Write(static_cast<const unsigned char*>(buffer), size); };
-        functions.ztell64_file = [](voidpf, voidpf io) -> ZPOS64_T { return static_cast<BufferedIo*>(io)->m_position; };
+        functions.ztell64_file = [](voidpf, voidpf io) -> ZPOS64_T
+        { return static_cast<BufferedIo*>(io)->m_position; };
         functions.zseek64_file = [](voidpf, voidpf io, ZPOS64_T offset, int origin) -> long
         { return static_cast<BufferedIo*>(io)->Seek(offset, origin) ? 0 : -1; };
-        functions.zclose_file = [](voidpf, voidpf io) -> int { return static_cast<BufferedIo*>(io)->Flush() ? 0 : -1; };
-        functions.zerror_file = [](voidpf, voidpf io) -> int { return static_cast<BufferedIo*>(io)->m_failed ? -1 : 0; };
+        functions.zclose_file = [](voidpf, voidpf io) -> int
+        { return static_cast<BufferedIo*>(io)->Flush() ? 0 : -1; };
+        functions.zerror_file = [](voidpf, voidpf io) -> int
+        { return static_cast<BufferedIo*>(io)->m_failed ? -1 : 0; };
         functions.opaque = this;
         return functions;
     }
@@ -235,7 +238,8 @@ struct Deflated
     unsigned long long size = 0;
 };
 
-Deflated DeflateFile(std::shared_ptr<IVeLWinAPIWrapper> api, const fs::path& file, unsigned long long expected)
+Deflated DeflateFile(std::shared_ptr<IVeLWinAPIWrapper> api, const fs::path& file,
+                     unsigned long long expected)
 {
     Deflated result;
     CVeLFileStream input(std::move(api));
@@ -246,7 +250,8 @@ Deflated DeflateFile(std::shared_ptr<IVeLWinAPIWrapper> api, const fs::path& fil
         result.error = input.LastError();
         return result;
     }
-    std::vector<unsigned char> piece(std::min<std::size_t>(kPieceSize, static_cast<std::size_t>(expected) + 1));
+    std::vector<unsigned char> piece(
+        std::min<std::size_t>(kPieceSize, static_cast<std::size_t>(expected) + 1));
     for (;;)
     {
         std::size_t got = 0;
@@ -319,9 +324,10 @@ bool OpenEntry(zipFile zip, const TreeEntry& entry, bool raw)
     unsigned char field[9];
     TimestampField(entry.modified, field);
     const int method = entry.folder ? 0 : Z_DEFLATED;
-    return zipOpenNewFileInZip4_64(zip, entry.name.c_str(), &info, field, sizeof field, field, sizeof field, nullptr,
-                                   method, 6, raw ? 1 : 0, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY, nullptr, 0, 0,
-                                   kUtf8NameFlag, entry.size >= 0xFFFFFFFFull ? 1 : 0) == ZIP_OK;
+    return zipOpenNewFileInZip4_64(zip, entry.name.c_str(), &info, field, sizeof field, field, sizeof field,
+                                   nullptr, method, 6, raw ? 1 : 0, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY,
+                                   nullptr, 0, 0, kUtf8NameFlag,
+                                   entry.size >= 0xFFFFFFFFull ? 1 : 0) == ZIP_OK;
 }
 
 // Deflates a large file into the open archive as it is read, on the calling thread.
@@ -410,7 +416,8 @@ Result ReadDirectory(unzFile unzip, const fs::path& archive, std::vector<Archive
         entry.name.assign(name.data(), entry.info.size_filename);
         entry.modified = ModifiedOf(entry.info, extra);
         // Made on a Unix system (upper byte 3) with the link file type in the upper attribute bits.
-        entry.link = (entry.info.version >> 8) == 3 && ((entry.info.external_fa >> 16) & kUnixTypeMask) == kUnixLinkType;
+        entry.link = (entry.info.version >> 8) == 3 &&
+                     ((entry.info.external_fa >> 16) & kUnixTypeMask) == kUnixLinkType;
         entries.push_back(entry);
         status = unzGoToNextFile(unzip);
     }
@@ -466,7 +473,8 @@ public:
     {
         if (!m_file.OpenRead(archive))
         {
-            VEL_TRACE(VEL_ERR, "Opening archive %s failed (error code: %d)!", Utf8(archive).c_str(), m_file.LastError());
+            VEL_TRACE(VEL_ERR, "Opening archive %s failed (error code: %d)!", Utf8(archive).c_str(),
+                      m_file.LastError());
             return Failure(archive, static_cast<LONG>(m_file.LastError()));
         }
         zlib_filefunc64_def functions = m_io.Functions();
@@ -507,8 +515,8 @@ struct UnpackWork
 };
 
 // Makes sure the folders of elements exist below destination; never passes through a link.
-Result PrepareFolders(const fs::path& destination, const std::vector<std::string>& elements, std::size_t count,
-                      UnpackWork& work)
+Result PrepareFolders(const fs::path& destination, const std::vector<std::string>& elements,
+                      std::size_t count, UnpackWork& work)
 {
     fs::path at = destination;
     for (std::size_t i = 0; i < count; ++i)
@@ -530,7 +538,8 @@ Result PrepareFolders(const fs::path& destination, const std::vector<std::string
         }
         if (!fs::create_directory(at, error) || error)
         {
-            VEL_TRACE(VEL_ERR, "Creating folder %s failed (error code: %d)!", Utf8(at).c_str(), error.value());
+            VEL_TRACE(VEL_ERR, "Creating folder %s failed (error code: %d)!", Utf8(at).c_str(),
+                      error.value());
             return Failure(at, error.value());
         }
         work.createdFolders.push_back(at);
@@ -572,7 +581,8 @@ Result ExtractFile(unzFile unzip, const std::shared_ptr<IVeLWinAPIWrapper>& api,
         if (!output.Write(piece.data(), static_cast<std::size_t>(got)))
         {
             unzCloseCurrentFile(unzip);
-            VEL_TRACE(VEL_ERR, "Writing %s failed (error code: %d)!", Utf8(target).c_str(), output.LastError());
+            VEL_TRACE(VEL_ERR, "Writing %s failed (error code: %d)!", Utf8(target).c_str(),
+                      output.LastError());
             return Failure(target, static_cast<LONG>(output.LastError()));
         }
     }
@@ -595,11 +605,15 @@ Result ExtractFile(unzFile unzip, const std::shared_ptr<IVeLWinAPIWrapper>& api,
 
 } // namespace
 
-CVeLDirectoryPackerImpl::CVeLDirectoryPackerImpl(std::shared_ptr<IVeLWinAPIWrapper> api) : m_api(std::move(api)) {}
+CVeLDirectoryPackerImpl::CVeLDirectoryPackerImpl(std::shared_ptr<IVeLWinAPIWrapper> api)
+    : m_api(std::move(api))
+{
+}
 
 CVeLDirectoryPackerImpl::~CVeLDirectoryPackerImpl() = default;
 
-CVeLResult<CVeLFilesystemError> CVeLDirectoryPackerImpl::Pack(const fs::path& folder, const fs::path& archive) const
+CVeLResult<CVeLFilesystemError> CVeLDirectoryPackerImpl::Pack(const fs::path& folder,
+                                                              const fs::path& archive) const
 {
     if (!m_api)
     {
@@ -626,7 +640,8 @@ CVeLResult<CVeLFilesystemError> CVeLDirectoryPackerImpl::Pack(const fs::path& fo
     CVeLFileStream output(m_api);
     if (!output.OpenPartial(archive))
     {
-        VEL_TRACE(VEL_ERR, "Creating archive %s failed (error code: %d)!", Utf8(archive).c_str(), output.LastError());
+        VEL_TRACE(VEL_ERR, "Creating archive %s failed (error code: %d)!", Utf8(archive).c_str(),
+                  output.LastError());
         return Failure(archive, static_cast<LONG>(output.LastError()));
     }
     BufferedIo io(output);
@@ -649,7 +664,8 @@ CVeLResult<CVeLFilesystemError> CVeLDirectoryPackerImpl::Pack(const fs::path& fo
         pending.pop_front();
         if (!job.deflated.valid())
         {
-            if (result.IsSuccess() && (!OpenEntry(zip, *job.entry, false) || zipCloseFileInZip(zip) != ZIP_OK))
+            if (result.IsSuccess() &&
+                (!OpenEntry(zip, *job.entry, false) || zipCloseFileInZip(zip) != ZIP_OK))
                 result = Failure(archive, ERROR_WRITE_FAULT);
             return;
         }
@@ -658,13 +674,14 @@ CVeLResult<CVeLFilesystemError> CVeLDirectoryPackerImpl::Pack(const fs::path& fo
             return;
         if (deflated.error != 0)
         {
-            VEL_TRACE(VEL_ERR, "Reading %s for packing failed (error code: %d)!", Utf8(job.entry->full).c_str(),
-                      deflated.error);
+            VEL_TRACE(VEL_ERR, "Reading %s for packing failed (error code: %d)!",
+                      Utf8(job.entry->full).c_str(), deflated.error);
             result = Failure(job.entry->full, static_cast<LONG>(deflated.error));
             return;
         }
         if (!OpenEntry(zip, *job.entry, true) ||
-            zipWriteInFileInZip(zip, deflated.data.data(), static_cast<unsigned>(deflated.data.size())) != ZIP_OK ||
+            zipWriteInFileInZip(zip, deflated.data.data(), static_cast<unsigned>(deflated.data.size())) !=
+                ZIP_OK ||
             zipCloseFileInZipRaw64(zip, deflated.size, deflated.crc) != ZIP_OK)
             result = Failure(archive, ERROR_WRITE_FAULT);
     };
@@ -696,8 +713,10 @@ CVeLResult<CVeLFilesystemError> CVeLDirectoryPackerImpl::Pack(const fs::path& fo
         return result;
     if (!closed || !output.Commit())
     {
-        VEL_TRACE(VEL_ERR, "Writing archive %s failed (error code: %d)!", Utf8(archive).c_str(), output.LastError());
-        return Failure(archive, static_cast<LONG>(output.LastError() != 0 ? output.LastError() : ERROR_WRITE_FAULT));
+        VEL_TRACE(VEL_ERR, "Writing archive %s failed (error code: %d)!", Utf8(archive).c_str(),
+                  output.LastError());
+        return Failure(archive,
+                       static_cast<LONG>(output.LastError() != 0 ? output.LastError() : ERROR_WRITE_FAULT));
     }
     return Success();
 }
@@ -755,8 +774,8 @@ CVeLResult<CVeLFilesystemError> CVeLDirectoryPackerImpl::Unpack(const fs::path& 
     {
         if (entries[i].link || !SafeElements(entries[i].name, elements[i]))
         {
-            VEL_TRACE(VEL_ERR, "Archive %s holds the unsafe entry \"%s\", unpack refused!", Utf8(archive).c_str(),
-                      entries[i].name.c_str());
+            VEL_TRACE(VEL_ERR, "Archive %s holds the unsafe entry \"%s\", unpack refused!",
+                      Utf8(archive).c_str(), entries[i].name.c_str());
             return Failure(ToPath(entries[i].name), ERROR_BAD_PATHNAME);
         }
     }
@@ -807,10 +826,11 @@ CVeLResult<CVeLFilesystemError> CVeLDirectoryPackerImpl::Unpack(const fs::path& 
         fs::rename(work.finished[i].first, work.finished[i].second, error);
         if (error)
         {
-            VEL_TRACE(VEL_ERR, "Renaming into %s failed (error code: %d)!", Utf8(work.finished[i].second).c_str(),
-                      error.value());
+            VEL_TRACE(VEL_ERR, "Renaming into %s failed (error code: %d)!",
+                      Utf8(work.finished[i].second).c_str(), error.value());
             result = Failure(work.finished[i].second, error.value());
-            work.finished.erase(work.finished.begin(), work.finished.begin() + static_cast<std::ptrdiff_t>(i));
+            work.finished.erase(work.finished.begin(),
+                                work.finished.begin() + static_cast<std::ptrdiff_t>(i));
         }
     }
     if (!result.IsSuccess())

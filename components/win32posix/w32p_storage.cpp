@@ -255,7 +255,9 @@ HRESULT SaveLocked(Document& document)
         ok = gsf_output_close(GSF_OUTPUT(outfile)) != FALSE && ok;
         g_object_unref(outfile);
     }
-    ok = gsf_output_close(sink) != FALSE && ok;
+    // Closing the compound writer closes its sink too (and renames the temporary file into place).
+    if (!gsf_output_is_closed(sink))
+        ok = gsf_output_close(sink) != FALSE && ok;
     g_object_unref(sink);
     if (!ok)
         return STG_E_WRITEFAULT;

@@ -16,7 +16,8 @@ namespace fs = boost::filesystem;
 using kortest::Quote;
 using kortest::RunShell;
 
-const char* const kUmlautName = "\xc3\xbc" "bersicht \xe2\x82\xac.txt"; // non-ASCII file name
+const char* const kUmlautName = "\xc3\xbc"
+                                "bersicht \xe2\x82\xac.txt"; // non-ASCII file name
 
 std::string RandomText(std::size_t size, unsigned seed)
 {
@@ -42,9 +43,7 @@ std::map<std::string, std::string> Snapshot(const fs::path& root)
     for (fs::recursive_directory_iterator it(root), end; it != end; ++it)
     {
         const std::string relative = it->path().string().substr(root.string().size() + 1);
-        items[relative] = fs::is_directory(it->symlink_status())
-                              ? "/"
-                              : ReadAll(it->path());
+        items[relative] = fs::is_directory(it->symlink_status()) ? "/" : ReadAll(it->path());
     }
     return items;
 }
@@ -68,10 +67,10 @@ protected:
     // Python writes archives with whatever names and attributes a test wants.
     void MakeArchive(const fs::path& archive, const std::string& entries)
     {
-        const std::string script = "import zipfile\nz = zipfile.ZipFile('" + archive.string() +
-                                   "', 'w')\n" + entries + "z.close()\n";
+        const std::string script = "import zipfile\nz = zipfile.ZipFile('" + archive.string() + "', 'w')\n" +
+                                   entries + "z.close()\n";
         WriteFile(Root() / "make.py", script);
-        ASSERT_EQ(0, RunShell("python3 " + Quote(Root() / "make.py")).status);
+        ASSERT_EQ(0, RunShell("/usr/bin/python3 " + Quote(Root() / "make.py")).status);
     }
 
     CVeLDirectoryPacker m_packer;
@@ -86,7 +85,8 @@ TEST_F(DirectoryPackerTest, RoundTripKeepsPathsSizesAndTimesAndUnzipListsIt)
 
     const kortest::ShellResult listing = RunShell("unzip -l " + Quote(archive));
     ASSERT_EQ(0, listing.status);
-    for (const char* name : {"readme.txt", "empty-folder/", "sub/empty-too/", "sub/deeper/many.txt", kUmlautName})
+    for (const char* name :
+         {"readme.txt", "empty-folder/", "sub/empty-too/", "sub/deeper/many.txt", kUmlautName})
         EXPECT_NE(std::string::npos, listing.output.find(name)) << name;
     EXPECT_EQ(0, RunShell("unzip -tq " + Quote(archive) + " >/dev/null").status);
 
