@@ -17,6 +17,7 @@
 #define RRF_RT_REG_MULTI_SZ 0x00000020
 #define RRF_RT_REG_QWORD 0x00000040
 #define RRF_RT_ANY 0x0000ffff
+#define RRF_SUBKEY_WOW6464KEY 0x00010000 // accepted; Linux has one registry view
 
 #ifndef ERROR_UNSUPPORTED_TYPE
 #define ERROR_UNSUPPORTED_TYPE 1630L
