@@ -77,6 +77,11 @@ const sfs::path& Tree()
     return path;
 }
 
+boost::filesystem::path B(const sfs::path& path)
+{
+    return boost::filesystem::path(path.string());
+}
+
 void Shell(const std::string& command)
 {
     if (std::system(command.c_str()) != 0)
@@ -92,7 +97,7 @@ void BM_Sha256File(benchmark::State& state)
 {
     CVeLSha256 sha;
     for (auto _ : state)
-        if (!sha.HashFile(SourceFile()).IsSuccess())
+        if (!sha.HashFile(B(SourceFile())).IsSuccess())
             state.SkipWithError("hash failed");
     SetBytes(state, kFileSize);
 }
@@ -109,7 +114,7 @@ void BM_ZlibPackerCompress(benchmark::State& state)
 {
     CVeLZlibPacker packer;
     for (auto _ : state)
-        if (!packer.Compress(SourceFile(), BenchRoot() / "ours.gz", 6))
+        if (!packer.Compress(B(SourceFile()), B(BenchRoot() / "ours.gz"), 6))
             state.SkipWithError("compress failed");
     SetBytes(state, kFileSize);
 }
@@ -137,7 +142,7 @@ void BM_DirectoryPack(benchmark::State& state)
     CVeLDirectoryPacker packer;
     Tree();
     for (auto _ : state)
-        if (!packer.Pack(Tree(), BenchRoot() / "ours.zip").IsSuccess())
+        if (!packer.Pack(B(Tree()), B(BenchRoot() / "ours.zip")).IsSuccess())
             state.SkipWithError("pack failed");
     state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * kTreeFiles);
 }
