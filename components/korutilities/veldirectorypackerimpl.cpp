@@ -463,7 +463,7 @@ fs::path ToPath(const std::string& utf8)
 class Archive
 {
 public:
-    Archive(const std::shared_ptr<IVeLWinAPIWrapper>& api) : m_file(api), m_io(m_file) {}
+    explicit Archive(const std::shared_ptr<IVeLWinAPIWrapper>& api) : m_file(api), m_io(m_file) {}
     ~Archive()
     {
         if (m_unzip != nullptr)
