@@ -9,6 +9,7 @@ cd "$(dirname "$0")"
 
 PACKAGES=(cmake ninja-build g++ pkg-config libboost-dev libboost-filesystem-dev libboost-system-dev
           libxerces-c-dev zlib1g-dev libssl-dev openssl libgtest-dev libgmock-dev libbenchmark-dev
+          libminizip-dev libgsf-1-dev gzip pigz zip unzip python3-olefile
           libspdlog-dev)
 JOBS=${JOBS:-2}
 

@@ -149,4 +149,20 @@ public:
     // Crash-safe file replacement: renaming a finished file over another, flushing a file to the disk.
     virtual BOOL WAPI_MoveFileEx(LPCWSTR existingFileName, LPCWSTR newFileName, DWORD flags) const = 0; // 71
     virtual BOOL WAPI_FlushFileBuffers(HANDLE file) const = 0;                                          // 72
+
+    // Hashing, packing and compound files: file positions for archives, structured storage for compound
+    // files, the registry value that identifies this machine. Each forwards to the Win32 function of its
+    // name.
+    virtual BOOL WAPI_SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER newPosition,
+                                       DWORD moveMethod) const = 0;
+    virtual BOOL WAPI_GetFileSizeEx(HANDLE file, PLARGE_INTEGER size) const = 0;
+    virtual HRESULT WAPI_StgCreateStorageEx(const WCHAR* name, DWORD mode, DWORD format, DWORD attributes,
+                                            STGOPTIONS* options, PSECURITY_DESCRIPTOR securityDescriptor,
+                                            REFIID riid, void** object) const = 0;
+    virtual HRESULT WAPI_StgOpenStorageEx(const WCHAR* name, DWORD mode, DWORD format, DWORD attributes,
+                                          STGOPTIONS* options, PSECURITY_DESCRIPTOR securityDescriptor,
+                                          REFIID riid, void** object) const = 0;
+    virtual void WAPI_CoTaskMemFree(LPVOID memory) const = 0;
+    virtual LONG WAPI_RegGetValue(HKEY key, LPCWSTR subKey, LPCWSTR value, DWORD flags, LPDWORD type,
+                                  PVOID data, LPDWORD dataSize) const = 0;
 };

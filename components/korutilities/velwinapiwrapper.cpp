@@ -525,4 +525,42 @@ BOOL CVeLWinAPIWrapper::WAPI_MoveFileEx(LPCWSTR existingFileName, LPCWSTR newFil
 BOOL CVeLWinAPIWrapper::WAPI_FlushFileBuffers(HANDLE file) const
 {
     return ::FlushFileBuffers(file);
+// Hashing, packing and compound files.
+
+BOOL CVeLWinAPIWrapper::WAPI_SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER newPosition,
+                                              DWORD moveMethod) const
+{
+    return ::SetFilePointerEx(file, distance, newPosition, moveMethod);
+}
+
+BOOL CVeLWinAPIWrapper::WAPI_GetFileSizeEx(HANDLE file, PLARGE_INTEGER size) const
+{
+    return ::GetFileSizeEx(file, size);
+}
+
+HRESULT CVeLWinAPIWrapper::WAPI_StgCreateStorageEx(const WCHAR* name, DWORD mode, DWORD format,
+                                                   DWORD attributes, STGOPTIONS* options,
+                                                   PSECURITY_DESCRIPTOR securityDescriptor, REFIID riid,
+                                                   void** object) const
+{
+    return ::StgCreateStorageEx(name, mode, format, attributes, options, securityDescriptor, riid, object);
+}
+
+HRESULT CVeLWinAPIWrapper::WAPI_StgOpenStorageEx(const WCHAR* name, DWORD mode, DWORD format,
+                                                 DWORD attributes, STGOPTIONS* options,
+                                                 PSECURITY_DESCRIPTOR securityDescriptor, REFIID riid,
+                                                 void** object) const
+{
+    return ::StgOpenStorageEx(name, mode, format, attributes, options, securityDescriptor, riid, object);
+}
+
+void CVeLWinAPIWrapper::WAPI_CoTaskMemFree(LPVOID memory) const
+{
+    ::CoTaskMemFree(memory);
+}
+
+LONG CVeLWinAPIWrapper::WAPI_RegGetValue(HKEY key, LPCWSTR subKey, LPCWSTR value, DWORD flags, LPDWORD type,
+                                         PVOID data, LPDWORD dataSize) const
+{
+    return ::RegGetValueW(key, subKey, value, flags, type, data, dataSize);
 }

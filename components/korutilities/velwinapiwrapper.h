@@ -134,6 +134,19 @@ public:
     // Crash-safe file replacement.
     BOOL WAPI_MoveFileEx(LPCWSTR existingFileName, LPCWSTR newFileName, DWORD flags) const override;
     BOOL WAPI_FlushFileBuffers(HANDLE file) const override;
+    // Hashing, packing and compound files.
+    BOOL WAPI_SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER newPosition,
+                               DWORD moveMethod) const override;
+    BOOL WAPI_GetFileSizeEx(HANDLE file, PLARGE_INTEGER size) const override;
+    HRESULT WAPI_StgCreateStorageEx(const WCHAR* name, DWORD mode, DWORD format, DWORD attributes,
+                                    STGOPTIONS* options, PSECURITY_DESCRIPTOR securityDescriptor, REFIID riid,
+                                    void** object) const override;
+    HRESULT WAPI_StgOpenStorageEx(const WCHAR* name, DWORD mode, DWORD format, DWORD attributes,
+                                  STGOPTIONS* options, PSECURITY_DESCRIPTOR securityDescriptor, REFIID riid,
+                                  void** object) const override;
+    void WAPI_CoTaskMemFree(LPVOID memory) const override;
+    LONG WAPI_RegGetValue(HKEY key, LPCWSTR subKey, LPCWSTR value, DWORD flags, LPDWORD type, PVOID data,
+                          LPDWORD dataSize) const override;
 
 private:
     // The start-up record as "name=value" entries for the process-creation trace; "Null" for a null record.

@@ -25,3 +25,7 @@
 #include "w32p_time.h"
 #include "w32p_process.h"
 #include "w32p_module.h"
+// Hashing, packing and compound files.
+#include "w32p_fileposition.h"
+#include "w32p_machineid.h"
+#include "w32p_storage.h"

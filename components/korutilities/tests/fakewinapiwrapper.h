@@ -214,6 +214,24 @@ public:
     KOR_FAKE_OPERATION(BOOL, MoveFileEx, (LPCWSTR existingFileName, LPCWSTR newFileName, DWORD flags),
                        (existingFileName, newFileName, flags))
     KOR_FAKE_OPERATION(BOOL, FlushFileBuffers, (HANDLE file), (file))
+    // Hashing, packing and compound files.
+    KOR_FAKE_OPERATION(BOOL, SetFilePointerEx,
+                       (HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER newPosition, DWORD moveMethod),
+                       (file, distance, newPosition, moveMethod))
+    KOR_FAKE_OPERATION(BOOL, GetFileSizeEx, (HANDLE file, PLARGE_INTEGER size), (file, size))
+    KOR_FAKE_OPERATION(HRESULT, StgCreateStorageEx,
+                       (const WCHAR* name, DWORD mode, DWORD format, DWORD attributes, STGOPTIONS* options,
+                        PSECURITY_DESCRIPTOR securityDescriptor, REFIID riid, void** object),
+                       (name, mode, format, attributes, options, securityDescriptor, riid, object))
+    KOR_FAKE_OPERATION(HRESULT, StgOpenStorageEx,
+                       (const WCHAR* name, DWORD mode, DWORD format, DWORD attributes, STGOPTIONS* options,
+                        PSECURITY_DESCRIPTOR securityDescriptor, REFIID riid, void** object),
+                       (name, mode, format, attributes, options, securityDescriptor, riid, object))
+    KOR_FAKE_OPERATION(void, CoTaskMemFree, (LPVOID memory), (memory))
+    KOR_FAKE_OPERATION(LONG, RegGetValue,
+                       (HKEY key, LPCWSTR subKey, LPCWSTR value, DWORD flags, LPDWORD type, PVOID data,
+                        LPDWORD dataSize),
+                       (key, subKey, value, flags, type, data, dataSize))
 
 private:
     void Record(const char* name) const
