@@ -15,13 +15,14 @@
 //   FILE_ATTRIBUTE_NORMAL when nothing else applies. Hidden, system and archive bits do not exist here.
 // - Names compare case-insensitively in wildcard searches, as on Windows, while the file system itself stays
 //   case-sensitive.
-// - Directory-change notification and overlapped results are not implemented yet and fail with
-//   ERROR_CALL_NOT_IMPLEMENTED.
 // Handles are thread-safe in the Win32 sense: concurrent ReadFile/WriteFile on one handle share its file
 // position as they would on Windows.
 #pragma once
 
 #include "w32p_base.h"
+
+#include <functional>
+#include <memory>
 
 #ifndef DELETE
 #define DELETE 0x00010000L
@@ -163,12 +164,11 @@ W32P_API HANDLE FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData);
 W32P_API BOOL FindNextFileW(HANDLE findFile, LPWIN32_FIND_DATAW findData);
 W32P_API BOOL FindClose(HANDLE findFile);
 
-// Not implemented yet: FALSE with ERROR_CALL_NOT_IMPLEMENTED.
-W32P_API BOOL ReadDirectoryChangesW(HANDLE directory, LPVOID buffer, DWORD bufferLength, BOOL watchSubtree,
-                                    DWORD notifyFilter, LPDWORD bytesReturned, LPOVERLAPPED overlapped,
-                                    LPOVERLAPPED_COMPLETION_ROUTINE completionRoutine);
-W32P_API BOOL GetOverlappedResult(HANDLE file, LPOVERLAPPED overlapped, LPDWORD transferred, BOOL wait);
-
 // For other areas of this layer (file-backed mappings): the descriptor behind a file handle, or -1 with
 // ERROR_INVALID_HANDLE. The descriptor stays owned by the handle.
 W32P_API int W32pFileDescriptorOfHandle(HANDLE file);
+// For other areas of this layer: the state kept with a file handle, made by make(descriptor) on first use
+// and released with the handle's last reference. Null with the last error set for a handle that is not a
+// file or directory, or when make returns null (it sets the last error then).
+W32P_API std::shared_ptr<void> W32pFileAttachment(HANDLE file,
+                                                  const std::function<std::shared_ptr<void>(int)>& make);
