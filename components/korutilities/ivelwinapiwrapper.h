@@ -145,4 +145,19 @@ public:
                                                                ULONG flags) const = 0;  // 68
     virtual CVeLResult<LONG> WAPI_BCryptDestroyHash(BCRYPT_HASH_HANDLE hash) const = 0; // 69
     virtual CVeLResult<LONG> WAPI_BCryptDestroyKey(BCRYPT_KEY_HANDLE key) const = 0;    // 70
+    // Watchers, well-known folders and file times.
+    virtual BOOL WAPI_CancelIoEx(HANDLE file, LPOVERLAPPED overlapped) const = 0; // 71
+    virtual HRESULT WAPI_SHGetKnownFolderPath(REFKNOWNFOLDERID folderId, DWORD flags, HANDLE token,
+                                              PWSTR* path) const = 0;                            // 72
+    virtual void WAPI_CoTaskMemFree(LPVOID memory) const = 0;                                    // 73
+    virtual DWORD WAPI_GetTempPath(DWORD size, LPWSTR buffer) const = 0;                         // 74
+    virtual DWORD WAPI_GetModuleFileName(HMODULE module, LPWSTR fileName, DWORD size) const = 0; // 75
+    virtual BOOL WAPI_GetFileAttributesEx(LPCWSTR fileName, GET_FILEEX_INFO_LEVELS infoLevel,
+                                          LPVOID information) const = 0; // 76
+    virtual BOOL WAPI_SetFileTime(HANDLE file, const FILETIME* creationTime, const FILETIME* lastAccessTime,
+                                  const FILETIME* lastWriteTime) const = 0;                              // 77
+    virtual BOOL WAPI_FileTimeToSystemTime(const FILETIME* fileTime, LPSYSTEMTIME systemTime) const = 0; // 78
+    virtual BOOL WAPI_SystemTimeToTzSpecificLocalTime(const TIME_ZONE_INFORMATION* timeZone,
+                                                      const SYSTEMTIME* universalTime,
+                                                      LPSYSTEMTIME localTime) const = 0; // 79
 };

@@ -131,6 +131,22 @@ public:
     CVeLResult<LONG> WAPI_BCryptDestroyHash(BCRYPT_HASH_HANDLE hash) const override;
     CVeLResult<LONG> WAPI_BCryptDestroyKey(BCRYPT_KEY_HANDLE key) const override;
 
+    // Watchers, well-known folders and file times.
+    BOOL WAPI_CancelIoEx(HANDLE file, LPOVERLAPPED overlapped) const override;
+    HRESULT WAPI_SHGetKnownFolderPath(REFKNOWNFOLDERID folderId, DWORD flags, HANDLE token,
+                                      PWSTR* path) const override;
+    void WAPI_CoTaskMemFree(LPVOID memory) const override;
+    DWORD WAPI_GetTempPath(DWORD size, LPWSTR buffer) const override;
+    DWORD WAPI_GetModuleFileName(HMODULE module, LPWSTR fileName, DWORD size) const override;
+    BOOL WAPI_GetFileAttributesEx(LPCWSTR fileName, GET_FILEEX_INFO_LEVELS infoLevel,
+                                  LPVOID information) const override;
+    BOOL WAPI_SetFileTime(HANDLE file, const FILETIME* creationTime, const FILETIME* lastAccessTime,
+                          const FILETIME* lastWriteTime) const override;
+    BOOL WAPI_FileTimeToSystemTime(const FILETIME* fileTime, LPSYSTEMTIME systemTime) const override;
+    BOOL WAPI_SystemTimeToTzSpecificLocalTime(const TIME_ZONE_INFORMATION* timeZone,
+                                              const SYSTEMTIME* universalTime,
+                                              LPSYSTEMTIME localTime) const override;
+
 private:
     // The start-up record as "name=value" entries for the process-creation trace; "Null" for a null record.
     std::wstring STARTUPINFOToString(STARTUPINFOW* startupInfo) const;

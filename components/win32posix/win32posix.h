@@ -13,6 +13,8 @@
 #include "w32p_interlocked.h"
 #include "w32p_file.h"
 #include "w32p_notify.h"
+#include "w32p_folders.h"
+#include "w32p_filetime.h"
 #include "w32p_crypto.h"
 #include "w32p_restartmanager.h"
 #include "w32p_toolhelp.h"
