@@ -111,6 +111,7 @@ bool CVeLDirWatcherImpl::Start(const fs::path& folder, bool subtree, unsigned in
         m_directory = nullptr;
         return false;
     }
+    VEL_TRACE(VEL_DBG1, "Watching %s", Utf8(folder).c_str());
     m_running = true;
     try
     {
@@ -124,7 +125,6 @@ bool CVeLDirWatcherImpl::Start(const fs::path& folder, bool subtree, unsigned in
         m_directory = nullptr;
         return false;
     }
-    VEL_TRACE(VEL_DBG1, "Watching %s", Utf8(folder).c_str());
     return true;
 }
 
@@ -224,6 +224,7 @@ void CVeLDirWatcherImpl::Run()
                       error);
             CancelPending();
             EndWith(DirWatchFailed, error);
+            Report(DirChangeEnded, m_folder);
             break;
         }
         if (index != 0 || m_stopRequested)
