@@ -18,9 +18,12 @@ class IVeLFileTimes
 {
 public:
     virtual ~IVeLFileTimes() {}
-    virtual bool GetFileTime(const boost::filesystem::path& path, FileTimeKindEnum kind, ULONGLONG& fileTime) const = 0;
-    virtual bool GetUtcTime(const boost::filesystem::path& path, FileTimeKindEnum kind, SYSTEMTIME& utc) const = 0;
+    virtual bool GetFileTime(const boost::filesystem::path& path, FileTimeKindEnum kind,
+                             ULONGLONG& fileTime) const = 0;
+    virtual bool GetUtcTime(const boost::filesystem::path& path, FileTimeKindEnum kind,
+                            SYSTEMTIME& utc) const = 0;
     // In the time zone of this machine (with its daylight-saving rule for that date).
-    virtual bool GetLocalTime(const boost::filesystem::path& path, FileTimeKindEnum kind, SYSTEMTIME& local) const = 0;
+    virtual bool GetLocalTime(const boost::filesystem::path& path, FileTimeKindEnum kind,
+                              SYSTEMTIME& local) const = 0;
     virtual bool SetLastWriteTime(const boost::filesystem::path& path, ULONGLONG fileTime) const = 0;
 };

@@ -24,9 +24,12 @@ public:
     CVeLFileTimes(const CVeLFileTimes&) = delete;
     CVeLFileTimes& operator=(const CVeLFileTimes&) = delete;
 
-    bool GetFileTime(const boost::filesystem::path& path, FileTimeKindEnum kind, ULONGLONG& fileTime) const override;
-    bool GetUtcTime(const boost::filesystem::path& path, FileTimeKindEnum kind, SYSTEMTIME& utc) const override;
-    bool GetLocalTime(const boost::filesystem::path& path, FileTimeKindEnum kind, SYSTEMTIME& local) const override;
+    bool GetFileTime(const boost::filesystem::path& path, FileTimeKindEnum kind,
+                     ULONGLONG& fileTime) const override;
+    bool GetUtcTime(const boost::filesystem::path& path, FileTimeKindEnum kind,
+                    SYSTEMTIME& utc) const override;
+    bool GetLocalTime(const boost::filesystem::path& path, FileTimeKindEnum kind,
+                      SYSTEMTIME& local) const override;
     bool SetLastWriteTime(const boost::filesystem::path& path, ULONGLONG fileTime) const override;
 
 private:

@@ -30,7 +30,8 @@ bool CVeLFileTimesImpl::GetFileTime(const fs::path& path, FileTimeKindEnum kind,
         return false;
     }
     WIN32_FILE_ATTRIBUTE_DATA data;
-    if (!m_api->WAPI_GetFileAttributesEx(CVeLPathConverter::ToWide(path).c_str(), GetFileExInfoStandard, &data))
+    if (!m_api->WAPI_GetFileAttributesEx(CVeLPathConverter::ToWide(path).c_str(), GetFileExInfoStandard,
+                                         &data))
     {
         const DWORD error = m_api->WAPI_GetLastError();
         VEL_TRACE(VEL_ERR, "Can't read the times of %s (code= 0x%08X)!", Utf8(path).c_str(), error);
@@ -83,9 +84,10 @@ bool CVeLFileTimesImpl::SetLastWriteTime(const fs::path& path, ULONGLONG fileTim
         return false;
     }
     // Attribute-only access with full sharing: setting a time must not disturb other users of the file.
-    CVeLHANDLE file(m_api, m_api->WAPI_CreateFile(CVeLPathConverter::ToWide(path).c_str(), FILE_WRITE_ATTRIBUTES,
-                                                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                                  OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    CVeLHANDLE file(m_api,
+                    m_api->WAPI_CreateFile(CVeLPathConverter::ToWide(path).c_str(), FILE_WRITE_ATTRIBUTES,
+                                           FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                           OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
     if (!file.IsValid())
     {
         const DWORD error = m_api->WAPI_GetLastError();

@@ -81,8 +81,8 @@ bool CVeLPathHelperImpl::MakeRelative(const fs::path& target, const fs::path& ba
     const std::vector<fs::path> toElements = Elements(to);
     const std::vector<fs::path> fromElements = Elements(from);
     std::size_t common = 0;
-    while (common < toElements.size() && common < fromElements.size() && toElements[common] == fromElements[common] &&
-           toElements[common] != ".")
+    while (common < toElements.size() && common < fromElements.size() &&
+           toElements[common] == fromElements[common] && toElements[common] != ".")
         ++common;
     fs::path relative;
     for (std::size_t i = common; i < fromElements.size(); ++i)
@@ -120,7 +120,8 @@ bool CVeLPathHelperImpl::GetProgramFolder(fs::path& folder) const
             return true;
         }
     }
-    VEL_TRACE(VEL_ERR, "GetModuleFileName failed (code= 0x%08X)!", static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
+    VEL_TRACE(VEL_ERR, "GetModuleFileName failed (code= 0x%08X)!",
+              static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
     return false;
 }
 
@@ -142,7 +143,8 @@ bool CVeLPathHelperImpl::GetTempFolder(fs::path& folder) const
     return true;
 }
 
-bool CVeLPathHelperImpl::GetKnownFolder(REFKNOWNFOLDERID id, const char* what, bool create, fs::path& folder) const
+bool CVeLPathHelperImpl::GetKnownFolder(REFKNOWNFOLDERID id, const char* what, bool create,
+                                        fs::path& folder) const
 {
     PWSTR text = nullptr;
     const HRESULT result = m_api->WAPI_SHGetKnownFolderPath(id, create ? KF_FLAG_CREATE : 0, nullptr, &text);

@@ -19,7 +19,8 @@ public:
                       boost::filesystem::path& result) const;
     bool GetProgramFolder(boost::filesystem::path& folder) const;
     bool GetTempFolder(boost::filesystem::path& folder) const;
-    bool GetKnownFolder(REFKNOWNFOLDERID id, const char* what, bool create, boost::filesystem::path& folder) const;
+    bool GetKnownFolder(REFKNOWNFOLDERID id, const char* what, bool create,
+                        boost::filesystem::path& folder) const;
 
 private:
     std::shared_ptr<IVeLWinAPIWrapper> m_api;

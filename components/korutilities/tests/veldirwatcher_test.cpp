@@ -32,7 +32,8 @@ class Changes
 public:
     DirChangeCallback Callback()
     {
-        return [this](DirChangeEnum kind, const fs::path& path) {
+        return [this](DirChangeEnum kind, const fs::path& path)
+        {
             std::lock_guard<std::mutex> guard(m_lock);
             m_seen.emplace_back(kind, path);
             m_changed.notify_all();
@@ -79,7 +80,10 @@ class FailingWaitHelper : public CVeLWaitHelper
 {
 public:
     FailingWaitHelper() : CVeLWaitHelper(false) {}
-    bool WaitForMultipleEvents(std::vector<void*>, DWORD, int&, WaitStatusEnum&) const override { return false; }
+    bool WaitForMultipleEvents(std::vector<void*>, DWORD, int&, WaitStatusEnum&) const override
+    {
+        return false;
+    }
 };
 
 class DirWatcherTest : public kortest::FileSystemTest
@@ -101,14 +105,11 @@ TEST_F(DirWatcherTest, ReportsEachKindOnceWithItsPathIncludingNewNestedFolders)
     fs::create_directories(Root() / "n1" / "n2");
     const fs::path deep = Root() / "n1" / "n2" / fs::path(u8"\u00e4rger-\u20ac.txt");
     Touch(deep);
-    const std::vector<Change> expected = {{DirChangeAdded, Root() / "a.txt"},
-                                          {DirChangeModified, Root() / "a.txt"},
-                                          {DirChangeRenamedFrom, Root() / "a.txt"},
-                                          {DirChangeRenamedTo, Root() / "b.txt"},
-                                          {DirChangeRemoved, Root() / "b.txt"},
-                                          {DirChangeAdded, Root() / "n1"},
-                                          {DirChangeAdded, Root() / "n1" / "n2"},
-                                          {DirChangeAdded, deep}};
+    const std::vector<Change> expected = {
+        {DirChangeAdded, Root() / "a.txt"},       {DirChangeModified, Root() / "a.txt"},
+        {DirChangeRenamedFrom, Root() / "a.txt"}, {DirChangeRenamedTo, Root() / "b.txt"},
+        {DirChangeRemoved, Root() / "b.txt"},     {DirChangeAdded, Root() / "n1"},
+        {DirChangeAdded, Root() / "n1" / "n2"},   {DirChangeAdded, deep}};
     EXPECT_EQ(expected, changes.WaitFor(expected.size()));
     EXPECT_TRUE(watcher.Stop(5000));
     EXPECT_EQ(DirWatchStopped, watcher.GetEndReason());
@@ -121,8 +122,8 @@ TEST_F(DirWatcherTest, MaskChoosesKindsAndSubtreeIsOptional)
     Changes changes;
     CVeLDirWatcher watcher;
     ASSERT_TRUE(watcher.Start(Root(), false, DirChangeRemoved, changes.Callback()));
-    Touch(Root() / "sub" / "below");    // not watched without the subtree
-    Touch(Root() / "kept");             // an addition, not chosen
+    Touch(Root() / "sub" / "below"); // not watched without the subtree
+    Touch(Root() / "kept");          // an addition, not chosen
     fs::remove(Root() / "sub" / "below");
     fs::remove(Root() / "kept");
     EXPECT_EQ((std::vector<Change>{{DirChangeRemoved, Root() / "kept"}}), changes.WaitFor(1));
@@ -139,14 +140,16 @@ TEST_F(DirWatcherTest, BurstIsReportedCompletelyOrAsLostNeverPartlyAndSilently)
     bool lost = false;
     std::condition_variable changed;
     CVeLDirWatcher watcher;
-    ASSERT_TRUE(watcher.Start(Root(), false, DirChangeAdded, [&](DirChangeEnum kind, const fs::path& path) {
-        std::lock_guard<std::mutex> guard(lock);
-        if (kind == DirChangeLost)
-            lost = true;
-        else if (!added.insert(path).second)
-            ++duplicates;
-        changed.notify_all();
-    }));
+    ASSERT_TRUE(watcher.Start(Root(), false, DirChangeAdded,
+                              [&](DirChangeEnum kind, const fs::path& path)
+                              {
+                                  std::lock_guard<std::mutex> guard(lock);
+                                  if (kind == DirChangeLost)
+                                      lost = true;
+                                  else if (!added.insert(path).second)
+                                      ++duplicates;
+                                  changed.notify_all();
+                              }));
     for (int i = 0; i < count; ++i)
         Touch(Root() / ("f" + std::to_string(i)));
     std::unique_lock<std::mutex> guard(lock);
@@ -195,11 +198,13 @@ TEST_F(DirWatcherTest, CallbackMayStopAndMayThrow)
 {
     CVeLDirWatcher watcher;
     int calls = 0;
-    ASSERT_TRUE(watcher.Start(Root(), false, DirChangeAdded, [&](DirChangeEnum, const fs::path&) {
-        if (++calls == 1)
-            throw std::runtime_error("host's mistake");
-        EXPECT_TRUE(watcher.Stop(0));
-    }));
+    ASSERT_TRUE(watcher.Start(Root(), false, DirChangeAdded,
+                              [&](DirChangeEnum, const fs::path&)
+                              {
+                                  if (++calls == 1)
+                                      throw std::runtime_error("host's mistake");
+                                  EXPECT_TRUE(watcher.Stop(0));
+                              }));
     Touch(Root() / "one");
     Touch(Root() / "two");
     for (int i = 0; i < 2000 && watcher.IsRunning(); ++i)
