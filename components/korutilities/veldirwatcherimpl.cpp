@@ -2,6 +2,7 @@
 #include "korutilitesbtracedef.h"
 #include "velpathconverter.h"
 
+#include <cstddef>
 #include <cstring>
 #include <exception>
 

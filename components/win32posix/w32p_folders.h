@@ -25,13 +25,20 @@ typedef LONG HRESULT;
 #ifndef E_INVALIDARG
 #define E_INVALIDARG static_cast<HRESULT>(0x80070057L)
 #endif
+#ifndef HRESULT_FROM_WIN32
 #define HRESULT_FROM_WIN32(x)                                                                                \
     (static_cast<HRESULT>(x) <= 0                                                                            \
          ? static_cast<HRESULT>(x)                                                                           \
          : static_cast<HRESULT>((static_cast<DWORD>(x) & 0x0000FFFFu) | 0x80070000u))
+#endif
+#ifndef SUCCEEDED
 #define SUCCEEDED(hr) (static_cast<HRESULT>(hr) >= 0)
 #define FAILED(hr) (static_cast<HRESULT>(hr) < 0)
+#endif
 
+// Guarded as in the Windows headers, so that another area of this layer may define it too.
+#ifndef GUID_DEFINED
+#define GUID_DEFINED
 typedef struct _GUID
 {
     DWORD Data1;
@@ -39,6 +46,7 @@ typedef struct _GUID
     WORD Data3;
     BYTE Data4[8];
 } GUID;
+#endif
 typedef GUID KNOWNFOLDERID;
 typedef const GUID& REFKNOWNFOLDERID;
 
