@@ -8,7 +8,8 @@ set -euo pipefail
 cd "$(dirname "$0")"
 
 PACKAGES=(cmake ninja-build g++ pkg-config libboost-dev libboost-filesystem-dev libboost-system-dev
-          libxerces-c-dev zlib1g-dev libssl-dev openssl libgtest-dev libgmock-dev libbenchmark-dev)
+          libxerces-c-dev zlib1g-dev libssl-dev openssl libgtest-dev libgmock-dev libbenchmark-dev
+          libspdlog-dev)
 JOBS=${JOBS:-2}
 
 install_packages() {
