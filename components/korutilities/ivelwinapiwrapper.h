@@ -154,15 +154,29 @@ public:
     // files, the registry value that identifies this machine. Each forwards to the Win32 function of its
     // name.
     virtual BOOL WAPI_SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER newPosition,
-                                       DWORD moveMethod) const = 0;
-    virtual BOOL WAPI_GetFileSizeEx(HANDLE file, PLARGE_INTEGER size) const = 0;
+                                       DWORD moveMethod) const = 0;              // 73
+    virtual BOOL WAPI_GetFileSizeEx(HANDLE file, PLARGE_INTEGER size) const = 0; // 74
     virtual HRESULT WAPI_StgCreateStorageEx(const WCHAR* name, DWORD mode, DWORD format, DWORD attributes,
                                             STGOPTIONS* options, PSECURITY_DESCRIPTOR securityDescriptor,
-                                            REFIID riid, void** object) const = 0;
+                                            REFIID riid, void** object) const = 0; // 75
     virtual HRESULT WAPI_StgOpenStorageEx(const WCHAR* name, DWORD mode, DWORD format, DWORD attributes,
                                           STGOPTIONS* options, PSECURITY_DESCRIPTOR securityDescriptor,
-                                          REFIID riid, void** object) const = 0;
-    virtual void WAPI_CoTaskMemFree(LPVOID memory) const = 0;
+                                          REFIID riid, void** object) const = 0; // 76
+    virtual void WAPI_CoTaskMemFree(LPVOID memory) const = 0;                    // 77
     virtual LONG WAPI_RegGetValue(HKEY key, LPCWSTR subKey, LPCWSTR value, DWORD flags, LPDWORD type,
-                                  PVOID data, LPDWORD dataSize) const = 0;
+                                  PVOID data, LPDWORD dataSize) const = 0; // 78
+    // Watchers, well-known folders and file times.
+    virtual BOOL WAPI_CancelIoEx(HANDLE file, LPOVERLAPPED overlapped) const = 0; // 79
+    virtual HRESULT WAPI_SHGetKnownFolderPath(REFKNOWNFOLDERID folderId, DWORD flags, HANDLE token,
+                                              PWSTR* path) const = 0;                            // 80
+    virtual DWORD WAPI_GetTempPath(DWORD size, LPWSTR buffer) const = 0;                         // 81
+    virtual DWORD WAPI_GetModuleFileName(HMODULE module, LPWSTR fileName, DWORD size) const = 0; // 82
+    virtual BOOL WAPI_GetFileAttributesEx(LPCWSTR fileName, GET_FILEEX_INFO_LEVELS infoLevel,
+                                          LPVOID information) const = 0; // 83
+    virtual BOOL WAPI_SetFileTime(HANDLE file, const FILETIME* creationTime, const FILETIME* lastAccessTime,
+                                  const FILETIME* lastWriteTime) const = 0;                              // 84
+    virtual BOOL WAPI_FileTimeToSystemTime(const FILETIME* fileTime, LPSYSTEMTIME systemTime) const = 0; // 85
+    virtual BOOL WAPI_SystemTimeToTzSpecificLocalTime(const TIME_ZONE_INFORMATION* timeZone,
+                                                      const SYSTEMTIME* universalTime,
+                                                      LPSYSTEMTIME localTime) const = 0; // 86
 };

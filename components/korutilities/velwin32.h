@@ -12,6 +12,8 @@
 #include <shlwapi.h>
 #include <tlhelp32.h>
 #include <psapi.h>
+#include <shlobj.h>
+#include <knownfolders.h>
 #else
 #include "win32posix.h"
 #endif

@@ -552,6 +552,17 @@ HRESULT CVeLWinAPIWrapper::WAPI_StgOpenStorageEx(const WCHAR* name, DWORD mode, 
                                                  void** object) const
 {
     return ::StgOpenStorageEx(name, mode, format, attributes, options, securityDescriptor, riid, object);
+// Watchers, well-known folders and file times.
+
+BOOL CVeLWinAPIWrapper::WAPI_CancelIoEx(HANDLE file, LPOVERLAPPED overlapped) const
+{
+    return ::CancelIoEx(file, overlapped);
+}
+
+HRESULT CVeLWinAPIWrapper::WAPI_SHGetKnownFolderPath(REFKNOWNFOLDERID folderId, DWORD flags, HANDLE token,
+                                                     PWSTR* path) const
+{
+    return ::SHGetKnownFolderPath(folderId, flags, token, path);
 }
 
 void CVeLWinAPIWrapper::WAPI_CoTaskMemFree(LPVOID memory) const
@@ -563,4 +574,36 @@ LONG CVeLWinAPIWrapper::WAPI_RegGetValue(HKEY key, LPCWSTR subKey, LPCWSTR value
                                          PVOID data, LPDWORD dataSize) const
 {
     return ::RegGetValueW(key, subKey, value, flags, type, data, dataSize);
+DWORD CVeLWinAPIWrapper::WAPI_GetTempPath(DWORD size, LPWSTR buffer) const
+{
+    return ::GetTempPathW(size, buffer);
+}
+
+DWORD CVeLWinAPIWrapper::WAPI_GetModuleFileName(HMODULE module, LPWSTR fileName, DWORD size) const
+{
+    return ::GetModuleFileNameW(module, fileName, size);
+}
+
+BOOL CVeLWinAPIWrapper::WAPI_GetFileAttributesEx(LPCWSTR fileName, GET_FILEEX_INFO_LEVELS infoLevel,
+                                                 LPVOID information) const
+{
+    return ::GetFileAttributesExW(fileName, infoLevel, information);
+}
+
+BOOL CVeLWinAPIWrapper::WAPI_SetFileTime(HANDLE file, const FILETIME* creationTime,
+                                         const FILETIME* lastAccessTime, const FILETIME* lastWriteTime) const
+{
+    return ::SetFileTime(file, creationTime, lastAccessTime, lastWriteTime);
+}
+
+BOOL CVeLWinAPIWrapper::WAPI_FileTimeToSystemTime(const FILETIME* fileTime, LPSYSTEMTIME systemTime) const
+{
+    return ::FileTimeToSystemTime(fileTime, systemTime);
+}
+
+BOOL CVeLWinAPIWrapper::WAPI_SystemTimeToTzSpecificLocalTime(const TIME_ZONE_INFORMATION* timeZone,
+                                                             const SYSTEMTIME* universalTime,
+                                                             LPSYSTEMTIME localTime) const
+{
+    return ::SystemTimeToTzSpecificLocalTime(timeZone, universalTime, localTime);
 }

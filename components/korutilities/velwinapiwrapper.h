@@ -147,6 +147,20 @@ public:
     void WAPI_CoTaskMemFree(LPVOID memory) const override;
     LONG WAPI_RegGetValue(HKEY key, LPCWSTR subKey, LPCWSTR value, DWORD flags, LPDWORD type, PVOID data,
                           LPDWORD dataSize) const override;
+    // Watchers, well-known folders and file times.
+    BOOL WAPI_CancelIoEx(HANDLE file, LPOVERLAPPED overlapped) const override;
+    HRESULT WAPI_SHGetKnownFolderPath(REFKNOWNFOLDERID folderId, DWORD flags, HANDLE token,
+                                      PWSTR* path) const override;
+    DWORD WAPI_GetTempPath(DWORD size, LPWSTR buffer) const override;
+    DWORD WAPI_GetModuleFileName(HMODULE module, LPWSTR fileName, DWORD size) const override;
+    BOOL WAPI_GetFileAttributesEx(LPCWSTR fileName, GET_FILEEX_INFO_LEVELS infoLevel,
+                                  LPVOID information) const override;
+    BOOL WAPI_SetFileTime(HANDLE file, const FILETIME* creationTime, const FILETIME* lastAccessTime,
+                          const FILETIME* lastWriteTime) const override;
+    BOOL WAPI_FileTimeToSystemTime(const FILETIME* fileTime, LPSYSTEMTIME systemTime) const override;
+    BOOL WAPI_SystemTimeToTzSpecificLocalTime(const TIME_ZONE_INFORMATION* timeZone,
+                                              const SYSTEMTIME* universalTime,
+                                              LPSYSTEMTIME localTime) const override;
 
 private:
     // The start-up record as "name=value" entries for the process-creation trace; "Null" for a null record.

@@ -50,6 +50,8 @@ struct FileObject : W32pObject
     std::string deletePath;
     dev_t device = 0;
     ino_t inode = 0;
+    std::mutex attachmentLock;        // guards attachment
+    std::shared_ptr<void> attachment; // state another area keeps per handle (a directory-change watch)
 };
 
 // The result of one directory search, taken at FindFirstFileW; FindNextFileW walks it.
@@ -892,17 +894,15 @@ BOOL FindClose(HANDLE findFile)
     return CloseHandle(findFile);
 }
 
-BOOL ReadDirectoryChangesW(HANDLE, LPVOID, DWORD, BOOL, DWORD, LPDWORD, LPOVERLAPPED,
-                           LPOVERLAPPED_COMPLETION_ROUTINE)
+std::shared_ptr<void> W32pFileAttachment(HANDLE file, const std::function<std::shared_ptr<void>(int)>& make)
 {
-    SetLastError(ERROR_CALL_NOT_IMPLEMENTED);
-    return FALSE;
-}
-
-BOOL GetOverlappedResult(HANDLE, LPOVERLAPPED, LPDWORD, BOOL)
-{
-    SetLastError(ERROR_CALL_NOT_IMPLEMENTED);
-    return FALSE;
+    const std::shared_ptr<FileObject> object = LookupFile(file);
+    if (!object)
+        return nullptr;
+    std::lock_guard<std::mutex> guard(object->attachmentLock);
+    if (!object->attachment)
+        object->attachment = make(object->fd);
+    return object->attachment;
 }
 
 // Renaming a file over another and flushing a file to the disk.

@@ -26,13 +26,14 @@
 //   (ERROR_NOT_READY) instead of blocking; transfers on the handle block as usual.
 // - FILE_FLAG_DELETE_ON_CLOSE removes the file when this handle closes, if the path still names the file
 //   it opened; a read-only file can't be opened with it (ERROR_ACCESS_DENIED).
-// - Directory-change notification and overlapped results are not implemented yet and fail with
-//   ERROR_CALL_NOT_IMPLEMENTED.
 // Handles are thread-safe in the Win32 sense: concurrent ReadFile/WriteFile on one handle share its file
 // position as they would on Windows.
 #pragma once
 
 #include "w32p_base.h"
+
+#include <functional>
+#include <memory>
 
 #ifndef DELETE
 #define DELETE 0x00010000L
@@ -175,12 +176,6 @@ W32P_API HANDLE FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData);
 W32P_API BOOL FindNextFileW(HANDLE findFile, LPWIN32_FIND_DATAW findData);
 W32P_API BOOL FindClose(HANDLE findFile);
 
-// Not implemented yet: FALSE with ERROR_CALL_NOT_IMPLEMENTED.
-W32P_API BOOL ReadDirectoryChangesW(HANDLE directory, LPVOID buffer, DWORD bufferLength, BOOL watchSubtree,
-                                    DWORD notifyFilter, LPDWORD bytesReturned, LPOVERLAPPED overlapped,
-                                    LPOVERLAPPED_COMPLETION_ROUTINE completionRoutine);
-W32P_API BOOL GetOverlappedResult(HANDLE file, LPOVERLAPPED overlapped, LPDWORD transferred, BOOL wait);
-
 // For other areas of this layer (file-backed mappings): the descriptor behind a file handle, or -1 with
 // ERROR_INVALID_HANDLE. The descriptor stays owned by the handle.
 W32P_API int W32pFileDescriptorOfHandle(HANDLE file);
@@ -208,3 +203,8 @@ W32P_API BOOL MoveFileExW(LPCWSTR existingFileName, LPCWSTR newFileName, DWORD f
 // Writes what the system holds of the file to the disk (fsync). A handle without write access:
 // ERROR_ACCESS_DENIED, as on Windows; pipes and terminals have nothing to flush and succeed.
 W32P_API BOOL FlushFileBuffers(HANDLE file);
+// For other areas of this layer: the state kept with a file handle, made by make(descriptor) on first use
+// and released with the handle's last reference. Null with the last error set for a handle that is not a
+// file or directory, or when make returns null (it sets the last error then).
+W32P_API std::shared_ptr<void> W32pFileAttachment(HANDLE file,
+                                                  const std::function<std::shared_ptr<void>(int)>& make);

@@ -232,6 +232,27 @@ public:
                        (HKEY key, LPCWSTR subKey, LPCWSTR value, DWORD flags, LPDWORD type, PVOID data,
                         LPDWORD dataSize),
                        (key, subKey, value, flags, type, data, dataSize))
+    // Watchers, well-known folders and file times.
+    KOR_FAKE_OPERATION(BOOL, CancelIoEx, (HANDLE file, LPOVERLAPPED overlapped), (file, overlapped))
+    KOR_FAKE_OPERATION(HRESULT, SHGetKnownFolderPath,
+                       (REFKNOWNFOLDERID folderId, DWORD flags, HANDLE token, PWSTR* path),
+                       (folderId, flags, token, path))
+    KOR_FAKE_OPERATION(DWORD, GetTempPath, (DWORD size, LPWSTR buffer), (size, buffer))
+    KOR_FAKE_OPERATION(DWORD, GetModuleFileName, (HMODULE module, LPWSTR fileName, DWORD size),
+                       (module, fileName, size))
+    KOR_FAKE_OPERATION(BOOL, GetFileAttributesEx,
+                       (LPCWSTR fileName, GET_FILEEX_INFO_LEVELS infoLevel, LPVOID information),
+                       (fileName, infoLevel, information))
+    KOR_FAKE_OPERATION(BOOL, SetFileTime,
+                       (HANDLE file, const FILETIME* creationTime, const FILETIME* lastAccessTime,
+                        const FILETIME* lastWriteTime),
+                       (file, creationTime, lastAccessTime, lastWriteTime))
+    KOR_FAKE_OPERATION(BOOL, FileTimeToSystemTime, (const FILETIME* fileTime, LPSYSTEMTIME systemTime),
+                       (fileTime, systemTime))
+    KOR_FAKE_OPERATION(BOOL, SystemTimeToTzSpecificLocalTime,
+                       (const TIME_ZONE_INFORMATION* timeZone, const SYSTEMTIME* universalTime,
+                        LPSYSTEMTIME localTime),
+                       (timeZone, universalTime, localTime))
 
 private:
     void Record(const char* name) const
