@@ -525,6 +525,8 @@ BOOL CVeLWinAPIWrapper::WAPI_MoveFileEx(LPCWSTR existingFileName, LPCWSTR newFil
 BOOL CVeLWinAPIWrapper::WAPI_FlushFileBuffers(HANDLE file) const
 {
     return ::FlushFileBuffers(file);
+}
+
 // Hashing, packing and compound files.
 
 BOOL CVeLWinAPIWrapper::WAPI_SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, PLARGE_INTEGER newPosition,
@@ -552,6 +554,8 @@ HRESULT CVeLWinAPIWrapper::WAPI_StgOpenStorageEx(const WCHAR* name, DWORD mode, 
                                                  void** object) const
 {
     return ::StgOpenStorageEx(name, mode, format, attributes, options, securityDescriptor, riid, object);
+}
+
 // Watchers, well-known folders and file times.
 
 BOOL CVeLWinAPIWrapper::WAPI_CancelIoEx(HANDLE file, LPOVERLAPPED overlapped) const

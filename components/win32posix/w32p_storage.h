@@ -84,13 +84,19 @@ typedef unsigned short USHORT;
 #define STREAM_SEEK_CUR 1
 #define STREAM_SEEK_END 2
 
+// Guarded as in the Windows headers, so that another area of this layer may define it too.
+#ifndef GUID_DEFINED
+#define GUID_DEFINED
 typedef struct _GUID
 {
     DWORD Data1;
     WORD Data2;
     WORD Data3;
     BYTE Data4[8];
-} GUID, IID, CLSID;
+} GUID;
+#endif
+typedef GUID IID;
+typedef GUID CLSID;
 typedef const IID& REFIID;
 typedef const CLSID& REFCLSID;
 
