@@ -578,6 +578,8 @@ LONG CVeLWinAPIWrapper::WAPI_RegGetValue(HKEY key, LPCWSTR subKey, LPCWSTR value
                                          PVOID data, LPDWORD dataSize) const
 {
     return ::RegGetValueW(key, subKey, value, flags, type, data, dataSize);
+}
+
 DWORD CVeLWinAPIWrapper::WAPI_GetTempPath(DWORD size, LPWSTR buffer) const
 {
     return ::GetTempPathW(size, buffer);

@@ -292,7 +292,7 @@ TEST(Find, WildcardsOrderAndWindowsErrors)
                      ERROR_FILE_NOT_FOUND);
 }
 
-TEST(File, AttributesExAndNotImplementedNotification)
+TEST(File, AttributesEx)
 {
     ScratchDir dir;
     WriteText(dir.NarrowOf("f"), "abc");
@@ -302,11 +302,4 @@ TEST(File, AttributesExAndNotImplementedNotification)
     EXPECT_EQ(data.dwFileAttributes, static_cast<DWORD>(FILE_ATTRIBUTE_NORMAL));
     ASSERT_TRUE(GetFileAttributesExW(dir.Wide().c_str(), GetFileExInfoStandard, &data));
     EXPECT_EQ(data.dwFileAttributes, static_cast<DWORD>(FILE_ATTRIBUTE_DIRECTORY));
-
-    char buffer[64];
-    DWORD n = 0;
-    EXPECT_W32_FAILS(ReadDirectoryChangesW(nullptr, buffer, sizeof buffer, FALSE,
-                                           FILE_NOTIFY_CHANGE_FILE_NAME, &n, nullptr, nullptr),
-                     FALSE, ERROR_CALL_NOT_IMPLEMENTED);
-    EXPECT_W32_FAILS(GetOverlappedResult(nullptr, nullptr, &n, FALSE), FALSE, ERROR_CALL_NOT_IMPLEMENTED);
 }
