@@ -32,14 +32,20 @@ typedef unsigned short USHORT;
 #define FAILED(hr) (static_cast<HRESULT>(hr) < 0)
 #define STDMETHODCALLTYPE
 
+#ifndef S_OK
 #define S_OK static_cast<HRESULT>(0)
+#endif
 #define S_FALSE static_cast<HRESULT>(1)
 #define E_NOTIMPL static_cast<HRESULT>(0x80004001)
 #define E_NOINTERFACE static_cast<HRESULT>(0x80004002)
 #define E_POINTER static_cast<HRESULT>(0x80004003)
+#ifndef E_FAIL
 #define E_FAIL static_cast<HRESULT>(0x80004005)
+#endif
 #define E_OUTOFMEMORY static_cast<HRESULT>(0x8007000E)
+#ifndef E_INVALIDARG
 #define E_INVALIDARG static_cast<HRESULT>(0x80070057)
+#endif
 #define STG_E_INVALIDFUNCTION static_cast<HRESULT>(0x80030001)
 #define STG_E_FILENOTFOUND static_cast<HRESULT>(0x80030002)
 #define STG_E_PATHNOTFOUND static_cast<HRESULT>(0x80030003)
