@@ -6,6 +6,8 @@
 #include "velencryptionhandler.h"
 #include "velencryptionhandlerimpl.h"
 
+#include "kortestsupport.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -16,7 +18,6 @@
 #include <iterator>
 #include <random>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 namespace
@@ -167,9 +168,9 @@ TEST_F(EncryptionHandler, AnotherKeyFailsThePaddingCheck)
 // standard AES-CBC with PKCS #7 padding under the raw key bytes. Both directions, and an empty plaintext.
 TEST_F(EncryptionHandler, OpenSslDecryptsTheLibrarysBufferAndTheReverse)
 {
-    char pattern[] = "/tmp/kor_crypto_XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    const std::string dir = pattern;
+    KORTEST_LINUX_ONLY("runs the openssl command line and a POSIX shell");
+    const std::string dir = kortest::NewTempFolder("kor_crypto");
+    ASSERT_FALSE(dir.empty());
     auto write = [&](const char* name, const unsigned char* data, std::size_t size)
     { std::ofstream(dir + "/" + name, std::ios::binary).write(reinterpret_cast<const char*>(data), size); };
     auto read = [&](const char* name)
