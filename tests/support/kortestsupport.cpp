@@ -24,6 +24,9 @@ extern char** environ;
 
 namespace kortest
 {
+
+#if defined(_WIN32)
+
 namespace
 {
 
@@ -32,13 +35,6 @@ std::string UniqueName(const std::string& stem)
     static std::atomic<unsigned> counter{0};
     return stem + "-" + std::to_string(ProcessId()) + "-" + std::to_string(++counter);
 }
-
-} // namespace
-
-#if defined(_WIN32)
-
-namespace
-{
 
 std::wstring Wide(const std::string& utf8)
 {

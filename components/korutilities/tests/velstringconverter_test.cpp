@@ -81,8 +81,10 @@ TEST(CVeLStringConverter, LoneSurrogatesRoundTripAsCodeUnits)
               reversed);
     // Only a wide value that no code unit can hold is replaced.
     if (sizeof(wchar_t) == 4)
+    {
         EXPECT_EQ(CVeLStringConverter::ConvertStdWStringToUTF16(std::wstring{static_cast<wchar_t>(0x110000)}),
                   std::u16string(u"\uFFFD"));
+    }
 }
 
 TEST(CVeLVarEnvironment, ExistenceAndValues)
