@@ -112,7 +112,12 @@ dep_boost() {
         (cd "$src" && ./bootstrap.sh --with-libraries=filesystem,system >/dev/null &&
             ./b2 -q -d0 -j "$JOBS" --user-config=user-config.jam toolset=gcc-mingw target-os=windows \
                 address-model=64 architecture=x86 variant=release link=static runtime-link=shared \
-                threading=multi --layout=system --with-filesystem --with-system --prefix="$2" install)
+                threading=multi --layout=system --with-filesystem --with-system stage)
+        # "b2 install" copies the 15,000 headers one by one, which takes many minutes on a busy machine; a
+        # plain copy takes seconds. CMake's FindBoost finds the result without Boost's own package files.
+        mkdir -p "$2/include" "$2/lib"
+        cp -r "$src/boost" "$2/include/"
+        cp "$src"/stage/lib/*.a "$2/lib/"
         ;;
     esac
 }
