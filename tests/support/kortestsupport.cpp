@@ -122,8 +122,8 @@ std::string NewTempFile(const std::string& stem)
     for (int attempt = 0; attempt < 100; ++attempt)
     {
         std::string path = TempFolder() + UniqueName(stem);
-        HANDLE h = CreateFileW(Wide(path).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL,
-                               nullptr);
+        HANDLE h = CreateFileW(Wide(path).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                               FILE_ATTRIBUTE_NORMAL, nullptr);
         if (h != INVALID_HANDLE_VALUE)
         {
             CloseHandle(h);

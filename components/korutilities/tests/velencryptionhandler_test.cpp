@@ -87,6 +87,7 @@ TEST_F(EncryptionHandler, BufferIsIvThenPaddedCiphertextAndRoundTrips)
     EXPECT_NE(Bytes(first.begin(), first.begin() + 16), Bytes(second.begin(), second.begin() + 16));
     EXPECT_EQ(ToBytes(handler.DecryptBytes(ToArray(first)).GetValue()), plain);
     // Decryption works in place: the IV region ends up holding the last ciphertext block.
+    KORTEST_SKIP_UNDER_WINE("its BCryptDecrypt does not write the CBC chaining value back into the IV");
     const Bytes lastBlock(second.end() - 16, second.end());
     EXPECT_EQ(ToBytes(handler.DecryptBytes(second.data(), 32).GetValue()), plain);
     EXPECT_EQ(Bytes(second.begin(), second.begin() + 16), lastBlock);
@@ -147,6 +148,8 @@ TEST_F(EncryptionHandler, BadKeysAndBadInputAreRefused)
 // settled once, not on every run.
 TEST_F(EncryptionHandler, AnotherKeyFailsThePaddingCheck)
 {
+    KORTEST_SKIP_UNDER_WINE(
+        "its BCryptDecrypt answers bad padding with STATUS_UNSUCCESSFUL, not STATUS_DATA_ERROR");
     auto fake = std::make_shared<CFakeWinAPIWrapper>();
     fake->OnBCryptGenRandom = [](BCRYPT_ALG_HANDLE, PUCHAR buffer, ULONG length, ULONG)
     {
