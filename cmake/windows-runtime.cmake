@@ -3,7 +3,6 @@
 # programs, the package test and the tools start from the build tree as they do from an installation.
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 
-set(_kor_dll_dirs "")
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # libstdc++, libgcc and winpthread of the compiler that built us.
   foreach(_kor_rt libstdc++-6.dll libgcc_s_seh-1.dll libwinpthread-1.dll)
@@ -16,13 +15,8 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
 endif()
 # The DLLs in the prefixes where the dependencies were found (Xerces-C, zlib, ...).
 foreach(_kor_root IN LISTS CMAKE_FIND_ROOT_PATH CMAKE_PREFIX_PATH)
-  list(APPEND _kor_dll_dirs "${_kor_root}/bin" "${_kor_root}/lib")
-endforeach()
-foreach(_kor_dll xerces-c_3_2.dll xerces-c_3_2D.dll libxerces-c-3.2.dll zlib1.dll zlib.dll zlibd1.dll)
-  foreach(_kor_dir IN LISTS _kor_dll_dirs)
-    if(EXISTS "${_kor_dir}/${_kor_dll}")
-      file(COPY "${_kor_dir}/${_kor_dll}" DESTINATION ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
-      break()
-    endif()
-  endforeach()
+  file(GLOB _kor_dlls "${_kor_root}/bin/*.dll" "${_kor_root}/lib/zlib*.dll")
+  if(_kor_dlls)
+    file(COPY ${_kor_dlls} DESTINATION ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
+  endif()
 endforeach()
