@@ -11,6 +11,20 @@
 //                  without it modules start at "WRN" (5).
 //   BTRACE_OUTPUT  "stderr" (the default) or a file path to which each message is appended as one line:
 //                  <ISO-8601 local time> [<LEVEL NAME>] <module> <source file>:<line> <formatted text>
+//                  While a shared ring is active (below) and BTRACE_OUTPUT is not set, messages go to the
+//                  ring only; with BTRACE_OUTPUT set they go to both.
+//
+// Shared ring. BTraceInitialize with the shared flag and a segment name S maps a ring of about sizeBytes
+// in the file "S.btrace" of the user's private segment folder (/dev/shm/korbtrace-<uid> on Linux,
+// %LOCALAPPDATA%\korbtrace on Windows). Every message is kept there in binary form (site, time, thread,
+// argument slots, copied strings) and formatted only when someone reads it: this process (BTraceDump),
+// another process (BTraceRemoteDump, BTraceReadSegment) or a reader after this process died. The file
+// outlives the process until BTraceRemoveSegment or the next host with the same segment name.
+// While the ring is active, another process of the same user can list the modules, change a level and
+// take a dump through the BTraceRemote... calls; a back-end thread answers them.
+//
+// Failure convention of the functions below that take `std::string& error`: false with the reason in
+// `error`; nothing throws.
 #pragma once
 
 #include "btrace_export.h"
@@ -84,7 +98,9 @@ struct BTraceInitInfo
     std::string first;
     std::string fourth;
     std::string segment;
-    std::uint32_t sizeBytes = 0;
+    std::uint64_t sizeBytes = 0;
+    std::string segmentFile; // the ring's file; empty when no ring could be set up
+    std::string ringError;   // why there is no ring, when shared mode was asked for
     bool shared = false;
     std::uint32_t breakMode = 0;
     std::uint32_t options = 0;
@@ -101,10 +117,14 @@ struct BTraceRecord
 };
 
 // Starts the back-end for this process. Does nothing (and returns false) if it is already initialised.
+// With `shared` and a non-empty segment it also starts the shared ring and the trace commands; when
+// that fails (segment in use by a live process, folder not private) tracing goes on without a ring and
+// the reason is written to stderr and kept in BTraceGetInitInfo().ringError.
 BTRACE_API bool BTraceInitialize(const char* first, const char* fourth, const char* segment,
-                                 std::uint32_t sizeBytes, bool shared, std::uint32_t breakMode,
+                                 std::uint64_t sizeBytes, bool shared, std::uint32_t breakMode,
                                  std::uint32_t options);
-// Ends the back-end's initialised state; a later BTraceInitialize starts it again. Modules stay.
+// Ends the back-end's initialised state; a later BTraceInitialize starts it again. Modules stay. The
+// ring's file stays, marked as ended, for readers.
 BTRACE_API void BTraceShutdown();
 BTRACE_API BTraceInitInfo BTraceGetInitInfo();
 
@@ -116,6 +136,51 @@ BTRACE_API BTraceModule* BTraceFindModule(const char* name);
 // Names of the modules registered with BTraceRegisterModule, in registration order.
 BTRACE_API std::vector<std::string> BTraceRegisteredModules();
 BTRACE_API void BTraceSetLevel(BTraceModule* module, unsigned char level);
+
+struct BTraceModuleLevel
+{
+    std::string name;
+    unsigned level;
+};
+// Every known module (attached or registered) with its current level, in the order they became known.
+BTRACE_API std::vector<BTraceModuleLevel> BTraceListModules();
+
+// Limits a message site: at most maxCount emissions per window of windowMs milliseconds, or, with
+// windowMs 0, only the first maxCount. Suppressed emissions are counted; the count is reported by a
+// message at the site's level and place, emitted by the first emission after the window ends, and by
+// BTraceDump and BTraceShutdown. maxCount 0 with windowMs 0 removes the limit. The
+// descriptor itself is not changed: limits live in the back-end, keyed by the descriptor's address.
+BTRACE_API void BTraceSetLimit(const BTraceDescriptor* descriptor, std::uint32_t maxCount,
+                               std::uint32_t windowMs);
+
+// --- Shared ring: this process ------------------------------------------------------------------------
+// Writes the ring, formatted, to path (through a temporary file renamed into place).
+BTRACE_API bool BTraceDump(const std::string& path, std::string& error);
+// Writes the ring, formatted, to path when the process ends abnormally (fatal signal on Linux, unhandled
+// exception on Windows), then passes the event on to the handler installed before. The dump on that path
+// formats integers, characters, strings and pointers; other conversions show their raw slot in hex.
+BTRACE_API bool BTraceEnableCrashDump(const std::string& path);
+
+// --- Shared ring: other processes of this user --------------------------------------------------------
+BTRACE_API bool BTraceRemoteListModules(const std::string& segment, std::vector<BTraceModuleLevel>& modules,
+                                        std::string& error);
+BTRACE_API bool BTraceRemoteSetLevel(const std::string& segment, const std::string& module, unsigned level,
+                                     std::string& error);
+// Asks the live host to write its dump to path (made absolute here, written by the host).
+BTRACE_API bool BTraceRemoteDump(const std::string& segment, const std::string& path, std::string& error);
+// True while a host holds the segment's command objects.
+BTRACE_API bool BTraceSegmentAlive(const std::string& segment);
+BTRACE_API bool BTraceSegmentFilePath(const std::string& segment, std::string& path, std::string& error);
+// Formats the ring in the segment's file (the host may be running, ended or killed). A file that is not a
+// well-formed trace segment is refused with the reason.
+BTRACE_API bool BTraceReadSegment(const std::string& segment, std::string& text, std::string& error);
+BTRACE_API bool BTraceReadSegmentFile(const std::string& filePath, std::string& text, std::string& error);
+// The dump of a live host (asked through the commands) or, when none runs, read from the file.
+BTRACE_API bool BTraceDumpSegment(const std::string& segment, const std::string& path, std::string& error);
+// Removes the segment's file; refused while a host holds the segment.
+BTRACE_API bool BTraceRemoveSegment(const std::string& segment, std::string& error);
+// The segment of a running host process, found by the process id in the ring headers of this user.
+BTRACE_API bool BTraceFindSegment(std::uint32_t pid, std::string& segment, std::string& error);
 
 // Emits one message: the descriptor, a reserved 0, then BTraceArgumentCount(*d) arguments, each passed
 // as a 64-bit unsigned integer (signed values sign-extended, pointers as addresses, doubles bit-copied).

@@ -2,6 +2,7 @@
 // the type its length modifier names out of the slot (so "%d" reads the low 32 bits as a signed int,
 // "%lld" the whole slot), which keeps a 32-bit conversion fed with a sign-extended value well defined.
 #include "btrace.h"
+#include "btraceinternal.h"
 
 #include <cstdio>
 #include <cstring>
@@ -87,9 +88,23 @@ void AppendString(std::string& out, const std::string& text, bool leftAlign, int
         out.append(pad, ' ');
 }
 
+// Widths and precisions taken from arguments stay within what a line can sensibly hold, so a hostile
+// argument cannot make the formatter allocate gigabytes.
+int ClampWidth(std::int32_t value)
+{
+    return value > 100000 ? 100000 : value < -100000 ? -100000 : static_cast<int>(value);
+}
+
 } // namespace
 
 std::string BTraceFormat(const char* format, const std::uint64_t* args, std::size_t count)
+{
+    return btrace_detail::FormatMessage(format, args, count, nullptr, nullptr);
+}
+
+std::string btrace_detail::FormatMessage(const char* format, const std::uint64_t* args, std::size_t count,
+                                         const std::vector<std::string>* copiedStrings,
+                                         std::vector<StringArgument>* stringArguments)
 {
     std::string out;
     if (format == nullptr)
@@ -123,14 +138,15 @@ std::string BTraceFormat(const char* format, const std::uint64_t* args, std::siz
         int width = -1;
         if (*p == '*')
         {
-            width = static_cast<int>(static_cast<std::int32_t>(take(ok)));
+            width = ClampWidth(static_cast<std::int32_t>(take(ok)));
             ++p;
         }
         else if (*p >= '0' && *p <= '9')
         {
             width = 0;
             while (*p >= '0' && *p <= '9')
-                width = width * 10 + (*p++ - '0');
+                width = width < 100000 ? width * 10 + (*p++ - '0')
+                                       : (++p, width); // no overflow on hostile formats
         }
         int precision = -1;
         if (*p == '.')
@@ -139,12 +155,12 @@ std::string BTraceFormat(const char* format, const std::uint64_t* args, std::siz
             precision = 0;
             if (*p == '*')
             {
-                precision = static_cast<int>(static_cast<std::int32_t>(take(ok)));
+                precision = ClampWidth(static_cast<std::int32_t>(take(ok)));
                 ++p;
             }
             else
                 while (*p >= '0' && *p <= '9')
-                    precision = precision * 10 + (*p++ - '0');
+                    precision = precision < 100000 ? precision * 10 + (*p++ - '0') : (++p, precision);
         }
         // Length modifiers: none, h and hh read 32 bits or less; l, ll, j, z, t and I64 read the whole
         // slot (the library's "long" is the Windows 32-bit long, sign-extended into the slot, so reading
@@ -241,8 +257,13 @@ std::string BTraceFormat(const char* format, const std::uint64_t* args, std::siz
         case 'S':
         {
             std::string text;
+            if (stringArguments != nullptr)
+                stringArguments->push_back(
+                    StringArgument{static_cast<unsigned>(next - 1), wide || conv == 'S'});
             if (v == 0)
                 text = "(null)";
+            else if (copiedStrings != nullptr)
+                text = next - 1 < copiedStrings->size() ? (*copiedStrings)[next - 1] : std::string();
             else if (wide || conv == 'S')
                 AppendWide(text, reinterpret_cast<const wchar_t*>(static_cast<std::uintptr_t>(v)));
             else

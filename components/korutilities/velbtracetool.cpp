@@ -21,7 +21,7 @@ bool CVeLBTraceTool::InitializeBTrace(std::string first, std::string segment, un
     if (first.empty() || segment.empty() || fourth.empty())
         return false;
     const bool breakMode = IsBreakModeEnabled();
-    BTraceInitialize(first.c_str(), fourth.c_str(), segment.c_str(), sizeKiB * 1024u, true,
+    BTraceInitialize(first.c_str(), fourth.c_str(), segment.c_str(), std::uint64_t(sizeKiB) * 1024u, true,
                      breakMode ? 2u : 0u, 0u);
     BTraceRegisterModule("KORSW", false);
     BTraceRegisterModule("main", true);

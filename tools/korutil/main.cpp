@@ -200,5 +200,8 @@ int main(int argc, char** argv)
     }
     std::fflush(stdout);
     CVeLBTraceTool::ShutdownBTrace();
+    // The tool's ring is per run: after a normal end nobody reads it, so it does not stay behind.
+    std::string ignored;
+    BTraceRemoveSegment(segment, ignored);
     return status;
 }
