@@ -130,8 +130,9 @@ dep_xerces() {
     build)
         local src
         src=$(fetch_source xerces-c)
-        # Only the library is needed; its samples and test programs double the build time.
-        sed -i -E '/add_subdirectory\((samples|tests)\)/d' "$src/CMakeLists.txt"
+        # Only the library is needed: its samples and test programs double the build time, and Debian's
+        # repacked source has no generated documentation to install.
+        sed -i -E '/add_subdirectory\((samples|tests|doc)\)/d' "$src/CMakeLists.txt"
         cmake -S "$src" -B "$WORK/xerces" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$TOOLCHAIN" \
             -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$2" -DBUILD_SHARED_LIBS=ON \
             -Dnetwork=OFF -Dtranscoder=windows -Dmessage-loader=inmemory -Dxmlch-type=char16_t >/dev/null
