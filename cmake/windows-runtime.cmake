@@ -2,6 +2,8 @@
 # and the DLLs of the compiler's run-time and of the third-party libraries are copied there, so the test
 # programs, the package test and the tools start from the build tree as they do from an installation.
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+# DLLs carry their Windows names (korutilities.dll, btrace.dll), not the "lib" prefix of mingw-w64.
+set(CMAKE_SHARED_LIBRARY_PREFIX "")
 
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # libstdc++, libgcc and winpthread of the compiler that built us.
