@@ -204,14 +204,19 @@ std::string LocalTimeText(std::int64_t realNs)
     std::int64_t ms = realNs / 1000000 % 1000;
     if (ms < 0)
         ms += 1000, --seconds;
-    std::tm tm{};
+    std::tm tm{}, utc{};
     btrace_platform::LocalTime(seconds, tm);
+    btrace_platform::UtcTime(seconds, utc);
     char date[32];
     std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &tm);
-    char zone[8];
-    std::strftime(zone, sizeof zone, "%z", &tm); // +hhmm
+    // The offset from UTC comes from the two broken-down times, not from strftime's "%z", which the
+    // Windows run-time answers with a zone name.
+    int days = tm.tm_year != utc.tm_year ? (tm.tm_year > utc.tm_year ? 1 : -1) : tm.tm_yday - utc.tm_yday;
+    int offset = days * 1440 + (tm.tm_hour - utc.tm_hour) * 60 + (tm.tm_min - utc.tm_min);
+    int magnitude = offset < 0 ? -offset : offset;
     char out[64];
-    std::snprintf(out, sizeof out, "%s.%03d%.3s:%.2s", date, static_cast<int>(ms), zone, zone + 3);
+    std::snprintf(out, sizeof out, "%s.%03d%c%02d:%02d", date, static_cast<int>(ms), offset < 0 ? '-' : '+',
+                  magnitude / 60, magnitude % 60);
     return out;
 }
 

@@ -252,6 +252,12 @@ void LocalTime(std::int64_t seconds, struct tm& out)
     ::localtime_r(&t, &out);
 }
 
+void UtcTime(std::int64_t seconds, struct tm& out)
+{
+    const time_t t = static_cast<time_t>(seconds);
+    ::gmtime_r(&t, &out);
+}
+
 std::uint64_t MonotonicNs()
 {
     timespec ts;

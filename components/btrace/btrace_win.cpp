@@ -291,6 +291,12 @@ void LocalTime(std::int64_t seconds, struct tm& out)
     localtime_s(&out, &t);
 }
 
+void UtcTime(std::int64_t seconds, struct tm& out)
+{
+    const time_t t = static_cast<time_t>(seconds);
+    gmtime_s(&out, &t);
+}
+
 std::uint64_t MonotonicNs()
 {
     static const LONGLONG frequency = []

@@ -37,6 +37,23 @@ void AppendUtf8(std::string& out, char32_t c)
     }
 }
 
+// A wide string is UTF-16 where wchar_t has 16 bits (a surrogate pair is one character) and UTF-32
+// elsewhere; a lone surrogate prints as U+FFFD.
+void AppendWide(std::string& out, const wchar_t* w)
+{
+    constexpr bool utf16 = sizeof(wchar_t) == 2;
+    for (; *w; ++w)
+    {
+        char32_t c = static_cast<char32_t>(*w);
+        if (utf16 && c >= 0xD800 && c <= 0xDBFF && w[1] >= 0xDC00 && w[1] <= 0xDFFF)
+        {
+            c = 0x10000 + ((c - 0xD800) << 10) + (static_cast<char32_t>(w[1]) - 0xDC00);
+            ++w;
+        }
+        AppendUtf8(out, c);
+    }
+}
+
 template <typename T>
 void AppendFormatted(std::string& out, const std::string& conversion, T value)
 {
@@ -248,9 +265,7 @@ std::string btrace_detail::FormatMessage(const char* format, const std::uint64_t
             else if (copiedStrings != nullptr)
                 text = next - 1 < copiedStrings->size() ? (*copiedStrings)[next - 1] : std::string();
             else if (wide || conv == 'S')
-                for (const wchar_t* w = reinterpret_cast<const wchar_t*>(static_cast<std::uintptr_t>(v)); *w;
-                     ++w)
-                    AppendUtf8(text, static_cast<char32_t>(*w));
+                AppendWide(text, reinterpret_cast<const wchar_t*>(static_cast<std::uintptr_t>(v)));
             else
                 text = reinterpret_cast<const char*>(static_cast<std::uintptr_t>(v));
             AppendString(out, text, flags.find('-') != std::string::npos, width, precision);

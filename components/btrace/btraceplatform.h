@@ -39,6 +39,8 @@ bool ProcessAlive(std::uint32_t pid);
 std::int64_t RealTimeNs();
 // Broken-down local time of `seconds` since 1970.
 void LocalTime(std::int64_t seconds, struct tm& out);
+// Broken-down UTC of `seconds` since 1970.
+void UtcTime(std::int64_t seconds, struct tm& out);
 std::uint64_t MonotonicNs();
 void SleepMs(unsigned ms);
 

@@ -7,6 +7,9 @@
 #include "korutilities_export.h"
 #include "velwin32.h"
 
+#include <cstddef>
+#include <cstdint>
+
 class KORUTILITIES_API CVeLCRC32
 {
 public:

@@ -4,6 +4,7 @@
 
 #include "velwin32.h"
 
+#include <cstdint>
 #include <type_traits>
 
 template <typename T>

@@ -18,24 +18,15 @@ bool IsLowSurrogate(char32_t c)
     return c >= 0xDC00 && c <= 0xDFFF;
 }
 
-// Appends the UTF-16 code units of text[i] (and of text[i + 1] when the two form a pair); returns how many
-// wide characters were used.
+// Appends the UTF-16 code units of text[i]; returns how many wide characters were used (always 1). Where
+// wchar_t has 32 bits, a character beyond U+FFFF becomes a surrogate pair and a surrogate value, paired or
+// lone, is written as the code unit it is, so 16-bit data round-trips unchanged through a wide string on
+// every platform. Only values beyond U+10FFFF, which no code unit can hold, become U+FFFD.
 template <typename Put>
 std::size_t PutUtf16(const std::wstring& text, std::size_t i, Put put)
 {
     const char32_t c = static_cast<char32_t>(text[i]);
-    if (sizeof(wchar_t) == 2)
-    {
-        put(static_cast<char16_t>(c));
-        return 1;
-    }
-    if (IsHighSurrogate(c) && i + 1 < text.size() && IsLowSurrogate(static_cast<char32_t>(text[i + 1])))
-    {
-        put(static_cast<char16_t>(c));
-        put(static_cast<char16_t>(text[i + 1]));
-        return 2;
-    }
-    if (c > 0x10FFFF || IsHighSurrogate(c) || IsLowSurrogate(c))
+    if (c > 0x10FFFF)
         put(kReplacement);
     else if (c >= 0x10000)
     {
@@ -47,7 +38,8 @@ std::size_t PutUtf16(const std::wstring& text, std::size_t i, Put put)
     return 1;
 }
 
-// Wide text of count code units that unit(i) reads.
+// Wide text of count code units that unit(i) reads. Where wchar_t has 32 bits a surrogate pair becomes one
+// character and a lone surrogate the wchar_t of the same value; where it has 16 bits every unit is kept.
 template <typename Unit>
 std::wstring FromUtf16(std::size_t count, Unit unit)
 {
@@ -56,13 +48,8 @@ std::wstring FromUtf16(std::size_t count, Unit unit)
     for (std::size_t i = 0; i < count; ++i)
     {
         char32_t c = unit(i);
-        if (sizeof(wchar_t) == 4 && (IsHighSurrogate(c) || IsLowSurrogate(c)))
-        {
-            if (IsHighSurrogate(c) && i + 1 < count && IsLowSurrogate(unit(i + 1)))
-                c = 0x10000 + ((c - 0xD800) << 10) + (unit(++i) - 0xDC00);
-            else
-                c = kReplacement;
-        }
+        if (sizeof(wchar_t) == 4 && IsHighSurrogate(c) && i + 1 < count && IsLowSurrogate(unit(i + 1)))
+            c = 0x10000 + ((c - 0xD800) << 10) + (unit(++i) - 0xDC00);
         text.push_back(static_cast<wchar_t>(c));
     }
     return text;

@@ -1,6 +1,7 @@
 // CVeLStringConverter: the library's conversions between wide text and UTF-8 (code page 65001), used
-// for trace arguments, paths and byte formats. Stateless; any thread may call it. Invalid input becomes
-// U+FFFD, never a crash or a silent cut.
+// for trace arguments, paths and byte formats, and the UTF-16 codec of 16-bit code units. Stateless; any
+// thread may call it. Invalid input to or from UTF-8 becomes U+FFFD, never a crash or a silent cut; 16-bit
+// code units are kept as they are, lone surrogates included, so such data round-trips on every platform.
 #pragma once
 
 #include "korutilities_export.h"
@@ -28,11 +29,11 @@ public:
 
     // UTF-16 code units of wide text, the form text takes wherever it is defined as 16-bit units (XML
     // strings, wide-string file contents, keys). Where wchar_t is 16 bits the units are copied; where it
-    // holds UTF-32, characters beyond U+FFFF become surrogate pairs and a pair already held in two wide
-    // characters is kept. A lone surrogate or a value beyond U+10FFFF becomes U+FFFD.
+    // holds UTF-32, characters beyond U+FFFF become surrogate pairs and a surrogate value is written as
+    // the unit it is. Only a value beyond U+10FFFF becomes U+FFFD.
     static std::u16string ConvertStdWStringToUTF16(const std::wstring& text);
     // Wide text of count UTF-16 code units (embedded zeros kept): pairs are joined where wchar_t holds
-    // UTF-32, a lone surrogate becomes U+FFFD. Empty for a null pointer.
+    // UTF-32, a lone surrogate is kept as the wchar_t of its value. Empty for a null pointer.
     static std::wstring ConvertUTF16ToStdWString(const char16_t* units, std::size_t count);
     // The same code units as little-endian bytes, the byte order of files and keys on every platform.
     static std::vector<unsigned char> ConvertStdWStringToUTF16LE(const std::wstring& text);

@@ -1,8 +1,8 @@
 // CVeLXMLCharConverter: the conversion between the library's wide text and the XML parser's 16-bit
 // characters, in the parser's string type; the code units come from CVeLStringConverter's UTF-16 codec.
 // Stateless; any thread may call it. Where wchar_t holds UTF-32 (Linux) characters beyond U+FFFF become
-// surrogate pairs on the way in and pairs are joined on the way out. A lone surrogate, or a wide value that
-// is no Unicode character, becomes U+FFFD: never a crash and never a silently shortened text.
+// surrogate pairs on the way in and pairs are joined on the way out. A lone surrogate is kept as it is on
+// both platforms; a wide value beyond U+10FFFF becomes U+FFFD: never a crash, never a shortened text.
 #pragma once
 
 #include "korutilities_export.h"

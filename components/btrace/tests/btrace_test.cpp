@@ -2,6 +2,8 @@
 // and line integrity under concurrent emitters.
 #include <btrace.h>
 
+#include "kortestsupport.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -11,7 +13,6 @@
 #include <fstream>
 #include <string>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 namespace
@@ -148,11 +149,9 @@ TEST(BTraceCaptureTest, RecordsFormattedMessagesWithLevelAndPlace)
 // Many threads emit at once into a file: every line arrives whole.
 TEST(BTraceOutput, ConcurrentLinesNeverInterleave)
 {
-    char path[] = "/tmp/btrace_lines_XXXXXX";
-    int fd = mkstemp(path);
-    ASSERT_GE(fd, 0);
-    close(fd);
-    setenv("BTRACE_OUTPUT", path, 1);
+    const std::string path = kortest::NewTempFile("btrace_lines");
+    ASSERT_FALSE(path.empty());
+    kortest::SetEnv("BTRACE_OUTPUT", path);
     BTraceReloadConfiguration();
     BTraceAttachModule(&g_testModule);
     BTraceSetLevel(&g_testModule, BTRACE_INF);
@@ -170,7 +169,7 @@ TEST(BTraceOutput, ConcurrentLinesNeverInterleave)
             });
     for (auto& w : workers)
         w.join();
-    unsetenv("BTRACE_OUTPUT");
+    kortest::UnsetEnv("BTRACE_OUTPUT");
     BTraceReloadConfiguration();
 
     std::ifstream in(path);
@@ -183,5 +182,5 @@ TEST(BTraceOutput, ConcurrentLinesNeverInterleave)
         EXPECT_EQ(line.substr(line.size() - 24), "with a long tail of text") << line;
     }
     EXPECT_EQ(count, threads * messages);
-    std::remove(path);
+    std::remove(path.c_str());
 }

@@ -2,12 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include "kortestsupport.h"
 
-extern char** environ;
+#include <cstdlib>
 
 namespace kortest
 {
@@ -20,31 +17,14 @@ std::map<std::string, std::function<int()>>& ChildRoles()
 
 pid_t StartChild(const std::string& role, const std::vector<std::string>& environment)
 {
-    std::vector<std::string> env;
-    for (char** e = environ; *e != nullptr; ++e)
-        env.emplace_back(*e);
-    env.push_back("KOR_CHILD_ROLE=" + role);
+    std::vector<std::string> env{"KOR_CHILD_ROLE=" + role};
     env.insert(env.end(), environment.begin(), environment.end());
-    std::vector<char*> envp;
-    for (auto& e : env)
-        envp.push_back(&e[0]);
-    envp.push_back(nullptr);
-    std::string exe = "/proc/self/exe", filter = "--gtest_filter=ChildProcess.Run";
-    char* argv[] = {&exe[0], &filter[0], nullptr};
-    pid_t pid = -1;
-    if (posix_spawn(&pid, "/proc/self/exe", nullptr, nullptr, argv, envp.data()) != 0)
-        return -1;
-    return pid;
+    return StartSelf({"--gtest_filter=ChildProcess.Run"}, env);
 }
 
 int WaitChild(pid_t pid)
 {
-    int status = 0;
-    if (waitpid(pid, &status, 0) != pid)
-        return -1;
-    if (WIFSIGNALED(status))
-        return 128 + WTERMSIG(status);
-    return WEXITSTATUS(status);
+    return WaitProcess(pid);
 }
 
 std::string ChildParameter(const char* name)

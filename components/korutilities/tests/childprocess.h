@@ -24,7 +24,7 @@ struct ChildRoleRegistrar
 
 // Starts the role in a new process with extra environment entries ("NAME=value"); returns its pid.
 pid_t StartChild(const std::string& role, const std::vector<std::string>& environment = {});
-// Waits for the child; its exit code, or 128 + signal number when a signal ended it.
+// Waits for the child; its exit code, or kortest::KilledExitCode when KillProcess ended it.
 int WaitChild(pid_t pid);
 // The value of an environment variable in a child, or "" when it is missing.
 std::string ChildParameter(const char* name);

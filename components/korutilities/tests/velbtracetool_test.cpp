@@ -3,17 +3,16 @@
 #include "velbtracetool.h"
 #include "velwin32.h"
 
+#include "kortestsupport.h"
+
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <spawn.h>
+#include <regex>
 #include <string>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
-
-extern char** environ;
 
 namespace
 {
@@ -24,7 +23,7 @@ protected:
     void SetUp() override { CVeLBTraceTool::ShutdownBTrace(); }
     void TearDown() override
     {
-        unsetenv("BTRACE_BREAK_ACTIVE");
+        kortest::UnsetEnv("BTRACE_BREAK_ACTIVE");
         CVeLBTraceTool::ShutdownBTrace();
     }
 };
@@ -99,9 +98,9 @@ TEST_F(BTraceToolTest, BreakModeOnlyForExactlyOne)
          {Case{"1", 2u}, Case{"0", 0u}, Case{"11", 0u}, Case{"true", 0u}, Case{"", 0u}, Case{nullptr, 0u}})
     {
         if (c.value)
-            setenv("BTRACE_BREAK_ACTIVE", c.value, 1);
+            kortest::SetEnv("BTRACE_BREAK_ACTIVE", c.value);
         else
-            unsetenv("BTRACE_BREAK_ACTIVE");
+            kortest::UnsetEnv("BTRACE_BREAK_ACTIVE");
         ASSERT_TRUE(CVeLBTraceTool::InitializeBTrace(std::string("a"), "b", 1, "c"));
         EXPECT_EQ(BTraceGetInitInfo().breakMode, c.expected) << (c.value ? c.value : "(unset)");
         CVeLBTraceTool::ShutdownBTrace();
@@ -168,17 +167,9 @@ TEST(TraceOutput, EnvironmentChoosesFileAndLevel)
         std::vector<std::string> env{"KOR_TRACE_CHILD=1", "BTRACE_OUTPUT=" + file};
         if (level)
             env.push_back(std::string("BTRACE_LEVEL=") + level);
-        std::vector<char*> envp;
-        for (auto& e : env)
-            envp.push_back(&e[0]);
-        envp.push_back(nullptr);
-        std::string exe = "/proc/self/exe", filter = "--gtest_filter=TraceOutputChild.Emit";
-        char* argv[] = {&exe[0], &filter[0], nullptr};
-        pid_t pid;
-        ASSERT_EQ(posix_spawn(&pid, "/proc/self/exe", nullptr, nullptr, argv, envp.data()), 0);
-        int status = 0;
-        ASSERT_EQ(waitpid(pid, &status, 0), pid);
-        ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+        pid_t pid = kortest::StartSelf({"--gtest_filter=TraceOutputChild.Emit"}, env);
+        ASSERT_NE(pid, -1);
+        ASSERT_EQ(kortest::WaitProcess(pid), 0);
     };
     auto readLines = [](const std::string& file)
     {
@@ -189,10 +180,9 @@ TEST(TraceOutput, EnvironmentChoosesFileAndLevel)
         return lines;
     };
 
-    char verbose[] = "/tmp/kortrace_verbose_XXXXXX";
-    char quiet[] = "/tmp/kortrace_quiet_XXXXXX";
-    close(mkstemp(verbose));
-    close(mkstemp(quiet));
+    const std::string verbose = kortest::NewTempFile("kortrace_verbose");
+    const std::string quiet = kortest::NewTempFile("kortrace_quiet");
+    ASSERT_FALSE(verbose.empty() || quiet.empty());
     runChild(verbose, "9");
     runChild(quiet, nullptr);
 
@@ -201,13 +191,13 @@ TEST(TraceOutput, EnvironmentChoosesFileAndLevel)
     EXPECT_NE(lines[0].find(" [1] korutilities velbtracetool_test.cpp:"), std::string::npos) << lines[0];
     EXPECT_NE(lines[0].find(" debug message 42 in child"), std::string::npos) << lines[0];
     EXPECT_NE(lines[1].find(" [ERR] korutilities "), std::string::npos) << lines[1];
-    // ISO-8601 local time first: 2026-11-21T15:30:12.123+00:00
-    EXPECT_EQ(lines[0][4], '-');
-    EXPECT_EQ(lines[0][10], 'T');
+    // ISO-8601 local time first, with the offset from UTC: 2026-11-21T15:30:12.123+01:00
+    const std::regex stamp(R"(^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}[+-]\d\d:\d\d \[)");
+    EXPECT_TRUE(std::regex_search(lines[0], stamp)) << lines[0];
 
     lines = readLines(quiet);
     ASSERT_EQ(lines.size(), 1u) << "the default level suppresses debug messages";
     EXPECT_NE(lines[0].find("error message 7"), std::string::npos);
-    unlink(verbose);
-    unlink(quiet);
+    std::remove(verbose.c_str());
+    std::remove(quiet.c_str());
 }

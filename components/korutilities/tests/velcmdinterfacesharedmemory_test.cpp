@@ -7,11 +7,12 @@
 #include "velcmdinterfacesharedmemimpl.h"
 #include "velcmdinterfacesharedmemoryhandler.h"
 
+#include "kortestsupport.h"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 namespace
@@ -20,8 +21,8 @@ namespace
 std::wstring UniqueName(const char* stem)
 {
     static int counter = 0;
-    return std::wstring(stem, stem + std::strlen(stem)) + L"_" + std::to_wstring(getpid()) + L"_" +
-           std::to_wstring(++counter);
+    return std::wstring(stem, stem + std::strlen(stem)) + L"_" + std::to_wstring(kortest::ProcessId()) +
+           L"_" + std::to_wstring(++counter);
 }
 
 std::string Narrow(const std::wstring& w)
@@ -156,7 +157,9 @@ KOR_CHILD_ROLE(channel_peer)
         return 2;
     if (text != kNonAscii)
         return 3;
-    return channel.WriteDataToMemory(L"answer \u00FC\u65E5 from " + std::to_wstring(getpid())) ? 0 : 4;
+    return channel.WriteDataToMemory(L"answer \u00FC\u65E5 from " + std::to_wstring(kortest::ProcessId()))
+               ? 0
+               : 4;
 }
 
 TEST_F(SharedMemoryChannel, CarriesTextBothWaysBetweenTwoProcesses)

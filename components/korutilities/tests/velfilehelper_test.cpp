@@ -48,7 +48,7 @@ TEST_F(FileHelperTest, WideTextIsStoredAsUtf16LittleEndianUnitsAndReadBackLenien
     ASSERT_TRUE(helper.ReadContent(text));
     EXPECT_EQ(text, wide);
 
-    // An odd byte count drops the last byte; a lone surrogate becomes a replacement character.
+    // An odd byte count drops the last byte; a lone surrogate is kept as the code unit it is.
     WriteFile(file, std::string("h\0i\0!", 5));
     ASSERT_TRUE(CVeLFileHelper(file, false).ReadContent(text));
     EXPECT_EQ(text, L"hi");
@@ -57,7 +57,11 @@ TEST_F(FileHelperTest, WideTextIsStoredAsUtf16LittleEndianUnitsAndReadBackLenien
                                 "a\0",
                                 4));
     ASSERT_TRUE(CVeLFileHelper(file, false).ReadContent(text));
-    EXPECT_EQ(text, L"\uFFFDa");
+    EXPECT_EQ(text, (std::wstring{wchar_t(0xD800), L'a'}));
+    ASSERT_TRUE(CVeLFileHelper(file, false).WriteContent(text));
+    EXPECT_EQ(ReadFile(file), std::string("\x00\xD8"
+                                          "a\0",
+                                          4));
 }
 
 TEST_F(FileHelperTest, BytesAndUtf8RoundTrip)

@@ -10,20 +10,20 @@
 #include "velshmspinlockobject.h"
 #include "velstopwatch.h"
 
+#include "kortestsupport.h"
+
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <cstring>
 #include <string>
 #include <thread>
-#include <unistd.h>
 
 namespace
 {
 
 std::wstring UniqueName(const char* stem)
 {
-    return std::wstring(stem, stem + std::strlen(stem)) + L"_" + std::to_wstring(getpid());
+    return std::wstring(stem, stem + std::strlen(stem)) + L"_" + std::to_wstring(kortest::ProcessId());
 }
 
 std::wstring Wide(const std::string& s)
@@ -303,8 +303,8 @@ TEST(LockObjectsAcrossProcesses, NamedMutexExcludesAndPassesOnWhenTheHolderIsKil
     ASSERT_EQ(WaitForSingleObject(ready, 10000), static_cast<DWORD>(WAIT_OBJECT_0));
     // Held by the child: our wait times out, which this lock reports as success without owning it.
     EXPECT_EQ(WaitForSingleObject(mutex.GetHandle(), 50), static_cast<DWORD>(WAIT_TIMEOUT));
-    kill(child, SIGKILL);
-    EXPECT_EQ(kortest::WaitChild(child), 128 + SIGKILL);
+    kortest::KillProcess(child);
+    EXPECT_EQ(kortest::WaitChild(child), kortest::KilledExitCode);
     // The abandoned mutex goes to the next waiter, which owns it (the wait loop waits past the
     // abandonment once more, so it is held twice).
     EXPECT_TRUE(mutex.Lock());

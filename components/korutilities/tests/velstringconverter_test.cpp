@@ -2,6 +2,8 @@
 #include "velstringconverter.h"
 #include "velvarenvironment.h"
 
+#include "kortestsupport.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -58,19 +60,39 @@ TEST(CVeLStringConverter, Utf16LittleEndianBytes)
     const std::vector<unsigned char> bytes = CVeLStringConverter::ConvertStdWStringToUTF16LE(L"A\U0001F600");
     EXPECT_EQ(bytes, (std::vector<unsigned char>{0x41, 0x00, 0x3D, 0xD8, 0x00, 0xDE}));
     EXPECT_EQ(CVeLStringConverter::ConvertUTF16LEToStdWString(bytes.data(), bytes.size()), L"A\U0001F600");
-    // An odd last byte is ignored; a lone surrogate becomes U+FFFD.
-    const unsigned char odd[] = {0x41, 0x00, 0x00, 0xD8, 0x42};
-    EXPECT_EQ(CVeLStringConverter::ConvertUTF16LEToStdWString(odd, sizeof odd), L"A\uFFFD");
-    EXPECT_EQ(CVeLStringConverter::ConvertStdWStringToUTF16(std::wstring{wchar_t(0xDC00), wchar_t(0x110000)}),
-              std::u16string(u"\uFFFD\uFFFD"));
+    // An odd last byte is ignored.
+    const unsigned char odd[] = {0x41, 0x00, 0x42, 0x00, 0x43};
+    EXPECT_EQ(CVeLStringConverter::ConvertUTF16LEToStdWString(odd, sizeof odd), L"AB");
+}
+
+// 16-bit code units survive a wide string unchanged on every platform, lone surrogates included: the same
+// bytes come back, and the same wide string, whatever the size of wchar_t.
+TEST(CVeLStringConverter, LoneSurrogatesRoundTripAsCodeUnits)
+{
+    const unsigned char units[] = {0x41, 0x00, 0x00, 0xD8, 0x42, 0x00, 0x00, 0xDC, 0x3D, 0xD8, 0x00, 0xDE};
+    const std::wstring text = CVeLStringConverter::ConvertUTF16LEToStdWString(units, sizeof units);
+    const std::wstring expected = std::wstring{L'A', wchar_t(0xD800), L'B', wchar_t(0xDC00)} + L"\U0001F600";
+    EXPECT_EQ(text, expected);
+    EXPECT_EQ(CVeLStringConverter::ConvertStdWStringToUTF16LE(text),
+              std::vector<unsigned char>(units, units + sizeof units));
+    const std::u16string reversed = {char16_t(0xDC00), char16_t(0xD800)};
+    EXPECT_EQ(CVeLStringConverter::ConvertStdWStringToUTF16(
+                  CVeLStringConverter::ConvertUTF16ToStdWString(reversed.data(), reversed.size())),
+              reversed);
+    // Only a wide value that no code unit can hold is replaced.
+    if (sizeof(wchar_t) == 4)
+    {
+        EXPECT_EQ(CVeLStringConverter::ConvertStdWStringToUTF16(std::wstring{static_cast<wchar_t>(0x110000)}),
+                  std::u16string(u"\uFFFD"));
+    }
 }
 
 TEST(CVeLVarEnvironment, ExistenceAndValues)
 {
     CVeLVarEnvironment environment;
-    setenv("KOR_TEST_VALUE", "v\xC3\xA4lue", 1);
-    setenv("KOR_TEST_EMPTY", "", 1);
-    unsetenv("KOR_TEST_MISSING");
+    kortest::SetEnv("KOR_TEST_VALUE", "v\xC3\xA4lue");
+    kortest::SetEnv("KOR_TEST_EMPTY", "");
+    kortest::UnsetEnv("KOR_TEST_MISSING");
     std::wstring value = L"stale";
     EXPECT_TRUE(environment.CheckVariableExists(L"KOR_TEST_VALUE"));
     EXPECT_TRUE(environment.GetEnvVariable(L"KOR_TEST_VALUE", value));
@@ -84,7 +106,7 @@ TEST(CVeLVarEnvironment, ExistenceAndValues)
     EXPECT_TRUE(value.empty());
     EXPECT_FALSE(environment.CheckVariableExists(L""));
     std::wstring longValue(5000, L'x');
-    setenv("KOR_TEST_LONG", std::string(5000, 'x').c_str(), 1);
+    kortest::SetEnv("KOR_TEST_LONG", std::string(5000, 'x'));
     EXPECT_TRUE(environment.GetEnvVariable(L"KOR_TEST_LONG", value));
     EXPECT_EQ(value, longValue);
 }

@@ -4,6 +4,7 @@
 #include "korutilitesbtracedef.h"
 #include "velwinapiwrapper.h"
 
+#include <boost/filesystem.hpp>
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -29,7 +30,8 @@ private:
 
 std::wstring TempPath(const wchar_t* name)
 {
-    return std::wstring(L"/tmp/") + name + std::to_wstring(::GetCurrentProcessId());
+    return (boost::filesystem::temp_directory_path() / (name + std::to_wstring(::GetCurrentProcessId())))
+        .wstring();
 }
 
 } // namespace
@@ -157,7 +159,8 @@ TEST(CFakeWinAPIWrapper, RecordsCallsAndFailsOnlyTheOverriddenOperation)
     EXPECT_EQ(api->WAPI_CreateFile(L"/tmp/anything", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr),
               INVALID_HANDLE_VALUE);
     EXPECT_EQ(api->WAPI_GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
-    EXPECT_TRUE(api->WAPI_PathIsDirectory(L"/tmp")); // not overridden: reaches the system
+    // not overridden: reaches the system
+    EXPECT_TRUE(api->WAPI_PathIsDirectory(boost::filesystem::temp_directory_path().wstring().c_str()));
     EXPECT_FALSE(api->WAPI_BCryptGenRandom(nullptr, nullptr, 0, 0).IsSuccess());
     EXPECT_EQ(fake->Calls(),
               (std::vector<std::string>{"CreateFile", "GetLastError", "PathIsDirectory", "BCryptGenRandom"}));

@@ -1,0 +1,58 @@
+// Portable helpers of the test programs: the environment, temporary files and folders, child processes
+// (the test program started again) and the facts a test needs about where it runs. Each keeps what
+// differs between Linux and Windows in kortestsupport.cpp, so the tests themselves stay free of platform
+// conditionals. Any thread may call them; the environment helpers change the whole process's environment.
+// Failures are reported as empty paths or -1; nothing throws.
+#pragma once
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace kortest
+{
+
+// Sets (or, with UnsetEnv, removes) an environment variable of this process; values are UTF-8.
+void SetEnv(const std::string& name, const std::string& value);
+void UnsetEnv(const std::string& name);
+
+// The id of this process.
+int ProcessId();
+
+// A new, empty, uniquely named file or folder in the system's temporary folder, its name starting with
+// stem; the path in UTF-8, or "" when none could be made. The caller removes it.
+std::string NewTempFile(const std::string& stem);
+std::string NewTempFolder(const std::string& stem);
+
+// Starts this test program again with the arguments and extra environment entries ("NAME=value") given;
+// its process id, or -1.
+pid_t StartSelf(const std::vector<std::string>& arguments, const std::vector<std::string>& environment);
+// Waits for a process started by StartSelf: its exit code, KilledExitCode after KillProcess, -1 when it
+// cannot be waited for.
+int WaitProcess(pid_t pid);
+// Ends a process started by StartSelf at once, without letting it clean up.
+void KillProcess(pid_t pid);
+constexpr int KilledExitCode = 128 + 9;
+
+// True when the Win32 API of this process is Wine's, which differs from Windows in a few documented ways.
+bool UnderWine();
+// True on Linux, where /proc, /dev/shm and signals exist.
+bool OnLinux();
+
+} // namespace kortest
+
+// Skips the current test under Wine, with the reason in the test output.
+#define KORTEST_SKIP_UNDER_WINE(reason)                                                                      \
+    do                                                                                                       \
+    {                                                                                                        \
+        if (::kortest::UnderWine())                                                                          \
+            GTEST_SKIP() << "Wine: " << reason;                                                              \
+    } while (false)
+
+// Skips the current test where the Linux-only facilities it examines do not exist.
+#define KORTEST_LINUX_ONLY(reason)                                                                           \
+    do                                                                                                       \
+    {                                                                                                        \
+        if (!::kortest::OnLinux())                                                                           \
+            GTEST_SKIP() << "Linux only: " << reason;                                                        \
+    } while (false)
