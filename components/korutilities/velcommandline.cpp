@@ -28,11 +28,11 @@ bool CVeLCommandLine::AddOption(const std::wstring& name, wchar_t shortName, boo
     return true;
 }
 
-bool CVeLCommandLine::Record(const OptionSpec& spec, const std::wstring* value, const std::wstring& spelled)
+bool CVeLCommandLine::Record(const OptionSpec& option, const std::wstring* value, const std::wstring& spelled)
 {
-    if (m_given.count(spec.name))
+    if (m_given.count(option.name))
         return Fail(L"option " + spelled + L" given twice");
-    m_given[spec.name] = value ? *value : std::wstring();
+    m_given[option.name] = value ? *value : std::wstring();
     return true;
 }
 
@@ -71,22 +71,22 @@ bool CVeLCommandLine::AcceptShort(const std::wstring& body, const std::vector<st
         const auto shortIt = m_shortNames.find(body[k]);
         if (shortIt == m_shortNames.end())
             return Fail(std::wstring(L"unknown option -") + body[k]);
-        const OptionSpec& spec = m_options[shortIt->second];
+        const OptionSpec& option = m_options[shortIt->second];
         const std::wstring spelled = std::wstring(L"-") + body[k];
-        if (!spec.takesValue)
+        if (!option.takesValue)
         {
-            if (!Record(spec, nullptr, spelled))
+            if (!Record(option, nullptr, spelled))
                 return false;
             continue;
         }
         if (k + 1 < body.size())
         {
             const std::wstring value = body.substr(k + 1);
-            return Record(spec, &value, spelled);
+            return Record(option, &value, spelled);
         }
         if (i + 1 >= arguments.size())
             return Fail(L"option " + spelled + L" needs a value");
-        return Record(spec, &arguments[++i], spelled);
+        return Record(option, &arguments[++i], spelled);
     }
     return true;
 }

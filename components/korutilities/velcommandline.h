@@ -52,7 +52,7 @@ private:
     bool Fail(const std::wstring& reason);
     bool AcceptLong(const std::wstring& body, const std::vector<std::wstring>& arguments, std::size_t& i);
     bool AcceptShort(const std::wstring& body, const std::vector<std::wstring>& arguments, std::size_t& i);
-    bool Record(const OptionSpec& spec, const std::wstring* value, const std::wstring& spelled);
+    bool Record(const OptionSpec& option, const std::wstring* value, const std::wstring& spelled);
 
     std::map<std::wstring, OptionSpec> m_options; // by long name
     std::map<wchar_t, std::wstring> m_shortNames; // short name -> long name
