@@ -69,7 +69,9 @@
 #define FILE_ACTION_RENAMED_OLD_NAME 0x00000004
 #define FILE_ACTION_RENAMED_NEW_NAME 0x00000005
 
-#define HasOverlappedIoCompleted(overlapped) (static_cast<DWORD>((overlapped)->Internal) != STATUS_PENDING)
+// Read atomically: the completing thread stores Internal with release order.
+#define HasOverlappedIoCompleted(overlapped)                                                                 \
+    (static_cast<DWORD>(__atomic_load_n(&(overlapped)->Internal, __ATOMIC_ACQUIRE)) != STATUS_PENDING)
 
 typedef struct _FILE_NOTIFY_INFORMATION
 {
