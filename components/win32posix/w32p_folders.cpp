@@ -191,4 +191,3 @@ HRESULT SHGetKnownFolderPath(REFKNOWNFOLDERID folderId, DWORD flags, HANDLE toke
     *path = copy;
     return S_OK;
 }
-

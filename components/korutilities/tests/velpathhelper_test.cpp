@@ -59,8 +59,14 @@ TEST(PathHelper, NormalizeJoinAndRelative)
     {
         const char* in;
         const char* out;
-    } normal[] = {{"a/./b/../c", "a/c"}, {"/a/../../b", "/b"}, {"../a/..", ".."}, {"a/..", "."},
-                  {"a//b/", "a/b"},      {"", ""},             {"/", "/"},          {"./../x", "../x"}};
+    } normal[] = {{"a/./b/../c", "a/c"},
+                  {"/a/../../b", "/b"},
+                  {"../a/..", ".."},
+                  {"a/..", "."},
+                  {"a//b/", "a/b"},
+                  {"", ""},
+                  {"/", "/"},
+                  {"./../x", "../x"}};
     for (const auto& c : normal)
         EXPECT_EQ(fs::path(c.out), paths.Normalize(c.in)) << c.in;
 
@@ -118,11 +124,13 @@ TEST_F(PathHelperTest, WellKnownFoldersFollowXdgWithDefaults)
 TEST_F(PathHelperTest, FolderQueryFailuresAreTracedAndFreed)
 {
     auto api = std::make_shared<CFakeWinAPIWrapper>();
-    api->OnSHGetKnownFolderPath = [](REFKNOWNFOLDERID, DWORD, HANDLE, PWSTR* path) {
+    api->OnSHGetKnownFolderPath = [](REFKNOWNFOLDERID, DWORD, HANDLE, PWSTR* path)
+    {
         *path = nullptr;
         return E_FAIL;
     };
-    api->OnGetModuleFileName = [](HMODULE, LPWSTR, DWORD) {
+    api->OnGetModuleFileName = [](HMODULE, LPWSTR, DWORD)
+    {
         SetLastError(ERROR_MOD_NOT_FOUND);
         return DWORD(0);
     };

@@ -120,8 +120,9 @@ TEST_F(Korutil, Crc32PrintsEachFileAndReportsTheMissingOne)
     EXPECT_NE(crc.err.find("korutil: crc32: missing: no such file\n"), std::string::npos);
     EXPECT_EQ(Run({"crc32", "."}).status, 1);
     Spit(m_dir / "q\"\t", "123456789");
-    EXPECT_EQ(Run({"crc32", "--json", "a", "q\"\t"}).out,
-              "[{\"file\":\"a\",\"crc32\":\"cbf43926\"},{\"file\":\"q\\\"\\u0009\",\"crc32\":\"cbf43926\"}]\n");
+    EXPECT_EQ(
+        Run({"crc32", "--json", "a", "q\"\t"}).out,
+        "[{\"file\":\"a\",\"crc32\":\"cbf43926\"},{\"file\":\"q\\\"\\u0009\",\"crc32\":\"cbf43926\"}]\n");
 }
 
 TEST_F(Korutil, EncryptDecryptRoundTripAndRefuseBadKeys)
