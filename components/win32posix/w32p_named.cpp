@@ -212,13 +212,15 @@ int OpenObjectFile(int dir, const std::string& name, bool create)
 }
 
 // Whether a ready header describes an object that fits a file of fileSize bytes: a known kind, and a
-// section of whole pages that ends within the file (sync objects have none).
+// section of whole pages that ends within the file (sync objects and the wake word of waits have none).
 bool HeaderFits(const W32pNamedHeader& header, std::uint64_t fileSize)
 {
     if (header.kind == static_cast<std::uint32_t>(W32pKind::FileMapping))
         return header.sectionSize != 0 && header.sectionSize % W32pNamedSegment::kHeaderSize == 0 &&
                header.sectionSize <= fileSize - W32pNamedSegment::kHeaderSize;
-    return header.kind <= static_cast<std::uint32_t>(W32pKind::Mutex) && header.sectionSize == 0;
+    return (header.kind <= static_cast<std::uint32_t>(W32pKind::Mutex) ||
+            header.kind == static_cast<std::uint32_t>(W32pKind::Other)) &&
+           header.sectionSize == 0;
 }
 
 // One segment per name in this process, so that every handle of the process sees one mapping of the state.

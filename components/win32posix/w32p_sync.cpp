@@ -19,16 +19,18 @@ namespace
 
 struct EventState
 {
-    std::atomic<std::uint32_t> word;     // 1 signalled, 0 not; changed by SetEvent, ResetEvent and claims
-    std::atomic<std::uint32_t> sleepers; // see W32pWaitable
-    std::uint32_t manualReset;           // fixed at creation
+    std::atomic<std::uint32_t> word;      // 1 signalled, 0 not; changed by SetEvent, ResetEvent and claims
+    std::atomic<std::uint32_t> sleepers;  // see W32pWaitable
+    std::uint32_t manualReset;            // fixed at creation
+    std::atomic<std::uint32_t> claimLock; // see W32pWaitable
 };
 
 struct SemaphoreState
 {
-    std::atomic<std::uint32_t> word;     // the count, 0..maximum; changed by releases and claims
-    std::atomic<std::uint32_t> sleepers; // see W32pWaitable
-    std::uint32_t maximum;               // fixed at creation
+    std::atomic<std::uint32_t> word;      // the count, 0..maximum; changed by releases and claims
+    std::atomic<std::uint32_t> sleepers;  // see W32pWaitable
+    std::uint32_t maximum;                // fixed at creation
+    std::atomic<std::uint32_t> claimLock; // see W32pWaitable
 };
 
 // Laid out as an entry of the kernel's robust futex list (the layout glibc gives its robust mutexes): the
@@ -39,7 +41,7 @@ struct MutexState
     std::atomic<std::uint32_t> word;      // owner's thread id | kOwnerDied | kWaiters; 0 when free
     std::atomic<std::uint32_t> sleepers;  // see W32pWaitable
     std::atomic<std::uint32_t> recursion; // how often the owner holds it; touched by the owner only
-    std::uint32_t unused0;
+    std::atomic<std::uint32_t> claimLock; // see W32pWaitable
     std::uint64_t unused1;
     void* prev; // robust list links, each the address of a neighbour's next; owner thread only
     void* next;
@@ -154,17 +156,19 @@ class Event : public W32pWaitable
 {
 public:
     explicit Event(Storage<EventState> storage)
-        : W32pWaitable(W32pKind::Event, &storage.state->word, &storage.state->sleepers, !!storage.segment),
+        : W32pWaitable(W32pKind::Event, &storage.state->word, &storage.state->sleepers, !!storage.segment,
+                       &storage.state->claimLock),
           m_storage(std::move(storage)), m_state(*m_storage.state)
     {
     }
-    W32pClaim TryClaim() override
+    W32pClaim ClaimLocked() override
     {
         if (m_state.manualReset)
             return m_state.word.load() ? W32pClaim::Claimed : W32pClaim::NotReady;
         std::uint32_t expected = 1;
         return m_state.word.compare_exchange_strong(expected, 0) ? W32pClaim::Claimed : W32pClaim::NotReady;
     }
+    bool SignalledLocked() override { return m_state.word.load() != 0; }
     bool SleepValue(std::uint32_t& value) override
     {
         value = m_state.word.load();
@@ -175,7 +179,13 @@ public:
         if (m_state.word.exchange(1) == 0)
             WakeAll();
     }
-    void Reset() { m_state.word.store(0); }
+    // Under the claim lock, so that a wait-all never sees the event signalled and then fails to take it.
+    void Reset()
+    {
+        LockClaims();
+        m_state.word.store(0);
+        UnlockClaims();
+    }
 
 private:
     Storage<EventState> m_storage;
@@ -186,12 +196,12 @@ class Semaphore : public W32pWaitable
 {
 public:
     explicit Semaphore(Storage<SemaphoreState> storage)
-        : W32pWaitable(W32pKind::Semaphore, &storage.state->word, &storage.state->sleepers,
-                       !!storage.segment),
+        : W32pWaitable(W32pKind::Semaphore, &storage.state->word, &storage.state->sleepers, !!storage.segment,
+                       &storage.state->claimLock),
           m_storage(std::move(storage)), m_state(*m_storage.state)
     {
     }
-    W32pClaim TryClaim() override
+    W32pClaim ClaimLocked() override
     {
         std::uint32_t count = m_state.word.load();
         while (count > 0)
@@ -199,6 +209,7 @@ public:
                 return W32pClaim::Claimed;
         return W32pClaim::NotReady;
     }
+    bool SignalledLocked() override { return m_state.word.load() != 0; }
     bool SleepValue(std::uint32_t& value) override
     {
         value = m_state.word.load();
@@ -242,11 +253,12 @@ class Mutex : public W32pWaitable, public std::enable_shared_from_this<Mutex>
 {
 public:
     explicit Mutex(Storage<MutexState> storage)
-        : W32pWaitable(W32pKind::Mutex, &storage.state->word, &storage.state->sleepers, true),
+        : W32pWaitable(W32pKind::Mutex, &storage.state->word, &storage.state->sleepers, true,
+                       &storage.state->claimLock),
           m_storage(std::move(storage)), m_state(*m_storage.state)
     {
     }
-    W32pClaim TryClaim() override
+    W32pClaim ClaimLocked() override
     {
         const std::uint32_t self = W32pThreadId();
         std::uint32_t word = m_state.word.load();
@@ -270,6 +282,12 @@ public:
         t_owned.list.push_back(shared_from_this());
         return (word & kOwnerDied) ? W32pClaim::Abandoned : W32pClaim::Claimed;
     }
+    bool SignalledLocked() override
+    {
+        const std::uint32_t owner = m_state.word.load() & kTidMask;
+        return owner == 0 || owner == W32pThreadId();
+    }
+    bool KernelWakes() const override { return true; }
     bool SleepValue(std::uint32_t& value) override
     {
         const std::uint32_t self = W32pThreadId();

@@ -1,19 +1,28 @@
 // The one wait algorithm for every waitable kind.
 //
-// A wait over n objects (n = 1 for WaitForSingleObject) repeats three steps until it returns:
+// Wait-any (and WaitForSingleObject) repeats three steps until it returns:
 //  1. Claim: try the objects in index order and take the first that is signalled. Each attempt is one atomic
-//     operation on that object's word (a compare-and-swap for auto-reset events, semaphores and mutexes), so
-//     of several concurrent waiters exactly one takes an auto-reset signal or a semaphore count, and a wait
-//     takes exactly one object: it stops at the first success. Trying in index order is why the lowest
-//     signalled index wins.
+//     operation on that object's word under its claim lock, so of several concurrent waiters exactly one
+//     takes an auto-reset signal or a semaphore count, and a wait takes exactly one object: it stops at the
+//     first success. Trying in index order is why the lowest signalled index wins.
 //  2. Register: count itself among each object's sleepers, then read each word. A signaller changes the word
 //     before it reads the sleeper count, so either it sees us and wakes us, or we see its change here. If a
 //     word read here already shows a signal, go back to 1 without sleeping.
 //  3. Sleep: one futex wait (futex_waitv for several words) that returns when any word differs from what was
 //     read, when a signaller wakes it, or at the deadline on CLOCK_MONOTONIC. Then unregister and go to 1.
+// Wait-all differs in step 1: it takes the claim locks of all objects, and only when every object is
+// signalled takes them all, before releasing the locks; other claimers wait for those locks, so none ever
+// sees a part of the set taken. In steps 2 and 3 it sleeps on the objects that are not signalled.
 // Signallers wake every sleeper on the word; those that lose the claim in step 1 sleep again. A mutex's dying
-// owner wakes only one sleeper (the kernel does that), so a wait that slept and then took a different object
-// passes that wake on (PassOnWake). An idle waiter is asleep in the kernel: no polling, no CPU.
+// owner wakes only one sleeper (the kernel does that), so a wait that slept and then did not take it passes
+// that wake on (PassOnWake). An idle waiter is asleep in the kernel: no polling, no CPU.
+//
+// Kernels before 5.16 have no futex_waitv (checked once). There a wait that sleeps on several words sleeps
+// instead on one wake word of the user, in shared memory, that every W32pFutexWakeAll of every process of the
+// user advances and wakes while such a wait is registered on it. Each signal then wakes every such wait of
+// the user (they check their objects and sleep again). A mutex abandoned by a killed process is the one wake
+// that does not pass through W32pFutexWakeAll (the kernel wakes its word directly), so such waits over a
+// mutex wake at least every 100 ms to look.
 #include "w32p_sync.h"
 #include "w32p_waitable.h"
 
@@ -21,7 +30,10 @@
 #include <climits>
 #include <ctime>
 #include <linux/futex.h>
+#include <new>
 #include <pthread.h>
+#include <sched.h>
+#include <signal.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -34,7 +46,8 @@ class NeverSignalled : public W32pWaitable
 {
 public:
     NeverSignalled() : W32pWaitable(W32pKind::Other, &m_word, &m_sleepers, false) {}
-    W32pClaim TryClaim() override { return W32pClaim::NotReady; }
+    W32pClaim ClaimLocked() override { return W32pClaim::NotReady; }
+    bool SignalledLocked() override { return false; }
     bool SleepValue(std::uint32_t& value) override
     {
         value = 0;
@@ -43,6 +56,25 @@ public:
 
 private:
     std::atomic<std::uint32_t> m_word{0};
+    std::atomic<std::uint32_t> m_sleepers{0};
+};
+
+// Always signalled: stands for file handles, whose I/O here is complete when the call that started it
+// returns.
+class AlwaysSignalled : public W32pWaitable
+{
+public:
+    AlwaysSignalled() : W32pWaitable(W32pKind::Other, &m_word, &m_sleepers, false) {}
+    W32pClaim ClaimLocked() override { return W32pClaim::Claimed; }
+    bool SignalledLocked() override { return true; }
+    bool SleepValue(std::uint32_t& value) override
+    {
+        value = 1;
+        return false;
+    }
+
+private:
+    std::atomic<std::uint32_t> m_word{1};
     std::atomic<std::uint32_t> m_sleepers{0};
 };
 
@@ -60,16 +92,91 @@ struct timespec Deadline(DWORD milliseconds)
     return now;
 }
 
+bool Before(const struct timespec& a, const struct timespec& b)
+{
+    return a.tv_sec < b.tv_sec || (a.tv_sec == b.tv_sec && a.tv_nsec < b.tv_nsec);
+}
+
 bool Passed(const struct timespec& deadline)
 {
     struct timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec > deadline.tv_sec || (now.tv_sec == deadline.tv_sec && now.tv_nsec >= deadline.tv_nsec);
+    return !Before(now, deadline);
+}
+
+// ---- the sleep of waits on several words on kernels without futex_waitv ----
+
+// -1 not known yet, 0 futex_waitv, 1 the wake word.
+std::atomic<int> g_fallback{-1};
+
+bool UseFallback()
+{
+    int use = g_fallback.load();
+    if (use < 0)
+    {
+        // Zero words is refused with EINVAL by a kernel that has the call, and with ENOSYS (or, under a
+        // filter, another error) by one that has not.
+        const long result = syscall(SYS_futex_waitv, nullptr, 0, 0, nullptr, CLOCK_MONOTONIC);
+        use = result == -1 && errno == EINVAL ? 0 : 1;
+        int unknown = -1;
+        if (!g_fallback.compare_exchange_strong(unknown, use))
+            use = unknown;
+    }
+    return use == 1;
+}
+
+struct WakeState
+{
+    std::atomic<std::uint32_t> sequence; // advanced by every wake while sleepers is not 0
+    std::atomic<std::uint32_t> sleepers; // waits registered on sequence
+};
+static_assert(sizeof(WakeState) <= sizeof(W32pNamedHeader::state), "fits the header");
+
+// The user's wake word, a named object of its own kind that lives while this process does (it is never
+// closed: a wait may still use it while the process exits). Without shared memory, a word of this process.
+WakeState& TheWakeState()
+{
+    static WakeState* const state = []
+    {
+        bool created = false;
+        auto* segment = new std::shared_ptr<W32pNamedSegment>(W32pNamedSegment::Open(
+            L"\x01w32p-wake", W32pKind::Other, true, 0,
+            [](W32pNamedHeader& header) { new (header.state) WakeState(); }, created));
+        if (*segment)
+            return reinterpret_cast<WakeState*>((*segment)->Header().state);
+        static WakeState local{};
+        return &local;
+    }();
+    return *state;
+}
+
+void WakeFallbackSleepers()
+{
+    WakeState& wake = TheWakeState();
+    if (wake.sleepers.load() == 0)
+        return;
+    wake.sequence.fetch_add(1);
+    syscall(SYS_futex, &wake.sequence, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
+}
+
+// Sleeps until the wake word leaves sequence, or the deadline (null: none); at most 100 ms when the kernel
+// may wake one of the objects directly.
+void SleepOnWakeWord(WakeState& wake, std::uint32_t sequence, const struct timespec* deadline, bool capped)
+{
+    struct timespec cap;
+    if (capped)
+    {
+        cap = Deadline(100);
+        if (deadline == nullptr || Before(cap, *deadline))
+            deadline = &cap;
+    }
+    syscall(SYS_futex, &wake.sequence, FUTEX_WAIT_BITSET, sequence, deadline, nullptr,
+            FUTEX_BITSET_MATCH_ANY);
 }
 
 // Sleeps until a word differs from its value, a wake, or the deadline (null: none).
-void Sleep(W32pWaitable* const* objects, const std::uint32_t* values, DWORD count,
-           const struct timespec* deadline)
+void SleepOnWords(W32pWaitable* const* objects, const std::uint32_t* values, DWORD count,
+                  const struct timespec* deadline)
 {
     if (count == 1)
     {
@@ -88,11 +195,47 @@ void Sleep(W32pWaitable* const* objects, const std::uint32_t* values, DWORD coun
     syscall(SYS_futex_waitv, waiters, count, 0, deadline, CLOCK_MONOTONIC);
 }
 
+// Steps 2 and 3: registers, reads the words and sleeps on those of objects that are not signalled, unless
+// one is signalled (wait-any) or none is left (wait-all). Returns whether it slept.
+bool SleepRound(W32pWaitable* const* objects, DWORD count, bool all, const struct timespec* deadline)
+{
+    WakeState* wake = count > 1 && UseFallback() ? &TheWakeState() : nullptr;
+    if (wake != nullptr)
+        wake->sleepers.fetch_add(1);
+    for (DWORD i = 0; i < count; ++i)
+        objects[i]->Sleepers()->fetch_add(1);
+    const std::uint32_t sequence = wake != nullptr ? wake->sequence.load() : 0;
+    W32pWaitable* sleepOn[MAXIMUM_WAIT_OBJECTS];
+    std::uint32_t values[MAXIMUM_WAIT_OBJECTS];
+    DWORD sleeping = 0;
+    bool ready = false;
+    bool kernelWakes = false;
+    for (DWORD i = 0; i < count && !ready; ++i)
+    {
+        if (objects[i]->SleepValue(values[sleeping]))
+        {
+            kernelWakes = kernelWakes || objects[i]->KernelWakes();
+            sleepOn[sleeping++] = objects[i];
+        }
+        else
+            ready = !all;
+    }
+    const bool sleeps = !ready && sleeping > 0;
+    if (sleeps && (wake == nullptr || sleeping == 1))
+        SleepOnWords(sleepOn, values, sleeping, deadline);
+    else if (sleeps)
+        SleepOnWakeWord(*wake, sequence, deadline, kernelWakes);
+    for (DWORD i = 0; i < count; ++i)
+        objects[i]->Sleepers()->fetch_sub(1);
+    if (wake != nullptr)
+        wake->sleepers.fetch_sub(1);
+    return sleeps;
+}
+
 DWORD WaitAny(W32pWaitable* const* objects, DWORD count, DWORD milliseconds)
 {
     const bool finite = milliseconds != INFINITE;
     const struct timespec deadline = finite ? Deadline(milliseconds) : timespec();
-    std::uint32_t values[MAXIMUM_WAIT_OBJECTS];
     bool slept = false;
     for (;;)
     {
@@ -109,26 +252,123 @@ DWORD WaitAny(W32pWaitable* const* objects, DWORD count, DWORD milliseconds)
         }
         if (milliseconds == 0 || (finite && Passed(deadline)))
             return WAIT_TIMEOUT;
-        for (DWORD i = 0; i < count; ++i)
-            objects[i]->Sleepers()->fetch_add(1);
-        bool ready = false;
-        for (DWORD i = 0; i < count && !ready; ++i)
-            ready = !objects[i]->SleepValue(values[i]);
-        if (!ready)
-        {
-            Sleep(objects, values, count, finite ? &deadline : nullptr);
-            slept = true;
-        }
-        for (DWORD i = 0; i < count; ++i)
-            objects[i]->Sleepers()->fetch_sub(1);
+        slept = SleepRound(objects, count, false, finite ? &deadline : nullptr) || slept;
     }
+}
+
+// Takes the claim locks of all objects. Never waits while holding one: when a lock is taken, it lets go of
+// those it has, waits for that one to be free and starts again, so two wait-alls never deadlock.
+void LockAll(W32pWaitable* const* objects, DWORD count)
+{
+    for (;;)
+    {
+        DWORD locked = 0;
+        while (locked < count && objects[locked]->TryLockClaims())
+            ++locked;
+        if (locked == count)
+            return;
+        for (DWORD i = 0; i < locked; ++i)
+            objects[i]->UnlockClaims();
+        objects[locked]->LockClaims();
+        objects[locked]->UnlockClaims();
+    }
+}
+
+// Step 1 of a wait-all: takes every object if every one is signalled, else none. result is WAIT_OBJECT_0,
+// or WAIT_ABANDONED_0 + the lowest index of an abandoned mutex among them.
+bool ClaimAll(W32pWaitable* const* objects, DWORD count, DWORD& result)
+{
+    LockAll(objects, count);
+    bool all = true;
+    for (DWORD i = 0; i < count && all; ++i)
+        all = objects[i]->SignalledLocked();
+    result = WAIT_OBJECT_0;
+    for (DWORD i = 0; i < count && all; ++i)
+        if (objects[i]->ClaimLocked() == W32pClaim::Abandoned && result == WAIT_OBJECT_0)
+            result = WAIT_ABANDONED_0 + i;
+    for (DWORD i = 0; i < count; ++i)
+        objects[i]->UnlockClaims();
+    return all;
+}
+
+DWORD WaitAll(W32pWaitable* const* objects, DWORD count, DWORD milliseconds)
+{
+    const bool finite = milliseconds != INFINITE;
+    const struct timespec deadline = finite ? Deadline(milliseconds) : timespec();
+    bool slept = false;
+    for (;;)
+    {
+        DWORD result = WAIT_FAILED;
+        if (ClaimAll(objects, count, result))
+            return result;
+        if (slept)
+            for (DWORD i = 0; i < count; ++i)
+                objects[i]->PassOnWake();
+        if (milliseconds == 0 || (finite && Passed(deadline)))
+            return WAIT_TIMEOUT;
+        slept = SleepRound(objects, count, true, finite ? &deadline : nullptr);
+    }
+}
+
+// Whether two entries name one object (also through different handles of one named object).
+bool HasDuplicates(W32pWaitable* const* objects, DWORD count)
+{
+    for (DWORD i = 0; i < count; ++i)
+        for (DWORD j = i + 1; j < count; ++j)
+            if (objects[i]->Word() == objects[j]->Word())
+                return true;
+    return false;
 }
 
 } // namespace
 
+void W32pUseWaitFallback(bool use)
+{
+    g_fallback.store(use ? 1 : -1);
+}
+
+W32pClaim W32pWaitable::TryClaim()
+{
+    LockClaims();
+    const W32pClaim claim = ClaimLocked();
+    UnlockClaims();
+    return claim;
+}
+
+bool W32pWaitable::TryLockClaims()
+{
+    if (m_claimLock == nullptr)
+        return true;
+    std::uint32_t expected = 0;
+    return m_claimLock->compare_exchange_strong(expected, W32pThreadId());
+}
+
+void W32pWaitable::LockClaims()
+{
+    for (unsigned spins = 1; !TryLockClaims(); ++spins)
+    {
+        sched_yield();
+        if (spins % 1024 != 0)
+            continue;
+        // A thread id that no longer exists held it: a process killed within the few instructions it holds
+        // the lock for.
+        std::uint32_t holder = m_claimLock->load();
+        if (holder != 0 && kill(static_cast<pid_t>(holder), 0) != 0 && errno == ESRCH)
+            m_claimLock->compare_exchange_strong(holder, 0);
+    }
+}
+
+void W32pWaitable::UnlockClaims()
+{
+    if (m_claimLock != nullptr)
+        m_claimLock->store(0);
+}
+
 void W32pFutexWakeAll(std::atomic<std::uint32_t>* word, bool shared)
 {
     syscall(SYS_futex, word, FUTEX_WAKE | (shared ? 0 : FUTEX_PRIVATE_FLAG), INT_MAX, nullptr, nullptr, 0);
+    if (g_fallback.load() == 1)
+        WakeFallbackSleepers();
 }
 
 void W32pWaitable::WakeAll() const
@@ -174,6 +414,14 @@ std::shared_ptr<W32pWaitable> W32pLookupWaitable(HANDLE handle)
     case W32pKind::Thread:
     case W32pKind::Process:
         return std::static_pointer_cast<W32pWaitable>(object); // every object of these kinds is waitable
+    case W32pKind::File:
+    {
+        static const std::shared_ptr<W32pWaitable> always = std::make_shared<AlwaysSignalled>();
+        return always;
+    }
+    case W32pKind::FileMapping: // a section has no right to be waited for
+        SetLastError(ERROR_ACCESS_DENIED);
+        return nullptr;
     default:
         SetLastError(ERROR_INVALID_HANDLE);
         return nullptr;
@@ -205,10 +453,12 @@ DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL waitAll, D
             return WAIT_FAILED;
         raw[i] = objects[i].get();
     }
-    if (waitAll)
+    if (!waitAll)
+        return WaitAny(raw, count, milliseconds);
+    if (HasDuplicates(raw, count))
     {
-        SetLastError(ERROR_NOT_SUPPORTED);
+        SetLastError(ERROR_INVALID_PARAMETER);
         return WAIT_FAILED;
     }
-    return WaitAny(raw, count, milliseconds);
+    return WaitAll(raw, count, milliseconds);
 }

@@ -25,27 +25,46 @@ enum class W32pClaim
     Abandoned, // a mutex whose previous owner ended while holding it; the caller now owns it
 };
 
+// Objects whose claims change their state (events, semaphores, mutexes) also have a claim lock: a word
+// holding the thread id of the one thread that may claim or unsignal the object at the moment, 0 when free.
+// A wait-all holds the claim locks of all its objects while it checks and takes them, so that no other
+// waiter ever sees some of them taken and others not. Signalling needs no lock (it only makes an object more
+// available). The lock is held for a few instructions; a thread that finds it taken spins, yielding, and
+// takes it over when its holder's thread no longer exists (a process killed while holding it).
 class W32pWaitable : public W32pObject
 {
 public:
-    // word and sleepers live as long as the object; shared selects futex keys usable between processes.
+    // word, sleepers and claimLock (null: no claim lock, claims never change the object) live as long as
+    // the object; shared selects futex keys usable between processes.
     W32pWaitable(W32pKind kind, std::atomic<std::uint32_t>* word, std::atomic<std::uint32_t>* sleepers,
-                 bool shared)
-        : W32pObject(kind), m_word(word), m_sleepers(sleepers), m_shared(shared)
+                 bool shared, std::atomic<std::uint32_t>* claimLock = nullptr)
+        : W32pObject(kind), m_word(word), m_sleepers(sleepers), m_claimLock(claimLock), m_shared(shared)
     {
     }
 
-    // Takes the object if it is signalled. Called with no lock held; must be atomic on its own.
-    virtual W32pClaim TryClaim() = 0;
+    // Takes the object if it is signalled, under its claim lock.
+    W32pClaim TryClaim();
+    // Takes the object if it is signalled; the caller holds the claim lock.
+    virtual W32pClaim ClaimLocked() = 0;
+    // Whether a claim would succeed now, changing nothing; the caller holds the claim lock.
+    virtual bool SignalledLocked() = 0;
     // The value to sleep on; false when that value already shows the object signalled (then no sleep).
     virtual bool SleepValue(std::uint32_t& value) = 0;
-    // Called after a wait that slept on this object took another one: passes on a wake that might have been
+    // Called after a wait that slept on this object did not take it: passes on a wake that might have been
     // meant for this object and was swallowed (only the mutex needs it: a dying owner wakes one sleeper).
     virtual void PassOnWake() {}
+    // Whether the kernel itself may wake sleepers on the word (a mutex whose owner dies), bypassing
+    // W32pFutexWakeAll.
+    virtual bool KernelWakes() const { return false; }
 
     std::atomic<std::uint32_t>* Word() const { return m_word; }
     std::atomic<std::uint32_t>* Sleepers() const { return m_sleepers; }
     bool Shared() const { return m_shared; }
+
+    // The claim lock: TryLockClaims never waits; LockClaims waits for a holder to finish (or vanish).
+    bool TryLockClaims();
+    void LockClaims();
+    void UnlockClaims();
 
     // Wakes every sleeper on the word if there is one; call after changing the word.
     void WakeAll() const;
@@ -53,12 +72,16 @@ public:
 private:
     std::atomic<std::uint32_t>* const m_word; // the futex word; its meaning is per kind
     std::atomic<std::uint32_t>* const
-        m_sleepers;      // threads (of any process) about to sleep or asleep on m_word
-    const bool m_shared; // futex keys shared between processes (no private flag)
+        m_sleepers; // threads (of any process) about to sleep or asleep on m_word
+    std::atomic<std::uint32_t>* const m_claimLock; // see above; null for objects claims do not change
+    const bool m_shared;                           // futex keys shared between processes (no private flag)
 };
 
-// Wakes all threads sleeping on word.
+// Wakes all threads sleeping on word (and, on kernels without futex_waitv, the waits on several objects).
 void W32pFutexWakeAll(std::atomic<std::uint32_t>* word, bool shared);
+// For tests: makes waits on several objects use the mechanism of kernels without futex_waitv (true) or the
+// one the kernel offers (false). Every process that shares named objects with such a wait must use it too.
+W32P_API void W32pUseWaitFallback(bool use);
 // The waitable object behind handle, including the pseudo handles of the current process and thread (never
 // signalled); null with ERROR_INVALID_HANDLE for anything else.
 std::shared_ptr<W32pWaitable> W32pLookupWaitable(HANDLE handle);
@@ -135,7 +158,8 @@ public:
         : W32pWaitable(kind, word, sleepers, false)
     {
     }
-    W32pClaim TryClaim() override { return Word()->load() ? W32pClaim::Claimed : W32pClaim::NotReady; }
+    W32pClaim ClaimLocked() override { return Word()->load() ? W32pClaim::Claimed : W32pClaim::NotReady; }
+    bool SignalledLocked() override { return Word()->load() != 0; }
     bool SleepValue(std::uint32_t& value) override
     {
         value = Word()->load();

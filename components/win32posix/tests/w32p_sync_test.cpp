@@ -159,7 +159,6 @@ TEST(W32pWait, MultipleObjectsArgumentsAndLowestIndexWins)
     EXPECT_EQ(WaitForMultipleObjects(64, many.data(), FALSE, 0), WAIT_OBJECT_0);
     HANDLE withNull[2] = {a.h, nullptr};
     EXPECT_W32_FAILS(WaitForMultipleObjects(2, withNull, FALSE, 0), WAIT_FAILED, ERROR_INVALID_HANDLE);
-    EXPECT_W32_FAILS(WaitForMultipleObjects(3, set, TRUE, 0), WAIT_FAILED, ERROR_NOT_SUPPORTED);
 
     EXPECT_EQ(WaitForMultipleObjects(3, set, FALSE, 0), WAIT_OBJECT_0 + 1);
     EXPECT_TRUE(ResetEvent(b.h));
