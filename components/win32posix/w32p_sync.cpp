@@ -168,7 +168,7 @@ public:
         std::uint32_t expected = 1;
         return m_state.word.compare_exchange_strong(expected, 0) ? W32pClaim::Claimed : W32pClaim::NotReady;
     }
-    bool SignalledLocked() override { return m_state.word.load() != 0; }
+    bool Signalled() override { return m_state.word.load() != 0; }
     bool SleepValue(std::uint32_t& value) override
     {
         value = m_state.word.load();
@@ -209,7 +209,7 @@ public:
                 return W32pClaim::Claimed;
         return W32pClaim::NotReady;
     }
-    bool SignalledLocked() override { return m_state.word.load() != 0; }
+    bool Signalled() override { return m_state.word.load() != 0; }
     bool SleepValue(std::uint32_t& value) override
     {
         value = m_state.word.load();
@@ -282,7 +282,7 @@ public:
         t_owned.list.push_back(shared_from_this());
         return (word & kOwnerDied) ? W32pClaim::Abandoned : W32pClaim::Claimed;
     }
-    bool SignalledLocked() override
+    bool Signalled() override
     {
         const std::uint32_t owner = m_state.word.load() & kTidMask;
         return owner == 0 || owner == W32pThreadId();

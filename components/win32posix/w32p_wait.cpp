@@ -12,7 +12,7 @@
 //     read, when a signaller wakes it, or at the deadline on CLOCK_MONOTONIC. Then unregister and go to 1.
 // Wait-all differs in step 1: it takes the claim locks of all objects, and only when every object is
 // signalled takes them all, before releasing the locks; other claimers wait for those locks, so none ever
-// sees a part of the set taken. In steps 2 and 3 it sleeps on the objects that are not signalled.
+// sees a part of the set taken. In steps 2 and 3 it sleeps on one object that is not signalled, the last.
 // Signallers wake every sleeper on the word; those that lose the claim in step 1 sleep again. A mutex's dying
 // owner wakes only one sleeper (the kernel does that), so a wait that slept and then did not take it passes
 // that wake on (PassOnWake). An idle waiter is asleep in the kernel: no polling, no CPU.
@@ -47,7 +47,7 @@ class NeverSignalled : public W32pWaitable
 public:
     NeverSignalled() : W32pWaitable(W32pKind::Other, &m_word, &m_sleepers, false) {}
     W32pClaim ClaimLocked() override { return W32pClaim::NotReady; }
-    bool SignalledLocked() override { return false; }
+    bool Signalled() override { return false; }
     bool SleepValue(std::uint32_t& value) override
     {
         value = 0;
@@ -66,7 +66,7 @@ class AlwaysSignalled : public W32pWaitable
 public:
     AlwaysSignalled() : W32pWaitable(W32pKind::Other, &m_word, &m_sleepers, false) {}
     W32pClaim ClaimLocked() override { return W32pClaim::Claimed; }
-    bool SignalledLocked() override { return true; }
+    bool Signalled() override { return true; }
     bool SleepValue(std::uint32_t& value) override
     {
         value = 1;
@@ -195,9 +195,9 @@ void SleepOnWords(W32pWaitable* const* objects, const std::uint32_t* values, DWO
     syscall(SYS_futex_waitv, waiters, count, 0, deadline, CLOCK_MONOTONIC);
 }
 
-// Steps 2 and 3: registers, reads the words and sleeps on those of objects that are not signalled, unless
-// one is signalled (wait-any) or none is left (wait-all). Returns whether it slept.
-bool SleepRound(W32pWaitable* const* objects, DWORD count, bool all, const struct timespec* deadline)
+// Steps 2 and 3: registers, reads the words and sleeps unless one shows its object signalled. Returns
+// whether it slept.
+bool SleepRound(W32pWaitable* const* objects, DWORD count, const struct timespec* deadline)
 {
     WakeState* wake = count > 1 && UseFallback() ? &TheWakeState() : nullptr;
     if (wake != nullptr)
@@ -205,24 +205,16 @@ bool SleepRound(W32pWaitable* const* objects, DWORD count, bool all, const struc
     for (DWORD i = 0; i < count; ++i)
         objects[i]->Sleepers()->fetch_add(1);
     const std::uint32_t sequence = wake != nullptr ? wake->sequence.load() : 0;
-    W32pWaitable* sleepOn[MAXIMUM_WAIT_OBJECTS];
     std::uint32_t values[MAXIMUM_WAIT_OBJECTS];
-    DWORD sleeping = 0;
-    bool ready = false;
+    bool sleeps = true;
     bool kernelWakes = false;
-    for (DWORD i = 0; i < count && !ready; ++i)
+    for (DWORD i = 0; i < count && sleeps; ++i)
     {
-        if (objects[i]->SleepValue(values[sleeping]))
-        {
-            kernelWakes = kernelWakes || objects[i]->KernelWakes();
-            sleepOn[sleeping++] = objects[i];
-        }
-        else
-            ready = !all;
+        sleeps = objects[i]->SleepValue(values[i]);
+        kernelWakes = kernelWakes || objects[i]->KernelWakes();
     }
-    const bool sleeps = !ready && sleeping > 0;
-    if (sleeps && (wake == nullptr || sleeping == 1))
-        SleepOnWords(sleepOn, values, sleeping, deadline);
+    if (sleeps && wake == nullptr)
+        SleepOnWords(objects, values, count, deadline);
     else if (sleeps)
         SleepOnWakeWord(*wake, sequence, deadline, kernelWakes);
     for (DWORD i = 0; i < count; ++i)
@@ -252,7 +244,7 @@ DWORD WaitAny(W32pWaitable* const* objects, DWORD count, DWORD milliseconds)
         }
         if (milliseconds == 0 || (finite && Passed(deadline)))
             return WAIT_TIMEOUT;
-        slept = SleepRound(objects, count, false, finite ? &deadline : nullptr) || slept;
+        slept = SleepRound(objects, count, finite ? &deadline : nullptr) || slept;
     }
 }
 
@@ -281,7 +273,7 @@ bool ClaimAll(W32pWaitable* const* objects, DWORD count, DWORD& result)
     LockAll(objects, count);
     bool all = true;
     for (DWORD i = 0; i < count && all; ++i)
-        all = objects[i]->SignalledLocked();
+        all = objects[i]->Signalled();
     result = WAIT_OBJECT_0;
     for (DWORD i = 0; i < count && all; ++i)
         if (objects[i]->ClaimLocked() == W32pClaim::Abandoned && result == WAIT_OBJECT_0)
@@ -289,6 +281,17 @@ bool ClaimAll(W32pWaitable* const* objects, DWORD count, DWORD& result)
     for (DWORD i = 0; i < count; ++i)
         objects[i]->UnlockClaims();
     return all;
+}
+
+// The object a wait-all sleeps on: the last that is not signalled (read without its claim lock, so only a
+// hint), or null when all seem signalled. All must become signalled, so a wake of that one is the only one
+// worth waking for; signallers that signal a set in index order then wake the wait once.
+W32pWaitable* LastUnsignalled(W32pWaitable* const* objects, DWORD count)
+{
+    for (DWORD i = count; i-- > 0;)
+        if (!objects[i]->Signalled())
+            return objects[i];
+    return nullptr;
 }
 
 DWORD WaitAll(W32pWaitable* const* objects, DWORD count, DWORD milliseconds)
@@ -306,7 +309,8 @@ DWORD WaitAll(W32pWaitable* const* objects, DWORD count, DWORD milliseconds)
                 objects[i]->PassOnWake();
         if (milliseconds == 0 || (finite && Passed(deadline)))
             return WAIT_TIMEOUT;
-        slept = SleepRound(objects, count, true, finite ? &deadline : nullptr);
+        W32pWaitable* const missing = LastUnsignalled(objects, count);
+        slept = missing != nullptr && SleepRound(&missing, 1, finite ? &deadline : nullptr);
     }
 }
 

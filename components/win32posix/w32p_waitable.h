@@ -46,8 +46,8 @@ public:
     W32pClaim TryClaim();
     // Takes the object if it is signalled; the caller holds the claim lock.
     virtual W32pClaim ClaimLocked() = 0;
-    // Whether a claim would succeed now, changing nothing; the caller holds the claim lock.
-    virtual bool SignalledLocked() = 0;
+    // Whether a claim would succeed now, changing nothing: exact under the claim lock, a hint without it.
+    virtual bool Signalled() = 0;
     // The value to sleep on; false when that value already shows the object signalled (then no sleep).
     virtual bool SleepValue(std::uint32_t& value) = 0;
     // Called after a wait that slept on this object did not take it: passes on a wake that might have been
@@ -159,7 +159,7 @@ public:
     {
     }
     W32pClaim ClaimLocked() override { return Word()->load() ? W32pClaim::Claimed : W32pClaim::NotReady; }
-    bool SignalledLocked() override { return Word()->load() != 0; }
+    bool Signalled() override { return Word()->load() != 0; }
     bool SleepValue(std::uint32_t& value) override
     {
         value = Word()->load();
