@@ -72,14 +72,24 @@ W32P_API BOOL ReleaseMutex(HANDLE mutex);
 // Waits until the object is signalled and takes it (auto-reset event cleared, semaphore count lowered, mutex
 // owned). WAIT_OBJECT_0, WAIT_ABANDONED_0 (abandoned mutex, now owned), WAIT_TIMEOUT after milliseconds
 // (INFINITE: never), or WAIT_FAILED with ERROR_INVALID_HANDLE for a handle that is not open or not waitable.
-// Waitable: events, semaphores, mutexes, threads, processes (signalled at their end), and the pseudo handles
-// of the current process and thread (never signalled).
+// Waitable: events, semaphores, mutexes, threads, processes (signalled at their end), the pseudo handles of
+// the current process and thread (never signalled) and files (always signalled: I/O here completes within
+// the call that starts it). A file-mapping handle fails with ERROR_ACCESS_DENIED, as a section on Windows.
+// Time-outs run on the monotonic clock, which (as on Windows since 8) does not count time the machine spent
+// suspended. Differs from Windows: nothing known.
 W32P_API DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
 // Wait-any (waitAll FALSE): takes exactly one signalled object, the one with the lowest index, and returns
-// WAIT_OBJECT_0 + i or WAIT_ABANDONED_0 + i; WAIT_TIMEOUT as above. WAIT_FAILED with ERROR_INVALID_PARAMETER
-// for count 0 or above MAXIMUM_WAIT_OBJECTS (64) or a null array, ERROR_INVALID_HANDLE for a null, closed or
-// unwaitable handle. Differs from Windows: wait-all (waitAll TRUE) is not implemented and fails with
-// WAIT_FAILED and ERROR_NOT_SUPPORTED.
+// WAIT_OBJECT_0 + i or WAIT_ABANDONED_0 + i. Wait-all (waitAll TRUE): waits until every object is signalled
+// and takes them all at once, WAIT_OBJECT_0, or WAIT_ABANDONED_0 + i where i is the lowest index of an
+// abandoned mutex among them (all are taken then too); until then it holds none of them, and no other
+// waiter, in any process, ever sees a part of the set taken. WAIT_TIMEOUT as above. WAIT_FAILED with
+// ERROR_INVALID_PARAMETER for count 0 or above MAXIMUM_WAIT_OBJECTS (64), a null array, or (wait-all) one
+// object twice, also through two handles; ERROR_INVALID_HANDLE (or ERROR_ACCESS_DENIED) as above.
+// Differs from Windows: a wait-all that keeps losing single objects to wait-any waiters may wait longer
+// than on Windows (no queue order between waiters; neither is promised there). Without futex_waitv (kernels
+// before 5.16) a sleeping wait-any on several objects is woken by every signal of any object of the user and
+// looks again; over a mutex whose owner may be killed it also looks every 100 ms, because the kernel wakes
+// such a mutex's sleepers without passing through this code.
 W32P_API DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL waitAll, DWORD milliseconds);
 // Suspends the calling thread for milliseconds (INFINITE: for ever); Sleep(0) yields the processor.
 W32P_API void Sleep(DWORD milliseconds);
