@@ -358,6 +358,67 @@ std::string W32pNamedObjectDir()
     return "/dev/shm/w32p." + std::to_string(geteuid());
 }
 
+namespace
+{
+
+// The file name of name and the user's folder (-1 with the Win32 error set when either is unusable).
+int OpenFolderFor(LPCWSTR name, bool create, std::string& fileName)
+{
+    if (!FileNameOf(name, fileName))
+    {
+        SetLastError(ERROR_FILENAME_EXCED_RANGE);
+        return -1;
+    }
+    const int dir = OpenUserDir(create);
+    if (dir < 0 && (GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_PATH_NOT_FOUND))
+        SetLastError(ERROR_FILE_NOT_FOUND); // no folder yet: no object of this user exists
+    return dir;
+}
+
+// The segment this process already has for fileName (found tells whether there is one); null with
+// ERROR_INVALID_HANDLE when it is of another kind.
+std::shared_ptr<W32pNamedSegment> OpenedHere(Registry& registry, const std::string& fileName, W32pKind kind,
+                                             bool& found)
+{
+    auto known = registry.open.find(fileName);
+    std::shared_ptr<W32pNamedSegment> segment = known != registry.open.end() ? known->second.lock() : nullptr;
+    found = segment != nullptr;
+    if (found && segment->Header().kind != static_cast<std::uint32_t>(kind))
+    {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return nullptr;
+    }
+    return segment;
+}
+
+// One round of an open of the file fd: sets it up when this process holds it alone and it is new, removes
+// it when holders that were killed left it behind, and joins it otherwise. creating tells which.
+Round OpenRound(int dir, UniqueFd& fd, const std::string& fileName, W32pKind kind, bool create,
+                std::uint64_t dataSize, const std::function<void(W32pNamedHeader&)>& init,
+                W32pNamedHeader*& header, bool& creating)
+{
+    creating = false;
+    if (!LockByte0(fd.Get(), F_WRLCK, false))
+        return JoinHeld(dir, fd, fileName, header);
+    // Nobody else holds this file: either we just made it, or every holder is gone.
+    struct stat st;
+    if (!StillNamed(dir, fd.Get(), fileName) || fstat(fd.Get(), &st) != 0)
+        return Round::Retry;
+    if (st.st_size == 0 && create)
+    {
+        creating = true;
+        return CreateLocked(dir, fd, fileName, kind, dataSize, init, header);
+    }
+    // Left behind by holders that were killed: remove it, then act as if it never existed.
+    unlinkat(dir, fileName.c_str(), 0);
+    if (create)
+        return Round::Retry;
+    SetLastError(ERROR_FILE_NOT_FOUND);
+    return Round::Done;
+}
+
+} // namespace
+
 std::shared_ptr<W32pNamedSegment> W32pNamedSegment::Open(LPCWSTR name, W32pKind kind, bool create,
                                                          std::uint64_t dataSize,
                                                          const std::function<void(W32pNamedHeader&)>& init,
@@ -365,35 +426,17 @@ std::shared_ptr<W32pNamedSegment> W32pNamedSegment::Open(LPCWSTR name, W32pKind 
 {
     created = false;
     std::string fileName;
-    if (!FileNameOf(name, fileName))
-    {
-        SetLastError(ERROR_FILENAME_EXCED_RANGE);
-        return nullptr;
-    }
-    UniqueFd dir(OpenUserDir(create));
+    UniqueFd dir(OpenFolderFor(name, create, fileName));
     if (!dir)
-    {
-        if (GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_PATH_NOT_FOUND)
-            SetLastError(ERROR_FILE_NOT_FOUND); // no folder yet: no object of this user exists
         return nullptr;
-    }
     SweepAbandoned(dir.Get());
 
     Registry& registry = TheRegistry();
     std::lock_guard<std::mutex> guard(registry.lock);
-    auto known = registry.open.find(fileName);
-    if (known != registry.open.end())
-    {
-        if (std::shared_ptr<W32pNamedSegment> segment = known->second.lock())
-        {
-            if (segment->Header().kind != static_cast<std::uint32_t>(kind))
-            {
-                SetLastError(ERROR_INVALID_HANDLE);
-                return nullptr;
-            }
-            return segment;
-        }
-    }
+    bool found = false;
+    std::shared_ptr<W32pNamedSegment> known = OpenedHere(registry, fileName, kind, found);
+    if (found)
+        return known;
 
     int malformed = 0;
     for (int round = 0; round < kMaxRounds && malformed < kMaxMalformedRounds; ++round)
@@ -404,32 +447,10 @@ std::shared_ptr<W32pNamedSegment> W32pNamedSegment::Open(LPCWSTR name, W32pKind 
         if (!fd)
             return nullptr;
         W32pNamedHeader* header = nullptr;
-        Round outcome;
         bool creating = false;
-        if (LockByte0(fd.Get(), F_WRLCK, false))
-        {
-            // Nobody else holds this file: either we just made it, or every holder is gone.
-            struct stat st;
-            if (!StillNamed(dir.Get(), fd.Get(), fileName) || fstat(fd.Get(), &st) != 0)
-                continue;
-            if (st.st_size != 0 || !create)
-            {
-                // Left behind by holders that were killed: remove it, then act as if it never existed.
-                unlinkat(dir.Get(), fileName.c_str(), 0);
-                if (!create)
-                {
-                    SetLastError(ERROR_FILE_NOT_FOUND);
-                    return nullptr;
-                }
-                continue;
-            }
-            creating = true;
-            outcome = CreateLocked(dir.Get(), fd, fileName, kind, dataSize, init, header);
-        }
-        else
-            outcome = JoinHeld(dir.Get(), fd, fileName, header);
-        if (outcome == Round::Malformed)
-            ++malformed;
+        const Round outcome =
+            OpenRound(dir.Get(), fd, fileName, kind, create, dataSize, init, header, creating);
+        malformed += outcome == Round::Malformed ? 1 : 0;
         if (outcome != Round::Done)
             continue;
         if (header == nullptr)
