@@ -134,20 +134,19 @@ static_assert(sizeof(WakeState) <= sizeof(W32pNamedHeader::state), "fits the hea
 
 // The user's wake word, a named object of its own kind that lives while this process does (it is never
 // closed: a wait may still use it while the process exits). Without shared memory, a word of this process.
+std::shared_ptr<W32pNamedSegment> OpenWakeSegment()
+{
+    bool created = false;
+    return W32pNamedSegment::Open(
+        L"\x01w32p-wake", W32pKind::Other, true, 0,
+        [](W32pNamedHeader& header) { new (header.state) WakeState(); }, created);
+}
+
 WakeState& TheWakeState()
 {
-    static WakeState* const state = []
-    {
-        bool created = false;
-        auto* segment = new std::shared_ptr<W32pNamedSegment>(W32pNamedSegment::Open(
-            L"\x01w32p-wake", W32pKind::Other, true, 0,
-            [](W32pNamedHeader& header) { new (header.state) WakeState(); }, created));
-        if (*segment)
-            return reinterpret_cast<WakeState*>((*segment)->Header().state);
-        static WakeState local{};
-        return &local;
-    }();
-    return *state;
+    static const auto* const segment = new std::shared_ptr<W32pNamedSegment>(OpenWakeSegment());
+    static WakeState local{};
+    return *segment ? *reinterpret_cast<WakeState*>((*segment)->Header().state) : local;
 }
 
 void WakeFallbackSleepers()
