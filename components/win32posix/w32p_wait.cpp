@@ -40,41 +40,26 @@
 namespace
 {
 
-// Never signalled: stands for the pseudo handles of the current process and thread, which end only with the
-// waiter itself.
-class NeverSignalled : public W32pWaitable
+// An object whose state never changes: never signalled for the pseudo handles of the current process and
+// thread (they end only with the waiter itself), always signalled for file handles (I/O here is complete
+// when the call that started it returns).
+class Unchanging : public W32pWaitable
 {
 public:
-    NeverSignalled() : W32pWaitable(W32pKind::Other, &m_word, &m_sleepers, false) {}
-    W32pClaim ClaimLocked() override { return W32pClaim::NotReady; }
-    bool Signalled() override { return false; }
+    explicit Unchanging(bool signalled)
+        : W32pWaitable(W32pKind::Other, &m_word, &m_sleepers, false), m_word(signalled ? 1 : 0)
+    {
+    }
+    W32pClaim ClaimLocked() override { return m_word.load() ? W32pClaim::Claimed : W32pClaim::NotReady; }
+    bool Signalled() override { return m_word.load() != 0; }
     bool SleepValue(std::uint32_t& value) override
     {
-        value = 0;
-        return true;
+        value = m_word.load();
+        return value == 0;
     }
 
 private:
-    std::atomic<std::uint32_t> m_word{0};
-    std::atomic<std::uint32_t> m_sleepers{0};
-};
-
-// Always signalled: stands for file handles, whose I/O here is complete when the call that started it
-// returns.
-class AlwaysSignalled : public W32pWaitable
-{
-public:
-    AlwaysSignalled() : W32pWaitable(W32pKind::Other, &m_word, &m_sleepers, false) {}
-    W32pClaim ClaimLocked() override { return W32pClaim::Claimed; }
-    bool Signalled() override { return true; }
-    bool SleepValue(std::uint32_t& value) override
-    {
-        value = 1;
-        return false;
-    }
-
-private:
-    std::atomic<std::uint32_t> m_word{1};
+    std::atomic<std::uint32_t> m_word;
     std::atomic<std::uint32_t> m_sleepers{0};
 };
 
@@ -223,28 +208,19 @@ bool SleepRound(W32pWaitable* const* objects, DWORD count, const struct timespec
     return sleeps;
 }
 
-DWORD WaitAny(W32pWaitable* const* objects, DWORD count, DWORD milliseconds)
+// Step 1 of a wait-any: takes the signalled object with the lowest index.
+bool ClaimAny(W32pWaitable* const* objects, DWORD count, DWORD& taken, DWORD& result)
 {
-    const bool finite = milliseconds != INFINITE;
-    const struct timespec deadline = finite ? Deadline(milliseconds) : timespec();
-    bool slept = false;
-    for (;;)
+    for (DWORD i = 0; i < count; ++i)
     {
-        for (DWORD i = 0; i < count; ++i)
-        {
-            const W32pClaim claim = objects[i]->TryClaim();
-            if (claim == W32pClaim::NotReady)
-                continue;
-            if (slept)
-                for (DWORD j = 0; j < count; ++j)
-                    if (j != i)
-                        objects[j]->PassOnWake();
-            return (claim == W32pClaim::Abandoned ? WAIT_ABANDONED_0 : WAIT_OBJECT_0) + i;
-        }
-        if (milliseconds == 0 || (finite && Passed(deadline)))
-            return WAIT_TIMEOUT;
-        slept = SleepRound(objects, count, finite ? &deadline : nullptr) || slept;
+        const W32pClaim claim = objects[i]->TryClaim();
+        if (claim == W32pClaim::NotReady)
+            continue;
+        taken = i;
+        result = (claim == W32pClaim::Abandoned ? WAIT_ABANDONED_0 : WAIT_OBJECT_0) + i;
+        return true;
     }
+    return false;
 }
 
 // Takes the claim locks of all objects. Never waits while holding one: when a lock is taken, it lets go of
@@ -293,32 +269,37 @@ W32pWaitable* LastUnsignalled(W32pWaitable* const* objects, DWORD count)
     return nullptr;
 }
 
-DWORD WaitAll(W32pWaitable* const* objects, DWORD count, DWORD milliseconds)
+DWORD Wait(W32pWaitable* const* objects, DWORD count, bool all, DWORD milliseconds)
 {
     const bool finite = milliseconds != INFINITE;
     const struct timespec deadline = finite ? Deadline(milliseconds) : timespec();
     bool slept = false;
     for (;;)
     {
+        DWORD taken = count; // a wait-any's object
         DWORD result = WAIT_FAILED;
-        if (ClaimAll(objects, count, result))
-            return result;
+        const bool done = all ? ClaimAll(objects, count, result) : ClaimAny(objects, count, taken, result);
         if (slept)
             for (DWORD i = 0; i < count; ++i)
-                objects[i]->PassOnWake();
+                if (i != taken)
+                    objects[i]->PassOnWake();
+        if (done)
+            return result;
         if (milliseconds == 0 || (finite && Passed(deadline)))
             return WAIT_TIMEOUT;
-        W32pWaitable* const missing = LastUnsignalled(objects, count);
-        slept = missing != nullptr && SleepRound(&missing, 1, finite ? &deadline : nullptr);
+        W32pWaitable* const missing = all ? LastUnsignalled(objects, count) : nullptr;
+        slept = all ? missing != nullptr && SleepRound(&missing, 1, finite ? &deadline : nullptr)
+                    : SleepRound(objects, count, finite ? &deadline : nullptr);
     }
 }
 
-// Whether two entries name one object (also through different handles of one named object).
+// Whether two entries name one object (also through different handles of one named object). Files and
+// pseudo handles share one unchanging stand-in each and are not compared.
 bool HasDuplicates(W32pWaitable* const* objects, DWORD count)
 {
     for (DWORD i = 0; i < count; ++i)
         for (DWORD j = i + 1; j < count; ++j)
-            if (objects[i]->Word() == objects[j]->Word())
+            if (objects[i]->Word() == objects[j]->Word() && objects[i]->kind != W32pKind::Other)
                 return true;
     return false;
 }
@@ -403,7 +384,7 @@ std::shared_ptr<W32pWaitable> W32pLookupWaitable(HANDLE handle)
 {
     if (handle == GetCurrentProcess() || handle == GetCurrentThread())
     {
-        static const std::shared_ptr<W32pWaitable> never = std::make_shared<NeverSignalled>();
+        static const std::shared_ptr<W32pWaitable> never = std::make_shared<Unchanging>(false);
         return never;
     }
     std::shared_ptr<W32pObject> object = W32pLookupHandle(handle);
@@ -419,7 +400,7 @@ std::shared_ptr<W32pWaitable> W32pLookupWaitable(HANDLE handle)
         return std::static_pointer_cast<W32pWaitable>(object); // every object of these kinds is waitable
     case W32pKind::File:
     {
-        static const std::shared_ptr<W32pWaitable> always = std::make_shared<AlwaysSignalled>();
+        static const std::shared_ptr<W32pWaitable> always = std::make_shared<Unchanging>(true);
         return always;
     }
     case W32pKind::FileMapping: // a section has no right to be waited for
@@ -437,7 +418,7 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds)
     if (!object)
         return WAIT_FAILED;
     W32pWaitable* raw = object.get();
-    return WaitAny(&raw, 1, milliseconds);
+    return Wait(&raw, 1, false, milliseconds);
 }
 
 DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL waitAll, DWORD milliseconds)
@@ -457,11 +438,11 @@ DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL waitAll, D
         raw[i] = objects[i].get();
     }
     if (!waitAll)
-        return WaitAny(raw, count, milliseconds);
+        return Wait(raw, count, false, milliseconds);
     if (HasDuplicates(raw, count))
     {
         SetLastError(ERROR_INVALID_PARAMETER);
         return WAIT_FAILED;
     }
-    return WaitAll(raw, count, milliseconds);
+    return Wait(raw, count, true, milliseconds);
 }
