@@ -52,8 +52,9 @@ W32P_API BOOL Process32NextW(HANDLE snapshot, LPPROCESSENTRY32W entry);
 // without the terminator on success. Too small: ERROR_INSUFFICIENT_BUFFER. The path can't be read (another
 // user's process): ERROR_ACCESS_DENIED.
 W32P_API BOOL QueryFullProcessImageNameW(HANDLE process, DWORD flags, LPWSTR exeName, PDWORD size);
-// The executable's path for a null module (other modules: 0 with ERROR_INVALID_HANDLE). The result is
-// truncated to size characters including the terminator; the return value is the length copied.
+// The executable's path for a null module; for a module of LoadLibraryW in this process, that module's file
+// (any other module: 0 with ERROR_INVALID_HANDLE). The result is truncated to size characters including
+// the terminator; the return value is the length copied.
 W32P_API DWORD GetModuleFileNameExW(HANDLE process, HMODULE module, LPWSTR fileName, DWORD size);
 
 // For other areas of this layer. The executable's path of a process ("" when it can't be read).
