@@ -1,6 +1,7 @@
 #include "velprocesshelperimpl.h"
 #include "korutilitesbtracedef.h"
 #include "velhandle.h"
+#include "velpathconverter.h"
 #include "velprocess.h"
 #include "velstringconverter.h"
 
@@ -151,19 +152,19 @@ bool CVeLProcessHelperImpl::BuildEnvironment(const VeLProcessStartInfo& info, st
 
 void CVeLProcessHelperImpl::TraceStartFailure(const VeLProcessStartInfo& info, DWORD error) const
 {
-    const std::string program = Utf8(info.program.wstring());
+    const std::string program = CVeLPathConverter::ToUtf8(info.program);
     if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND)
         VEL_TRACE(VEL_ERR, "Program %s not found (code=0x%08X)!", program.c_str(), error);
     else if (error == ERROR_DIRECTORY)
         VEL_TRACE(VEL_ERR, "Working folder %s does not exist (code=0x%08X)!",
-                  Utf8(info.workingFolder.wstring()).c_str(), error);
+                  CVeLPathConverter::ToUtf8(info.workingFolder).c_str(), error);
     else
         VEL_TRACE(VEL_ERR, "CreateProcess %s failed (code=0x%08X)!", program.c_str(), error);
 }
 
 std::shared_ptr<CVeLProcess> CVeLProcessHelperImpl::Start(const VeLProcessStartInfo& info) const
 {
-    const std::wstring program = info.program.wstring();
+    const std::wstring program = CVeLPathConverter::ToWide(info.program);
     std::wstring commandLine;
     std::vector<WCHAR> environment;
     if (!BuildCommandLine(program, info.arguments, commandLine))
@@ -189,7 +190,7 @@ std::shared_ptr<CVeLProcess> CVeLProcessHelperImpl::Start(const VeLProcessStartI
         flags |= CREATE_NEW_PROCESS_GROUP;
     // A bare name is searched by the system (through the command line); a path is taken as it is.
     const bool bareName = !info.program.has_parent_path();
-    const std::wstring folder = info.workingFolder.wstring();
+    const std::wstring folder = CVeLPathConverter::ToWide(info.workingFolder);
     PROCESS_INFORMATION started = {};
     std::vector<WCHAR> writable(commandLine.c_str(), commandLine.c_str() + commandLine.size() + 1);
     if (!m_api->WAPI_CreateProcess(bareName ? nullptr : program.c_str(), writable.data(), nullptr, nullptr, FALSE,
