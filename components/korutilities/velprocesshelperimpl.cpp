@@ -280,7 +280,7 @@ void CVeLProcessHelperImpl::FillImagePath(VeLProcessInfo& process) const
     std::vector<WCHAR> buffer(32768);
     DWORD size = static_cast<DWORD>(buffer.size());
     if (m_api->WAPI_QueryFullProcessImageName(handle.GetHandle(), 0, buffer.data(), &size))
-        process.imagePath = std::wstring(buffer.data(), size);
+        process.imagePath = CVeLPathConverter::FromWide(std::wstring(buffer.data(), size));
 }
 
 bool CVeLProcessHelperImpl::ListProcesses(std::vector<VeLProcessInfo>& processes) const
