@@ -138,6 +138,8 @@ HANDLE CreateToolhelp32Snapshot(DWORD flags, DWORD /*processId*/)
         std::vector<std::string> fields;
         if (!ReadStat(static_cast<DWORD>(pid), name, fields) || fields.size() < 18)
             continue; // ended while we looked
+        if (fields[0] == "Z" || fields[0] == "X")
+            continue; // ended, not yet reaped: Windows lists no process that has ended
         PROCESSENTRY32W data;
         std::memset(&data, 0, sizeof data);
         data.dwSize = sizeof data;

@@ -2,10 +2,10 @@
 // /proc readers that the restart manager shares.
 //
 // Linux differences: a snapshot lists the processes of /proc (kernel threads included, no "System Idle
-// Process" with id 0); szExeFile is the file name of the executable, or of the process's own name when
-// the executable can't be read (another user's process without privileges, a kernel thread). Only
-// TH32CS_SNAPPROCESS is offered. Process handles: until process objects come from the process area of this
-// layer, only GetCurrentProcess() names a process here; any other handle fails with ERROR_INVALID_HANDLE.
+// Process" with id 0; processes that have ended and wait to be reaped are left out, as Windows lists none);
+// szExeFile is the file name of the executable, or of the process's own name when the executable can't be
+// read (another user's process without privileges, a kernel thread). Only TH32CS_SNAPPROCESS is offered.
+// Process handles are those of CreateProcessW and OpenProcess, and GetCurrentProcess().
 #pragma once
 
 #include "w32p_base.h"
