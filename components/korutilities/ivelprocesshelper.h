@@ -25,8 +25,8 @@ enum ProcessStatusEnum
 // command-line rules, which the program's runtime (or win32posix on Linux) undoes.
 struct VeLProcessStartInfo
 {
-    boost::filesystem::path program;     // a path; a bare name is searched in PATH
-    std::vector<std::wstring> arguments; // without the program itself
+    boost::filesystem::path program;       // a path; a bare name is searched in PATH
+    std::vector<std::wstring> arguments;   // without the program itself
     boost::filesystem::path workingFolder; // empty: the caller's
     // The environment: the caller's, with these variables set (replacing a variable of the same name) and
     // then these removed. Names are compared as written.

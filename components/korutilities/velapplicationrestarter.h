@@ -25,7 +25,8 @@ class KORUTILITIES_API CVeLApplicationRestarter : public IVeLApplicationRestarte
 public:
     // With the default facade and a CVeLWaitHelper of its own.
     CVeLApplicationRestarter();
-    CVeLApplicationRestarter(std::shared_ptr<IVeLWinAPIWrapper> api, std::shared_ptr<IVeLWaitHelper> waitHelper);
+    CVeLApplicationRestarter(std::shared_ptr<IVeLWinAPIWrapper> api,
+                             std::shared_ptr<IVeLWaitHelper> waitHelper);
     ~CVeLApplicationRestarter() override;
 
     bool AddResources(const std::vector<boost::filesystem::path>& filesOrFolders) override;

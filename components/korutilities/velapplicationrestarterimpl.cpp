@@ -127,8 +127,8 @@ bool CVeLApplicationRestarterImpl::ListRecords(std::vector<RM_PROCESS_INFO>& rec
     {
         UINT needed = 0, count = static_cast<UINT>(records.size());
         DWORD rebootReasons = 0;
-        const DWORD code =
-            m_api->WAPI_RmGetList(m_session, &needed, &count, records.empty() ? nullptr : records.data(), &rebootReasons);
+        const DWORD code = m_api->WAPI_RmGetList(m_session, &needed, &count,
+                                                 records.empty() ? nullptr : records.data(), &rebootReasons);
         if (code == ERROR_SUCCESS)
         {
             records.resize(count);
@@ -181,7 +181,8 @@ bool CVeLApplicationRestarterImpl::WaitForEnds(const std::vector<std::shared_ptr
                                                const CVeLWaitHelperTimeSupport& deadline) const
 {
     for (const std::shared_ptr<CVeLProcess>& process : processes)
-        if (process->Wait(deadline.IsCalcedTimeout() ? 0 : deadline.GetWaitTime()).GetValue() != ProcessStatusEnded)
+        if (process->Wait(deadline.IsCalcedTimeout() ? 0 : deadline.GetWaitTime()).GetValue() !=
+            ProcessStatusEnded)
             return false;
     return true;
 }

@@ -18,7 +18,8 @@
 class CVeLApplicationRestarterImpl
 {
 public:
-    CVeLApplicationRestarterImpl(std::shared_ptr<IVeLWinAPIWrapper> api, std::shared_ptr<IVeLWaitHelper> waitHelper);
+    CVeLApplicationRestarterImpl(std::shared_ptr<IVeLWinAPIWrapper> api,
+                                 std::shared_ptr<IVeLWaitHelper> waitHelper);
     ~CVeLApplicationRestarterImpl();
     CVeLApplicationRestarterImpl(const CVeLApplicationRestarterImpl&) = delete;
     CVeLApplicationRestarterImpl& operator=(const CVeLApplicationRestarterImpl&) = delete;

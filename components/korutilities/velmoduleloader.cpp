@@ -3,7 +3,9 @@
 #include "velmoduleloaderimpl.h"
 #include "velwinapiwrapper.h"
 
-CVeLModuleLoader::CVeLModuleLoader() : m_impl(new CVeLModuleLoaderImpl(std::make_shared<CVeLWinAPIWrapper>())) {}
+CVeLModuleLoader::CVeLModuleLoader() : m_impl(new CVeLModuleLoaderImpl(std::make_shared<CVeLWinAPIWrapper>()))
+{
+}
 
 CVeLModuleLoader::CVeLModuleLoader(std::shared_ptr<IVeLWinAPIWrapper> api)
 {

@@ -29,7 +29,8 @@ public:
     bool IsLoaded() const override;
 
     // The function as a typed pointer (through void*, as the loader hands out a generic address).
-    template <class Function> Function GetFunctionAs(const std::string& functionName) const
+    template <class Function>
+    Function GetFunctionAs(const std::string& functionName) const
     {
         return reinterpret_cast<Function>(reinterpret_cast<void*>(GetFunction(functionName)));
     }

@@ -44,7 +44,8 @@ bool CVeLProcessHelper::ListProcesses(std::vector<VeLProcessInfo>& processes) co
     VEL_IMPL_FORWARD(false, ListProcesses(processes));
 }
 
-bool CVeLProcessHelper::FindByName(const std::wstring& imageName, std::vector<VeLProcessInfo>& processes) const
+bool CVeLProcessHelper::FindByName(const std::wstring& imageName,
+                                   std::vector<VeLProcessInfo>& processes) const
 {
     VEL_IMPL_FORWARD(false, FindByName(imageName, processes));
 }
@@ -79,7 +80,8 @@ bool CVeLProcessHelper::GetForegroundWindow(HWND& window) const
     VEL_IMPL_FORWARD(false, GetForegroundWindow(window));
 }
 
-bool CVeLProcessHelper::BuildCommandLine(const std::wstring& program, const std::vector<std::wstring>& arguments,
+bool CVeLProcessHelper::BuildCommandLine(const std::wstring& program,
+                                         const std::vector<std::wstring>& arguments,
                                          std::wstring& commandLine)
 {
     return CVeLProcessHelperImpl::BuildCommandLine(program, arguments, commandLine);

@@ -25,9 +25,11 @@ std::string Utf8(const std::wstring& text)
 // Windows compares names of files (and so of images) without regard to case, character by character.
 bool SameName(const std::wstring& a, const std::wstring& b)
 {
-    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](wchar_t x, wchar_t y) {
-               return std::towupper(static_cast<wint_t>(x)) == std::towupper(static_cast<wint_t>(y));
-           });
+    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(),
+                                              [](wchar_t x, wchar_t y) {
+                                                  return std::towupper(static_cast<wint_t>(x)) ==
+                                                         std::towupper(static_cast<wint_t>(y));
+                                              });
 }
 
 std::wstring NameOf(const std::wstring& entry)
@@ -90,7 +92,8 @@ std::wstring CVeLProcessHelperImpl::QuoteArgument(const std::wstring& argument)
     return quoted + L"\"";
 }
 
-bool CVeLProcessHelperImpl::BuildCommandLine(const std::wstring& program, const std::vector<std::wstring>& arguments,
+bool CVeLProcessHelperImpl::BuildCommandLine(const std::wstring& program,
+                                             const std::vector<std::wstring>& arguments,
                                              std::wstring& commandLine)
 {
     // The program name takes no escapes: quotes only group, so it can't contain one.
@@ -110,7 +113,8 @@ bool CVeLProcessHelperImpl::BuildEnvironment(const VeLProcessStartInfo& info, st
 {
     for (const auto& variable : info.setVariables)
     {
-        if (variable.first.empty() || variable.first.find_first_of(std::wstring(L"=\0", 2)) != std::wstring::npos ||
+        if (variable.first.empty() ||
+            variable.first.find_first_of(std::wstring(L"=\0", 2)) != std::wstring::npos ||
             variable.second.find(L'\0') != std::wstring::npos)
             return false;
     }
@@ -125,7 +129,8 @@ bool CVeLProcessHelperImpl::BuildEnvironment(const VeLProcessStartInfo& info, st
     for (const WCHAR* p = current; *p != L'\0'; p += entries.back().size() + 1)
         entries.emplace_back(p);
     m_api->WAPI_FreeEnvironmentStrings(current);
-    auto dropped = [&info](const std::wstring& entry) {
+    auto dropped = [&info](const std::wstring& entry)
+    {
         const std::wstring name = NameOf(entry);
         return info.setVariables.count(name) != 0 ||
                std::find(info.removeVariables.begin(), info.removeVariables.end(), name) !=
@@ -136,11 +141,15 @@ bool CVeLProcessHelperImpl::BuildEnvironment(const VeLProcessStartInfo& info, st
         if (std::find(info.removeVariables.begin(), info.removeVariables.end(), variable.first) ==
             info.removeVariables.end())
             entries.push_back(variable.first + L"=" + variable.second);
-    std::stable_sort(entries.begin(), entries.end(), [](const std::wstring& a, const std::wstring& b) {
-        return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(), [](wchar_t x, wchar_t y) {
-            return std::towupper(static_cast<wint_t>(x)) < std::towupper(static_cast<wint_t>(y));
+    std::stable_sort(
+        entries.begin(), entries.end(),
+        [](const std::wstring& a, const std::wstring& b)
+        {
+            return std::lexicographical_compare(
+                a.begin(), a.end(), b.begin(), b.end(),
+                [](wchar_t x, wchar_t y)
+                { return std::towupper(static_cast<wint_t>(x)) < std::towupper(static_cast<wint_t>(y)); });
         });
-    });
     block.clear();
     for (const std::wstring& entry : entries)
         block.insert(block.end(), entry.c_str(), entry.c_str() + entry.size() + 1);
@@ -193,9 +202,9 @@ std::shared_ptr<CVeLProcess> CVeLProcessHelperImpl::Start(const VeLProcessStartI
     const std::wstring folder = CVeLPathConverter::ToWide(info.workingFolder);
     PROCESS_INFORMATION started = {};
     std::vector<WCHAR> writable(commandLine.c_str(), commandLine.c_str() + commandLine.size() + 1);
-    if (!m_api->WAPI_CreateProcess(bareName ? nullptr : program.c_str(), writable.data(), nullptr, nullptr, FALSE,
-                                   flags, environment.data(), folder.empty() ? nullptr : folder.c_str(),
-                                   &startup, &started))
+    if (!m_api->WAPI_CreateProcess(bareName ? nullptr : program.c_str(), writable.data(), nullptr, nullptr,
+                                   FALSE, flags, environment.data(),
+                                   folder.empty() ? nullptr : folder.c_str(), &startup, &started))
     {
         TraceStartFailure(info, m_api->WAPI_GetLastError());
         return nullptr;
@@ -274,7 +283,8 @@ bool CVeLProcessHelperImpl::Snapshot(std::vector<VeLProcessInfo>& processes) con
 
 void CVeLProcessHelperImpl::FillImagePath(VeLProcessInfo& process) const
 {
-    CVeLHANDLE handle(m_api, m_api->WAPI_OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, process.processId));
+    CVeLHANDLE handle(m_api,
+                      m_api->WAPI_OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, process.processId));
     if (!handle.IsValid())
         return; // another user's or a protected process: the name is all the system gives
     std::vector<WCHAR> buffer(32768);
@@ -288,7 +298,8 @@ bool CVeLProcessHelperImpl::ListProcesses(std::vector<VeLProcessInfo>& processes
     return Snapshot(processes);
 }
 
-bool CVeLProcessHelperImpl::FindByName(const std::wstring& imageName, std::vector<VeLProcessInfo>& processes) const
+bool CVeLProcessHelperImpl::FindByName(const std::wstring& imageName,
+                                       std::vector<VeLProcessInfo>& processes) const
 {
     processes.clear();
     if (imageName.empty())
@@ -341,14 +352,16 @@ void CVeLProcessHelperImpl::RequestEnd(const CVeLProcess& process) const
 {
     std::vector<HWND> windows;
     WindowSearch search = {m_api.get(), process.GetId(), &windows};
-    const bool enumerated = m_api->WAPI_EnumWindows(&CollectWindow, reinterpret_cast<LPARAM>(&search)) != FALSE;
+    const bool enumerated =
+        m_api->WAPI_EnumWindows(&CollectWindow, reinterpret_cast<LPARAM>(&search)) != FALSE;
     const bool noWindowsHere = !enumerated && SystemHasNoWindows(m_api->WAPI_GetLastError());
     std::size_t posted = 0;
     for (HWND window : windows)
         posted += m_api->WAPI_PostMessage(window, WM_CLOSE, 0, 0) ? 1 : 0;
     if (posted != 0)
     {
-        VEL_TRACE(VEL_DBG1, "Asked process %u to close %u windows", process.GetId(), static_cast<unsigned>(posted));
+        VEL_TRACE(VEL_DBG1, "Asked process %u to close %u windows", process.GetId(),
+                  static_cast<unsigned>(posted));
         return;
     }
     if (!process.LeadsGroup() && !noWindowsHere)
@@ -402,8 +415,8 @@ bool CVeLProcessHelperImpl::End(DWORD processId, DWORD timeout, UINT exitCode) c
     return process && EndProcess(*process, timeout, exitCode);
 }
 
-std::vector<std::shared_ptr<CVeLProcess>> CVeLProcessHelperImpl::OpenDescendants(DWORD rootId,
-                                                                                 std::vector<DWORD>& knownIds) const
+std::vector<std::shared_ptr<CVeLProcess>>
+CVeLProcessHelperImpl::OpenDescendants(DWORD rootId, std::vector<DWORD>& knownIds) const
 {
     std::vector<std::shared_ptr<CVeLProcess>> found;
     std::vector<VeLProcessInfo> all;

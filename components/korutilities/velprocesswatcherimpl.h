@@ -25,7 +25,8 @@
 class CVeLProcessWatcherImpl
 {
 public:
-    CVeLProcessWatcherImpl(std::shared_ptr<IVeLWinAPIWrapper> api, std::shared_ptr<IVeLWaitHelper> waitHelper);
+    CVeLProcessWatcherImpl(std::shared_ptr<IVeLWinAPIWrapper> api,
+                           std::shared_ptr<IVeLWaitHelper> waitHelper);
     ~CVeLProcessWatcherImpl();
     CVeLProcessWatcherImpl(const CVeLProcessWatcherImpl&) = delete;
     CVeLProcessWatcherImpl& operator=(const CVeLProcessWatcherImpl&) = delete;
@@ -49,7 +50,7 @@ private:
     CVeLHANDLE m_wakeEvent;  // auto-reset: a Watch or a Stop wants the thread to look again
     CVeLHANDLE m_endedEvent; // manual-reset: set by the thread as its last step
 
-    mutable std::mutex m_lock;                            // guards m_watched and m_thread
+    mutable std::mutex m_lock;                           // guards m_watched and m_thread
     std::vector<std::shared_ptr<CVeLProcess>> m_watched; // the processes not yet reported
     std::thread m_thread;
     ProcessEndCallback m_callback; // set by Start before the thread starts; used by the thread alone

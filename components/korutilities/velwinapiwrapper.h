@@ -169,8 +169,10 @@ public:
     BOOL WAPI_FreeEnvironmentStrings(LPWCH block) const override;
     BOOL WAPI_GenerateConsoleCtrlEvent(DWORD ctrlEvent, DWORD processGroupId) const override;
     DWORD WAPI_GetProcessId(HANDLE process) const override;
-    DWORD WAPI_RmShutdown(DWORD sessionHandle, ULONG actionFlags, RM_WRITE_STATUS_CALLBACK status) const override;
-    DWORD WAPI_RmRestart(DWORD sessionHandle, DWORD restartFlags, RM_WRITE_STATUS_CALLBACK status) const override;
+    DWORD WAPI_RmShutdown(DWORD sessionHandle, ULONG actionFlags,
+                          RM_WRITE_STATUS_CALLBACK status) const override;
+    DWORD WAPI_RmRestart(DWORD sessionHandle, DWORD restartFlags,
+                         RM_WRITE_STATUS_CALLBACK status) const override;
 
 private:
     // The start-up record as "name=value" entries for the process-creation trace; "Null" for a null record.

@@ -37,7 +37,7 @@ bool IsNtdll(LPCWSTR name)
 // dlopen is refused instead of being handed to dlclose or dlinfo.
 struct LoadedModules
 {
-    std::mutex lock;                // guards counts
+    std::mutex lock;                  // guards counts
     std::map<void*, unsigned> counts; // dlopen handle -> loads not yet freed
 };
 

@@ -392,10 +392,11 @@ pid_t Spawn(SpawnRequest& request)
 {
     pid_t pid = 0;
     char** childEnvironment = request.envp.empty() ? environ : request.envp.data();
-    const int error = request.search ? posix_spawnp(&pid, request.program.c_str(), &request.actions,
-                                                    &request.attributes, request.argv.data(), childEnvironment)
-                                     : posix_spawn(&pid, request.program.c_str(), &request.actions,
-                                                   &request.attributes, request.argv.data(), childEnvironment);
+    const int error = request.search
+                          ? posix_spawnp(&pid, request.program.c_str(), &request.actions, &request.attributes,
+                                         request.argv.data(), childEnvironment)
+                          : posix_spawn(&pid, request.program.c_str(), &request.actions, &request.attributes,
+                                        request.argv.data(), childEnvironment);
     if (error != 0)
     {
         SetLastError(SpawnError(error));

@@ -375,10 +375,9 @@ DWORD RmRestart(DWORD sessionHandle, DWORD /*restartFlags*/, RM_WRITE_STATUS_CAL
         if (application.info.AppStatus != RmStatusStopped)
             continue;
         anyStopped = true;
-        const bool restarted =
-            application.info.bRestartable &&
-            W32pStartDetached(application.program, application.arguments, application.environment,
-                              application.directory) != 0;
+        const bool restarted = application.info.bRestartable &&
+                               W32pStartDetached(application.program, application.arguments,
+                                                 application.environment, application.directory) != 0;
         application.info.AppStatus = restarted ? RmStatusRestarted : RmStatusErrorOnRestart;
         allRestarted = allRestarted && restarted;
     }

@@ -32,8 +32,8 @@ void PrintProcesses(const std::vector<std::pair<DWORD, std::wstring>>& processes
             PrintLine(std::to_string(process.first) + " " + name);
             continue;
         }
-        document += std::string(document.size() > 1 ? "," : "") + "{\"pid\":" + std::to_string(process.first) +
-                    ",\"name\":" + JsonString(name) + "}";
+        document += std::string(document.size() > 1 ? "," : "") +
+                    "{\"pid\":" + std::to_string(process.first) + ",\"name\":" + JsonString(name) + "}";
     }
     if (json)
         PrintLine(document + "]");
@@ -84,7 +84,8 @@ int List(const std::vector<std::wstring>& args, bool json)
 {
     CVeLProcessHelper helper;
     std::vector<VeLProcessInfo> processes;
-    const bool listed = args.size() == 2 ? helper.FindByName(args[1], processes) : helper.ListProcesses(processes);
+    const bool listed =
+        args.size() == 2 ? helper.FindByName(args[1], processes) : helper.ListProcesses(processes);
     if (!listed)
         return Failure("proc list", "cannot list the processes" + DescribeError(LastError()));
     std::vector<std::pair<DWORD, std::wstring>> records;
@@ -106,11 +107,13 @@ int Start(const std::vector<std::wstring>& command)
 int RunToEnd(const std::vector<std::wstring>& command, DWORD timeout)
 {
     DWORD exitCode = 0;
-    const CVeLResult<ProcessStatusEnum> status = CVeLProcessHelper().Run(StartInfo(command), timeout, exitCode);
+    const CVeLResult<ProcessStatusEnum> status =
+        CVeLProcessHelper().Run(StartInfo(command), timeout, exitCode);
     if (!status.IsSuccess())
         return Failure("proc run", ToText(command[0]) + ": cannot run it" + DescribeError(LastError()));
     if (status.GetValue() != ProcessStatusEnded)
-        return Failure("proc run", ToText(command[0]) + ": still running after " + std::to_string(timeout) + " ms");
+        return Failure("proc run",
+                       ToText(command[0]) + ": still running after " + std::to_string(timeout) + " ms");
     PrintLine(std::to_string(exitCode));
     return kExitOk;
 }
@@ -132,7 +135,8 @@ int Wait(DWORD processId, DWORD timeout)
 int Kill(DWORD processId, DWORD timeout)
 {
     if (!CVeLProcessHelper().End(processId, timeout, 1))
-        return Failure("proc kill", "cannot end process " + std::to_string(processId) + DescribeError(LastError()));
+        return Failure("proc kill",
+                       "cannot end process " + std::to_string(processId) + DescribeError(LastError()));
     return kExitOk;
 }
 
@@ -176,9 +180,11 @@ int RunProc(Invocation& invocation)
     const std::vector<std::wstring>& args = cmd.GetPositionals();
     const std::wstring verb = args.empty() ? L"" : args[0];
     if (verb == L"holders")
-        return args.size() == 2 ? Holders(args, cmd.Has(L"json")) : UsageError(invocation, "expected one FILE");
+        return args.size() == 2 ? Holders(args, cmd.Has(L"json"))
+                                : UsageError(invocation, "expected one FILE");
     if (verb == L"list")
-        return args.size() <= 2 ? List(args, cmd.Has(L"json")) : UsageError(invocation, "expected at most one NAME");
+        return args.size() <= 2 ? List(args, cmd.Has(L"json"))
+                                : UsageError(invocation, "expected at most one NAME");
     if (verb == L"start" || verb == L"run" || verb == L"wait" || verb == L"kill")
         return RunWithOperands(invocation, args, cmd);
     return UsageError(invocation, "expected list, start, run, wait, kill or holders");

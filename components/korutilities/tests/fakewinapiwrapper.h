@@ -262,9 +262,11 @@ public:
     KOR_FAKE_OPERATION(BOOL, GenerateConsoleCtrlEvent, (DWORD ctrlEvent, DWORD processGroupId),
                        (ctrlEvent, processGroupId))
     KOR_FAKE_OPERATION(DWORD, GetProcessId, (HANDLE process), (process))
-    KOR_FAKE_OPERATION(DWORD, RmShutdown, (DWORD sessionHandle, ULONG actionFlags, RM_WRITE_STATUS_CALLBACK status),
+    KOR_FAKE_OPERATION(DWORD, RmShutdown,
+                       (DWORD sessionHandle, ULONG actionFlags, RM_WRITE_STATUS_CALLBACK status),
                        (sessionHandle, actionFlags, status))
-    KOR_FAKE_OPERATION(DWORD, RmRestart, (DWORD sessionHandle, DWORD restartFlags, RM_WRITE_STATUS_CALLBACK status),
+    KOR_FAKE_OPERATION(DWORD, RmRestart,
+                       (DWORD sessionHandle, DWORD restartFlags, RM_WRITE_STATUS_CALLBACK status),
                        (sessionHandle, restartFlags, status))
 
 private:

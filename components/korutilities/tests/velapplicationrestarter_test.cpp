@@ -27,8 +27,9 @@ TEST_F(ApplicationRestarterTest, HolderIsListedShutDownAndRestartedWithItsComman
 {
     WriteFile(Root() / "folder" / "sub" / "held.bin", "data");
     fs::create_directories(Root() / "work");
-    VeLProcessStartInfo info = HelperStart({L"hold", CVeLPathConverter::ToWide(Root() / "folder" / "sub" / "held.bin"),
-                                            CVeLPathConverter::ToWide(Root() / "out"), L"an argument", L"ü \"q\""});
+    VeLProcessStartInfo info =
+        HelperStart({L"hold", CVeLPathConverter::ToWide(Root() / "folder" / "sub" / "held.bin"),
+                     CVeLPathConverter::ToWide(Root() / "out"), L"an argument", L"ü \"q\""});
     info.workingFolder = Root() / "work";
     CVeLProcessHelper helper;
     std::shared_ptr<CVeLProcess> holder = helper.Start(info);
@@ -69,7 +70,8 @@ TEST_F(ApplicationRestarterTest, HolderStopsAlsoWithoutTimeLeft)
     WriteFile(Root() / "held.bin", "data");
     CVeLProcessHelper helper;
     std::shared_ptr<CVeLProcess> holder =
-        helper.Start(HelperStart({L"hold", CVeLPathConverter::ToWide(Root() / "held.bin"), CVeLPathConverter::ToWide(Root() / "out")}));
+        helper.Start(HelperStart({L"hold", CVeLPathConverter::ToWide(Root() / "held.bin"),
+                                  CVeLPathConverter::ToWide(Root() / "out")}));
     ASSERT_TRUE(holder);
     WaitForStrings(Root() / "out");
     CVeLApplicationRestarter restarter;

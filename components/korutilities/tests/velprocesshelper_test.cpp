@@ -26,9 +26,9 @@ protected:
 TEST_F(ProcessHelperTest, ArgumentsArriveUnchanged)
 {
     const std::vector<std::wstring> tricky = {
-        L"",          L"plain",        L"two words",    L"tab\there",      L"quote\"inside", L"\"",
-        L"back\\slash", L"trailing\\", L"trailing\\\\", L"\\\\\"both\\\"", L"a\\\\b c\\",     L"%PATH% $HOME",
-        L"ünïcødé ✓ 日本", L"  lead and trail  "};
+        L"",           L"plain",        L"two words",      L"tab\there",         L"quote\"inside",
+        L"\"",         L"back\\slash",  L"trailing\\",     L"trailing\\\\",      L"\\\\\"both\\\"",
+        L"a\\\\b c\\", L"%PATH% $HOME", L"ünïcødé ✓ 日本", L"  lead and trail  "};
     std::vector<std::wstring> arguments = {L"args", Out("args")};
     arguments.insert(arguments.end(), tricky.begin(), tricky.end());
     DWORD exitCode = 1;
@@ -48,15 +48,15 @@ TEST_F(ProcessHelperTest, EnvironmentAndFolderArrive)
     api->WAPI_SetEnvironmentVariable(L"KOR_PROC_REMOVED", L"gone");
     api->WAPI_SetEnvironmentVariable(L"KOR_PROC_KEPT", L"kept");
     api->WAPI_SetEnvironmentVariable(L"KOR_PROC_REPLACED", L"old");
-    VeLProcessStartInfo info =
-        HelperStart({L"env", Out("env"), L"KOR_PROC_ADDED", L"KOR_PROC_REMOVED", L"KOR_PROC_KEPT", L"KOR_PROC_REPLACED"});
+    VeLProcessStartInfo info = HelperStart(
+        {L"env", Out("env"), L"KOR_PROC_ADDED", L"KOR_PROC_REMOVED", L"KOR_PROC_KEPT", L"KOR_PROC_REPLACED"});
     info.setVariables = {{L"KOR_PROC_ADDED", L"with spaces = ü"}, {L"KOR_PROC_REPLACED", L"new"}};
     info.removeVariables = {L"KOR_PROC_REMOVED"};
     info.hidden = true;
     DWORD exitCode = 1;
     ASSERT_TRUE(m_helper.Run(info, 10000, exitCode).IsSuccess());
-    EXPECT_EQ((std::vector<std::string>{"KOR_PROC_ADDED=with spaces = ü", "KOR_PROC_REMOVED", "KOR_PROC_KEPT=kept",
-                                        "KOR_PROC_REPLACED=new"}),
+    EXPECT_EQ((std::vector<std::string>{"KOR_PROC_ADDED=with spaces = ü", "KOR_PROC_REMOVED",
+                                        "KOR_PROC_KEPT=kept", "KOR_PROC_REPLACED=new"}),
               WaitForStrings(Root() / "env"));
     api->WAPI_SetEnvironmentVariable(L"KOR_PROC_REMOVED", nullptr);
 
@@ -64,7 +64,8 @@ TEST_F(ProcessHelperTest, EnvironmentAndFolderArrive)
     info = HelperStart({L"args", Out("cwd")});
     info.workingFolder = Root() / "a folder";
     ASSERT_TRUE(m_helper.Run(info, 10000, exitCode).IsSuccess());
-    EXPECT_EQ((std::vector<std::string>{fs::canonical(Root() / "a folder").string()}), WaitForStrings(Root() / "cwd"));
+    EXPECT_EQ((std::vector<std::string>{fs::canonical(Root() / "a folder").string()}),
+              WaitForStrings(Root() / "cwd"));
 }
 
 TEST_F(ProcessHelperTest, ExitCodeAndDeadline)

@@ -21,7 +21,8 @@ struct Ends
 
     ProcessEndCallback Callback()
     {
-        return [this](DWORD id, bool known, DWORD code) {
+        return [this](DWORD id, bool known, DWORD code)
+        {
             std::lock_guard<std::mutex> guard(lock);
             ++calls[id];
             codes[id] = known ? code : 0xFFFFFFFF;
@@ -55,7 +56,8 @@ TEST(ProcessWatcher, ReportsEachEndOnceWithItsCodeAlsoForSignals)
     ASSERT_TRUE(ends.WaitFor(4));
     std::this_thread::sleep_for(std::chrono::milliseconds(100)); // a second report would show up now
     std::lock_guard<std::mutex> guard(ends.lock);
-    EXPECT_EQ((std::map<DWORD, int>{{three->GetId(), 1}, {five->GetId(), 1}, {killed->GetId(), 1}, {ended->GetId(), 1}}),
+    EXPECT_EQ((std::map<DWORD, int>{
+                  {three->GetId(), 1}, {five->GetId(), 1}, {killed->GetId(), 1}, {ended->GetId(), 1}}),
               ends.calls);
     EXPECT_EQ(3u, ends.codes[three->GetId()]);
     EXPECT_EQ(0u, ends.codes[five->GetId()]);

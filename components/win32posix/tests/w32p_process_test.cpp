@@ -180,12 +180,13 @@ TEST(W32pProcess, StandardHandlesGroupsAndTheConsoleEndRequest)
     DeleteFileW(path.c_str());
 
     startup.hStdOutput = reinterpret_cast<HANDLE>(0x7ffc); // no handle of this process
-    EXPECT_W32_FAILS(CreateProcessW(nullptr, &echo[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &info),
-                     FALSE, ERROR_INVALID_HANDLE);
+    EXPECT_W32_FAILS(
+        CreateProcessW(nullptr, &echo[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &info),
+        FALSE, ERROR_INVALID_HANDLE);
 
     std::wstring sleeper = L"/bin/sleep 30";
-    ASSERT_TRUE(CreateProcessW(nullptr, &sleeper[0], nullptr, nullptr, FALSE, CREATE_NEW_PROCESS_GROUP, nullptr,
-                               nullptr, nullptr, &info));
+    ASSERT_TRUE(CreateProcessW(nullptr, &sleeper[0], nullptr, nullptr, FALSE, CREATE_NEW_PROCESS_GROUP,
+                               nullptr, nullptr, nullptr, &info));
     EXPECT_EQ(getpgid(static_cast<pid_t>(info.dwProcessId)), static_cast<pid_t>(info.dwProcessId));
     EXPECT_TRUE(GenerateConsoleCtrlEvent(CTRL_BREAK_EVENT, info.dwProcessId));
     EXPECT_EQ(WaitForSingleObject(info.hProcess, 10000), WAIT_OBJECT_0);
