@@ -87,9 +87,10 @@ TEST_F(ProcessHelperTest, ExitCodeAndDeadline)
     EXPECT_EQ(128u + SIGTERM, sleeper->GetExitCode().GetValue());
     EXPECT_FALSE(m_helper.IsRunning(sleeper->GetId()));
 
-    std::shared_ptr<CVeLProcess> stubborn = m_helper.Start(HelperStart({L"stubborn", L"60000"}));
+    std::shared_ptr<CVeLProcess> stubborn =
+        m_helper.Start(HelperStart({L"stubborn", Out("ready"), L"60000"}));
     ASSERT_TRUE(stubborn);
-    std::this_thread::sleep_for(std::chrono::milliseconds(200)); // let it install its handler
+    WaitForStrings(Root() / "ready"); // its handler is in place
     EXPECT_TRUE(stubborn->End(300, 77));
     EXPECT_EQ(77u, stubborn->GetExitCode().GetValue());
 }

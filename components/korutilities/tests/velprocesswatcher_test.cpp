@@ -43,7 +43,8 @@ TEST(ProcessWatcher, ReportsEachEndOnceWithItsCodeAlsoForSignals)
     CVeLProcessWatcher watcher;
     ASSERT_TRUE(watcher.Start(ends.Callback()));
     std::shared_ptr<CVeLProcess> three = helper.Start(HelperStart({L"exit", L"3"}));
-    std::shared_ptr<CVeLProcess> five = helper.Start(HelperStart({L"sleep", L"100"}));
+    std::shared_ptr<CVeLProcess> five =
+        helper.Start(HelperStart({L"sleep", L"2000"})); // still runs when opened by id
     std::shared_ptr<CVeLProcess> killed = helper.Start(HelperStart({L"sleep", L"60000"}));
     std::shared_ptr<CVeLProcess> ended = helper.Start(HelperStart({L"exit", L"5"}));
     ASSERT_TRUE(three && five && killed && ended);

@@ -3,7 +3,7 @@
 //   env OUT NAME...    writes "NAME=value" (or "NAME" when unset) for each NAME to OUT, zero-ended
 //   exit N             exits with N
 //   sleep MS           sleeps MS milliseconds, then exits with 0
-//   stubborn MS        ignores the polite request to end (SIGTERM), then sleeps MS milliseconds
+//   stubborn OUT MS    ignores the polite request to end (SIGTERM), writes OUT, then sleeps MS milliseconds
 //   tree OUT N         starts N copies of "sleep 60000" through the library, writes their ids to OUT, one a
 //                      line, and sleeps a minute
 //   hold FILE OUT ARG... opens FILE and keeps it open, writes like "args", and sleeps a minute
@@ -85,10 +85,11 @@ int main(int argc, char** argv)
         return std::atoi(argv[2]);
     else if (mode == "sleep" && argc > 2)
         Pause(std::atol(argv[2]));
-    else if (mode == "stubborn" && argc > 2)
+    else if (mode == "stubborn" && argc > 3)
     {
         std::signal(SIGTERM, SIG_IGN);
-        Pause(std::atol(argv[2]));
+        WriteWhole(argv[2], "");
+        Pause(std::atol(argv[3]));
     }
     else if (mode == "tree" && argc > 3)
         return Tree(argv[2], std::atoi(argv[3]));
