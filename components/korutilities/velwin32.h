@@ -6,11 +6,7 @@
 #ifndef NOMINMAX
 #define NOMINMAX
 #endif
-// The NTSTATUS values of the BCrypt calls come from ntstatus.h, whose definitions winnt.h would repeat.
-#define WIN32_NO_STATUS
 #include <windows.h>
-#undef WIN32_NO_STATUS
-#include <ntstatus.h>
 #include <bcrypt.h>
 #include <restartmanager.h>
 #include <shlwapi.h>

@@ -74,7 +74,8 @@ TEST_F(InterchangeTest, EncryptedBufferDecryptsOnEveryPlatform)
         handler.DecryptBytes(reinterpret_cast<unsigned char*>(&sealed[0]), ULONG(sealed.size()));
     ASSERT_TRUE(opened.IsSuccess());
     const CVeLByteArray& bytes = opened.GetValue();
-    EXPECT_EQ(kPlain, std::string(reinterpret_cast<const char*>(bytes.GetArrayBytes()), bytes.GetArrayLength()));
+    EXPECT_EQ(kPlain,
+              std::string(reinterpret_cast<const char*>(bytes.GetArrayBytes()), bytes.GetArrayLength()));
 }
 
 TEST_F(InterchangeTest, Crc32OfTheGoldenFiles)
@@ -82,7 +83,8 @@ TEST_F(InterchangeTest, Crc32OfTheGoldenFiles)
     // zlib's crc32 of the same bytes, computed once on Linux and kept here as the contract.
     const CVeLCRC32 crc;
     const std::string wide = ReadFile(Golden("widetext.utf16le"));
-    EXPECT_EQ(0x4CB2C7ADu, crc.GetCRC32(reinterpret_cast<const unsigned char*>(wide.data()), ULONG(wide.size())));
+    EXPECT_EQ(0x4CB2C7ADu,
+              crc.GetCRC32(reinterpret_cast<const unsigned char*>(wide.data()), ULONG(wide.size())));
     const std::string check = "123456789";
     EXPECT_EQ(0xCBF43926u, crc.GetCRC32(reinterpret_cast<const unsigned char*>(check.data()), 9));
 }
