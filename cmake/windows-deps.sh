@@ -20,7 +20,7 @@ CXX_WIN=${HOST}-g++-posix
 JOBS=${JOBS:-2}
 TOOLCHAIN=$(cd "$(dirname "$0")" && pwd)/mingw-w64.cmake
 CACHE_ROOT=${XDG_CACHE_HOME:-$HOME/.cache}/korutilities/windows-gcc$($CXX_WIN -dumpversion)
-DEPENDENCIES=(googletest boost xerces)
+DEPENDENCIES=(googletest boost xerces minizip)
 
 SUDO=""
 [ "$(id -u)" -eq 0 ] || SUDO="sudo"
@@ -138,6 +138,25 @@ dep_xerces() {
             -Dnetwork=OFF -Dtranscoder=windows -Dmessage-loader=inmemory -Dxmlch-type=char16_t >/dev/null
         cmake --build "$WORK/xerces" -j "$JOBS" >/dev/null
         cmake --install "$WORK/xerces" >/dev/null
+        ;;
+    esac
+}
+
+# minizip (Debian's "minizip" source package) as a static library linked into korutilities.dll only; it
+# reads and writes through the callbacks the library hands it, so its own file functions are not used.
+# zlib comes from libz-mingw-w64-dev.
+dep_minizip() {
+    case $1 in
+    version) echo "$(source_version minizip)" ;;
+    build)
+        local src f
+        src=$(fetch_source minizip)
+        mkdir -p "$2/include/minizip" "$2/lib" "$WORK/minizip"
+        for f in ioapi unzip zip; do
+            "$CC_WIN" -O2 -w -c "$src/$f.c" -o "$WORK/minizip/$f.o"
+        done
+        ${HOST}-ar rcs "$2/lib/libminizip.a" "$WORK"/minizip/*.o
+        cp "$src"/{ioapi,unzip,zip,crypt}.h "$2/include/minizip/"
         ;;
     esac
 }

@@ -304,7 +304,7 @@ bool CVeLXMLHandler::IsValidXML() const
     return m_valid;
 }
 
-DOMDocument* CVeLXMLHandler::Document() const
+xercesc::DOMDocument* CVeLXMLHandler::Document() const
 {
     return m_parser->getDocument();
 }
@@ -356,7 +356,7 @@ bool CVeLXMLHandler::ReadXMLFromFile()
                                         FileInputSource source(m_file);
                                         if (!Parse(source))
                                             return false;
-                                        DOMDocument* doc = Document();
+                                        xercesc::DOMDocument* doc = Document();
                                         const XMLCh* version =
                                             doc != nullptr ? doc->getXmlVersion() : nullptr;
                                         if (version == nullptr || *version == 0)
@@ -519,7 +519,7 @@ bool CVeLXMLHandler::RemoveNode(const std::wstring& path) const
 
 bool CVeLXMLHandler::NodeIsSelectable(const std::wstring& path) const
 {
-    DOMDocument* doc = Document();
+    xercesc::DOMDocument* doc = Document();
     DOMElement* root = doc != nullptr ? doc->getDocumentElement() : nullptr;
     return root != nullptr && CVeLXMLHandlerUtilities().GetXPathElement(root, path) != nullptr;
 }
@@ -531,7 +531,7 @@ bool CVeLXMLHandler::GetCountOfElements(const std::wstring& path, unsigned int& 
 
 DOMElement* CVeLXMLHandler::CreateDOMElement(const std::wstring& name) const
 {
-    DOMDocument* doc = Document();
+    xercesc::DOMDocument* doc = Document();
     if (doc == nullptr)
         return nullptr;
     DOMElement* element = nullptr;
@@ -546,7 +546,7 @@ DOMElement* CVeLXMLHandler::CreateDOMElement(const std::wstring& name) const
 
 bool CVeLXMLHandler::GetDOMBranch(const std::wstring& path, DOMElement*& element) const
 {
-    DOMDocument* doc = Document();
+    xercesc::DOMDocument* doc = Document();
     DOMElement* root = doc != nullptr ? doc->getDocumentElement() : nullptr;
     element = root != nullptr ? CVeLXMLHandlerUtilities().GetXPathElement(root, path) : nullptr;
     return element != nullptr;
@@ -574,7 +574,7 @@ bool CVeLXMLHandler::InsertDOMBranch(const std::wstring& path, DOMElement* branc
 
 bool CVeLXMLHandler::CheckAndCreateXMLPath(const std::wstring& path)
 {
-    DOMDocument* doc = Document();
+    xercesc::DOMDocument* doc = Document();
     DOMElement* current = doc != nullptr ? doc->getDocumentElement() : nullptr;
     if (current == nullptr)
         return false;
@@ -622,7 +622,7 @@ DOMElement* CVeLXMLHandler::CreateXMLPathElement(DOMElement* parent, const std::
 
 bool CVeLXMLHandler::Serialize(XMLFormatTarget& target, const XMLCh* encoding, bool prettyPrint) const
 {
-    DOMDocument* doc = Document();
+    xercesc::DOMDocument* doc = Document();
     if (doc == nullptr)
     {
         VEL_TRACE(VEL_ERR, "No XML document to write!");

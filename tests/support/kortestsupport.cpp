@@ -3,6 +3,7 @@
 #include "kortestsupport.h"
 
 #include <atomic>
+#include <cstdio>
 #include <cstdlib>
 
 #if defined(_WIN32)
@@ -20,10 +21,25 @@
 #include <unistd.h>
 
 extern char** environ;
+// The handle table of the Win32 layer over Linux.
+std::size_t W32pOpenHandleCount();
 #endif
 
 namespace kortest
 {
+
+namespace
+{
+
+void ReadAll(FILE* pipe, std::string& output)
+{
+    char buffer[4096];
+    std::size_t n;
+    while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0)
+        output.append(buffer, n);
+}
+
+} // namespace
 
 #if defined(_WIN32)
 
@@ -208,6 +224,24 @@ void KillProcess(pid_t pid)
         TerminateProcess(h, KilledExitCode);
 }
 
+ShellResult RunShell(const std::string& command)
+{
+    ShellResult result;
+    FILE* pipe = _wpopen(Wide(command).c_str(), L"rb");
+    if (pipe == nullptr)
+        return result;
+    ReadAll(pipe, result.output);
+    result.status = _pclose(pipe);
+    return result;
+}
+
+std::size_t OpenHandleCount()
+{
+    DWORD count = 0;
+    GetProcessHandleCount(GetCurrentProcess(), &count);
+    return count;
+}
+
 bool UnderWine()
 {
     HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
@@ -299,6 +333,23 @@ int WaitProcess(pid_t pid)
 void KillProcess(pid_t pid)
 {
     kill(pid, SIGKILL);
+}
+
+ShellResult RunShell(const std::string& command)
+{
+    ShellResult result;
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr)
+        return result;
+    ReadAll(pipe, result.output);
+    const int status = pclose(pipe);
+    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return result;
+}
+
+std::size_t OpenHandleCount()
+{
+    return W32pOpenHandleCount();
 }
 
 bool UnderWine()

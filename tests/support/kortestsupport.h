@@ -5,6 +5,7 @@
 // Failures are reported as empty paths or -1; nothing throws.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -33,6 +34,18 @@ int WaitProcess(pid_t pid);
 // Ends a process started by StartSelf at once, without letting it clean up.
 void KillProcess(pid_t pid);
 constexpr int KilledExitCode = 128 + 9;
+
+// Runs a command with the system's command interpreter: its standard output and exit status (-1 when it
+// could not be run).
+struct ShellResult
+{
+    int status = -1;
+    std::string output;
+};
+ShellResult RunShell(const std::string& command);
+
+// The number of kernel handles this process holds open (Wine always answers 0).
+std::size_t OpenHandleCount();
 
 // True when the Win32 API of this process is Wine's, which differs from Windows in a few documented ways.
 bool UnderWine();

@@ -3,6 +3,7 @@
 // injected waiting service.
 #include "fakewinapiwrapper.h"
 #include "filetestsupport.h"
+#include "kortestsupport.h"
 #include "veldirwatcher.h"
 #include "velfilewatcher.h"
 #include "velwaithelper.h"
@@ -182,6 +183,7 @@ TEST_F(DirWatcherTest, DeletedFolderEndsTheWatchWithItsReason)
 
 TEST_F(DirWatcherTest, StartStopCyclesLeaveNoThreadOrDescriptor)
 {
+    KORTEST_LINUX_ONLY("counts threads and descriptors in /proc/self");
     CVeLDirWatcher watcher;
     // One cycle first: a sanitizer starts a helper thread of its own with the first thread.
     ASSERT_TRUE(watcher.Start(Root(), true, DirChangeAll, [](DirChangeEnum, const fs::path&) {}));

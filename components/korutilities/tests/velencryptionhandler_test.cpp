@@ -29,6 +29,16 @@ using EncryptionHandler = kortest::TracedTest;
 
 const std::wstring kKey256 = L"0123456789abcdef"; // 16 characters: 32 key bytes
 
+// NTSTATUS failures the replacement facade hands back, with the values Windows gives them.
+constexpr LONG kNotFound = LONG(0xC0000225UL);
+constexpr LONG kNotSupported = LONG(0xC00000BBUL);
+constexpr LONG kBufferTooSmall = LONG(0xC0000023UL);
+constexpr LONG kNoMemory = LONG(0xC0000017UL);
+constexpr LONG kInvalidParameter = LONG(0xC000000DUL);
+constexpr LONG kDataError = LONG(0xC000003EUL);
+constexpr LONG kUnsuccessful = LONG(0xC0000001UL);
+constexpr LONG kInvalidHandle = LONG(0xC0000008UL);
+
 Bytes ToBytes(const CVeLByteArray& array)
 {
     const unsigned char* data = array.GetArrayLength() ? array.GetArrayBytes() : nullptr;
@@ -264,10 +274,9 @@ TEST_F(EncryptionHandlerFacade, EachFailingConstructionStepIsTracedAndLeavesTheH
     {
         return [which](CFakeWinAPIWrapper& f, const CVeLWinAPIWrapper& r)
         {
-            f.OnBCryptOpenAlgorithmProvider =
-                [&r, which](BCRYPT_ALG_HANDLE* a, LPCWSTR id, LPCWSTR i, ULONG fl)
-            {
-                return std::wstring(id) == which ? Failed(STATUS_NOT_FOUND)
+            f.OnBCryptOpenAlgorithmProvider = [&r, which](BCRYPT_ALG_HANDLE* a, LPCWSTR id, LPCWSTR i,
+                                                          ULONG fl) {
+                return std::wstring(id) == which ? Failed(kNotFound)
                                                  : r.WAPI_BCryptOpenAlgorithmProvider(a, id, i, fl);
             };
         };
@@ -279,19 +288,19 @@ TEST_F(EncryptionHandlerFacade, EachFailingConstructionStepIsTracedAndLeavesTheH
          [](CFakeWinAPIWrapper& f, const CVeLWinAPIWrapper&)
          {
              f.OnBCryptSetProperty = [](BCRYPT_HANDLE, LPCWSTR, PUCHAR, ULONG, ULONG)
-             { return Failed(STATUS_NOT_SUPPORTED); };
+             { return Failed(kNotSupported); };
          }},
         {"Getting initialization vector size failed, error code: 0xC0000023",
          [](CFakeWinAPIWrapper& f, const CVeLWinAPIWrapper&)
          {
              f.OnBCryptGetProperty = [](BCRYPT_HANDLE, LPCWSTR, PUCHAR, ULONG, ULONG*, ULONG)
-             { return Failed(STATUS_BUFFER_TOO_SMALL); };
+             { return Failed(kBufferTooSmall); };
          }},
         {"Creating crypto key failed, error code: 0xC0000017",
          [](CFakeWinAPIWrapper& f, const CVeLWinAPIWrapper&)
          {
              f.OnBCryptGenerateSymmetricKey = [](BCRYPT_ALG_HANDLE, BCRYPT_KEY_HANDLE*, PUCHAR, ULONG, PUCHAR,
-                                                 ULONG, ULONG) { return Failed(STATUS_NO_MEMORY); };
+                                                 ULONG, ULONG) { return Failed(kNoMemory); };
          }},
     };
     for (const auto& [message, fail] : steps)
@@ -336,7 +345,7 @@ TEST_F(EncryptionHandlerFacade, EachFailingEncryptionAndDecryptionStepIsTraced)
     using Hook = std::function<Status(BCRYPT_KEY_HANDLE, PUCHAR, ULONG, PVOID, PUCHAR, ULONG, PUCHAR, ULONG,
                                       ULONG*, ULONG)>;
     auto sizeFails = [](BCRYPT_KEY_HANDLE, PUCHAR, ULONG, PVOID, PUCHAR, ULONG, PUCHAR, ULONG, ULONG*, ULONG)
-    { return Failed(STATUS_INVALID_PARAMETER); };
+    { return Failed(kInvalidParameter); };
     auto sizeZero =
         [](BCRYPT_KEY_HANDLE, PUCHAR, ULONG, PVOID, PUCHAR, ULONG, PUCHAR, ULONG, ULONG* result, ULONG)
     {
@@ -347,15 +356,13 @@ TEST_F(EncryptionHandlerFacade, EachFailingEncryptionAndDecryptionStepIsTraced)
     {
         return [forward](BCRYPT_KEY_HANDLE k, PUCHAR in, ULONG n, PVOID p, PUCHAR iv, ULONG ivn, PUCHAR out,
                          ULONG outn, ULONG* result, ULONG fl) {
-            return out == nullptr ? forward(k, in, n, p, iv, ivn, out, outn, result, fl)
-                                  : Failed(STATUS_DATA_ERROR);
+            return out == nullptr ? forward(k, in, n, p, iv, ivn, out, outn, result, fl) : Failed(kDataError);
         };
     };
     Hook realEncrypt = [this](auto... a) { return real.WAPI_BCryptEncrypt(a...); };
     Hook realDecrypt = [this](auto... a) { return real.WAPI_BCryptDecrypt(a...); };
 
-    fake->OnBCryptGenRandom = [](BCRYPT_ALG_HANDLE, PUCHAR, ULONG, ULONG)
-    { return Failed(STATUS_UNSUCCESSFUL); };
+    fake->OnBCryptGenRandom = [](BCRYPT_ALG_HANDLE, PUCHAR, ULONG, ULONG) { return Failed(kUnsuccessful); };
     expectFailure(true, "Generating initialization vector failed, error code: 0xC0000001");
     fake->OnBCryptEncrypt = sizeFails;
     expectFailure(true, "Getting crypt buffer size for encryption failed, error code: 0xC000000D");
@@ -364,7 +371,7 @@ TEST_F(EncryptionHandlerFacade, EachFailingEncryptionAndDecryptionStepIsTraced)
     fake->OnBCryptEncrypt = realThenFail(realEncrypt);
     expectFailure(true, "Encryption bytes failed, error code: 0xC000003E");
     fake->OnBCryptDecrypt = [](BCRYPT_KEY_HANDLE, PUCHAR, ULONG, PVOID, PUCHAR, ULONG, PUCHAR, ULONG, ULONG*,
-                               ULONG) { return Failed(STATUS_INVALID_HANDLE); };
+                               ULONG) { return Failed(kInvalidHandle); };
     expectFailure(false, "Getting crypt buffer size for decryption failed, error code: 0xC0000008");
     fake->OnBCryptDecrypt = sizeZero;
     expectFailure(false, "Got invalid crypt buffer size for decryption");
@@ -392,12 +399,12 @@ TEST_F(EncryptionHandlerFacade, FailedReleasesAreWarningsAndNoFacadeIsAnInvalidI
     fake->OnBCryptDestroyKey = [this](BCRYPT_KEY_HANDLE key)
     {
         real.WAPI_BCryptDestroyKey(key);
-        return Failed(STATUS_INVALID_HANDLE);
+        return Failed(kInvalidHandle);
     };
     fake->OnBCryptCloseAlgorithmProvider = [this](BCRYPT_ALG_HANDLE algorithm, ULONG flags)
     {
         real.WAPI_BCryptCloseAlgorithmProvider(algorithm, flags);
-        return Failed(STATUS_INVALID_HANDLE);
+        return Failed(kInvalidHandle);
     };
     BTraceCapture capture;
     {

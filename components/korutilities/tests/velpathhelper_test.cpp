@@ -2,6 +2,7 @@
 // file times read, converted and set on real files.
 #include "fakewinapiwrapper.h"
 #include "filetestsupport.h"
+#include "kortestsupport.h"
 #include "velfiletimes.h"
 #include "velpathhelper.h"
 
@@ -28,16 +29,16 @@ public:
             m_old = old;
         }
         if (value)
-            setenv(name, value, 1);
+            kortest::SetEnv(name, value);
         else
-            unsetenv(name);
+            kortest::UnsetEnv(name);
     }
     ~ScopedEnv()
     {
         if (m_had)
-            setenv(m_name, m_old.c_str(), 1);
+            kortest::SetEnv(m_name, m_old);
         else
-            unsetenv(m_name);
+            kortest::UnsetEnv(m_name);
     }
 
 private:
@@ -92,6 +93,7 @@ TEST(PathHelper, NormalizeJoinAndRelative)
 
 TEST_F(PathHelperTest, WellKnownFoldersFollowXdgWithDefaults)
 {
+    KORTEST_LINUX_ONLY("the XDG folder rules and /proc/self/exe are Linux's");
     CVeLPathHelper paths;
     const fs::path home = Root() / "home";
     fs::create_directories(home / ".config");

@@ -1,17 +1,16 @@
 // The XML command interface: command and reply documents (every parameter type, refused documents) and
 // the request/reply link between real processes (time-outs, a server killed mid-request, many threads).
 #include "childprocess.h"
+#include "kortestsupport.h"
 #include "velxmlcommand.h"
 #include "velxmlcommandlink.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <csignal>
 #include <cstring>
 #include <limits>
 #include <thread>
-#include <unistd.h>
 
 namespace
 {
@@ -19,7 +18,7 @@ namespace
 std::wstring LinkName()
 {
     static int counter = 0;
-    return L"xmlcmd_test_" + std::to_wstring(getpid()) + L"_" + std::to_wstring(++counter);
+    return L"xmlcmd_test_" + std::to_wstring(kortest::ProcessId()) + L"_" + std::to_wstring(++counter);
 }
 
 CVeLXMLCommand EveryType()
@@ -78,7 +77,7 @@ int Serve(CVeLXMLCommandLink& link)
             return 3;
         const CVeLXMLCommand& command = received.GetValue();
         if (command.GetName() == L"Die")
-            raise(SIGKILL);
+            kortest::KillProcess(kortest::ProcessId());
         CVeLXMLCommand reply = CVeLXMLCommand::MakeReply(command, 0, L"done " + command.GetName());
         for (const auto& p : command.GetParameters())
             reply.AddParameter(p);
@@ -218,7 +217,7 @@ TEST(CVeLXMLCommandLink, NoServerOrAKilledServerYieldsATimeoutAndANewServerIsAns
     const std::string param = "LINK_NAME=" + std::string(name.begin(), name.end());
     const pid_t doomed = kortest::StartChild("xml_command_server", {param});
     EXPECT_FALSE(link.Request(CVeLXMLCommand(L"Die"), 3000).IsSuccess());
-    EXPECT_EQ(kortest::WaitChild(doomed), 128 + SIGKILL);
+    EXPECT_EQ(kortest::WaitChild(doomed), kortest::KilledExitCode);
 
     const pid_t next = kortest::StartChild("xml_command_server", {param});
     const auto answer = link.Request(CVeLXMLCommand(L"Echo"), 10000);
