@@ -65,13 +65,25 @@ public:
     bool RemoveEmptiedDirectory(const std::wstring& path, DWORD& error) const;
 
 private:
+    // The first failure of one tree deletion (later ones are only traced) and whether any happened.
+    struct FirstFailure
+    {
+        CVeLFilesystemError& error;
+        bool complete = true;
+        void Record(const std::wstring& element, DWORD code);
+        void Adopt(const CVeLFilesystemError& nested);
+    };
+
     // The tree deletion: the entries of path, then path itself when removeTop is set. Records the first
     // failure in firstError; answers whether everything asked for was removed.
     bool DeleteTree(const std::wstring& path, bool removeTop, CVeLFilesystemError& firstError) const;
+    // Deletes every entry of path; false only when the entries cannot be listed.
+    bool DeleteEntries(const std::wstring& path, FirstFailure& failure) const;
+    // Deletes one entry found with attributes: a folder as a tree, a link as a link, else as a file.
+    void DeleteEntry(const std::wstring& entry, DWORD attributes, FirstFailure& failure) const;
+    // Removes the link at entry as a link.
+    void RemoveLink(const std::wstring& entry, DWORD attributes, FirstFailure& failure) const;
     CVeLResult<CVeLFilesystemError> RemoveTree(const boost::filesystem::path& path, bool removeTop) const;
-    // Removes the link at entry as a link; failures go to fail(entry, error).
-    template <typename Fail>
-    void RemoveLink(const std::wstring& entry, DWORD attributes, Fail& fail) const;
 
     std::shared_ptr<IVeLWinAPIWrapper> m_api;
     std::shared_ptr<IVeLWaitHelper> m_waitHelper;

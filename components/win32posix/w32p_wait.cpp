@@ -14,6 +14,7 @@
 // Signallers wake every sleeper on the word; those that lose the claim in step 1 sleep again. A mutex's dying
 // owner wakes only one sleeper (the kernel does that), so a wait that slept and then took a different object
 // passes that wake on (PassOnWake). An idle waiter is asleep in the kernel: no polling, no CPU.
+// The contract, and where Linux differs from Windows, are in w32p_sync.h.
 #include "w32p_sync.h"
 #include "w32p_waitable.h"
 
