@@ -33,6 +33,7 @@
 #include "ivelwinapiwrapper.h"
 
 #include <memory>
+#include <regex>
 
 class CVeLDirHelperImpl : public IVeLDirHelper
 {
@@ -67,6 +68,11 @@ private:
     // Files (or, with directories set, sub-directories) whose names match pattern.
     bool List(std::vector<boost::filesystem::path>& found, const std::wstring& pattern, bool recursive,
               bool directories) const;
+    // Lists one folder: matching entries to found, sub-folders to pending when recursive; false when it
+    // cannot be read.
+    bool ListFolder(const boost::filesystem::path& folder, const std::wregex& regex, bool recursive,
+                    bool directories, std::vector<boost::filesystem::path>& pending,
+                    std::vector<boost::filesystem::path>& found) const;
     // Creates each missing level of path below start (an existing prefix of it).
     bool CreateLevels(const boost::filesystem::path& start, const boost::filesystem::path& rest) const;
     bool CreatePlain() const;
