@@ -371,6 +371,55 @@ void FlushSuppressed()
     }
 }
 
+namespace
+{
+
+// Where the parts of a segment lie: the header, the descriptor table, the string area, then the slots (a
+// power of two, as many as bytes allows within the limits).
+struct SegmentLayout
+{
+    std::uint64_t slotCount = kMinSlotCount;
+    std::uint64_t descriptorOffset = kHeaderBytes;
+    std::uint64_t stringOffset = 0;
+    std::uint64_t slotOffset = 0;
+    std::uint64_t fileBytes = 0;
+
+    explicit SegmentLayout(std::uint64_t bytes)
+    {
+        while (slotCount < kMaxSlotCount && slotCount * 2 * kSlotBytes <= bytes)
+            slotCount *= 2;
+        stringOffset = descriptorOffset + std::uint64_t(kDescriptorCapacity) * sizeof(SharedDescriptor);
+        slotOffset = stringOffset + kStringCapacity;
+        fileBytes = slotOffset + slotCount * kSlotBytes;
+    }
+};
+
+void InitializeHeader(SegmentHeader& h, const SegmentLayout& layout, const std::string& program,
+                      const std::string& segment)
+{
+    std::memcpy(h.magic, kSegmentMagic, sizeof h.magic);
+    h.version = kSegmentVersion;
+    h.headerBytes = kHeaderBytes;
+    h.fileBytes = layout.fileBytes;
+    h.descriptorOffset = layout.descriptorOffset;
+    h.descriptorCapacity = kDescriptorCapacity;
+    h.descriptorBytes = sizeof(SharedDescriptor);
+    h.stringOffset = layout.stringOffset;
+    h.stringCapacity = kStringCapacity;
+    h.slotOffset = layout.slotOffset;
+    h.slotCount = layout.slotCount;
+    h.pid = btrace_platform::ProcessId();
+    h.tickKind = TickKind();
+    h.startTicks = ReadTicks();
+    h.startRealNs = btrace_platform::RealTimeNs();
+    h.lastTicks.store(h.startTicks, std::memory_order_relaxed);
+    h.lastRealNs.store(h.startRealNs, std::memory_order_relaxed);
+    std::strncpy(h.program, program.c_str(), sizeof h.program - 1);
+    std::strncpy(h.segment, segment.c_str(), sizeof h.segment - 1);
+}
+
+} // namespace
+
 bool RingStart(const std::string& segment, const std::string& program, std::uint64_t bytes, std::string& path,
                std::string& error)
 {
@@ -380,60 +429,25 @@ bool RingStart(const std::string& segment, const std::string& program, std::uint
         error = "a ring is already active";
         return false;
     }
-    const std::string name = SegmentFileName(segment);
-    std::string folder;
-    if (name.empty())
-    {
-        error = "segment name is empty or too long";
+    if (!SegmentPath(segment, path, error))
         return false;
-    }
-    if (!btrace_platform::SegmentFolder(folder, error))
-        return false;
-    path = folder + "/" + name;
-
-    std::uint64_t slotCount = kMinSlotCount;
-    while (slotCount < kMaxSlotCount && slotCount * 2 * kSlotBytes <= bytes)
-        slotCount *= 2;
-    const std::uint64_t descriptorOffset = kHeaderBytes;
-    const std::uint64_t stringOffset =
-        descriptorOffset + std::uint64_t(kDescriptorCapacity) * sizeof(SharedDescriptor);
-    const std::uint64_t slotOffset = stringOffset + kStringCapacity;
-    const std::uint64_t fileBytes = slotOffset + slotCount * kSlotBytes;
-    void* view = btrace_platform::MapSegment(path, fileBytes, error);
+    const SegmentLayout layout(bytes);
+    void* view = btrace_platform::MapSegment(path, layout.fileBytes, error);
     if (view == nullptr)
         return false;
 
     auto* ring = new Ring(); // kept until the process ends, see btracering.h
     auto* base = static_cast<unsigned char*>(view);
     ring->header = new (base) SegmentHeader();
-    ring->descriptors = reinterpret_cast<SharedDescriptor*>(base + descriptorOffset);
-    ring->strings = reinterpret_cast<char*>(base + stringOffset);
-    ring->slots = reinterpret_cast<std::atomic<std::uint64_t>*>(base + slotOffset);
-    ring->slotCount = slotCount;
-    ring->mask = slotCount - 1;
+    ring->descriptors = reinterpret_cast<SharedDescriptor*>(base + layout.descriptorOffset);
+    ring->strings = reinterpret_cast<char*>(base + layout.stringOffset);
+    ring->slots = reinterpret_cast<std::atomic<std::uint64_t>*>(base + layout.slotOffset);
+    ring->slotCount = layout.slotCount;
+    ring->mask = layout.slotCount - 1;
     ring->generation = g_generation.fetch_add(1, std::memory_order_relaxed) + 1;
     ring->path = path;
-
     SegmentHeader& h = *ring->header;
-    std::memcpy(h.magic, kSegmentMagic, sizeof h.magic);
-    h.version = kSegmentVersion;
-    h.headerBytes = kHeaderBytes;
-    h.fileBytes = fileBytes;
-    h.descriptorOffset = descriptorOffset;
-    h.descriptorCapacity = kDescriptorCapacity;
-    h.descriptorBytes = sizeof(SharedDescriptor);
-    h.stringOffset = stringOffset;
-    h.stringCapacity = kStringCapacity;
-    h.slotOffset = slotOffset;
-    h.slotCount = slotCount;
-    h.pid = btrace_platform::ProcessId();
-    h.tickKind = TickKind();
-    h.startTicks = ReadTicks();
-    h.startRealNs = btrace_platform::RealTimeNs();
-    h.lastTicks.store(h.startTicks, std::memory_order_relaxed);
-    h.lastRealNs.store(h.startRealNs, std::memory_order_relaxed);
-    std::strncpy(h.program, program.c_str(), sizeof h.program - 1);
-    std::strncpy(h.segment, segment.c_str(), sizeof h.segment - 1);
+    InitializeHeader(h, layout, program, segment);
     // String offset 0 is "?" and descriptor 0 stands for sites that no longer fit the table.
     ring->strings[0] = '?';
     h.stringUsed.store(2, std::memory_order_relaxed);
