@@ -786,6 +786,21 @@ Result MoveFinishedIntoPlace(UnpackWork& work)
     return Success();
 }
 
+// Opens the archive and reads its directory, after checking that there is a facade to open it with.
+Result OpenArchive(const std::shared_ptr<IVeLWinAPIWrapper>& api, const fs::path& archive, Archive& opened,
+                   std::vector<ArchiveEntry>& entries)
+{
+    if (!api)
+    {
+        VEL_TRACE(VEL_ERR, "Invalid initialization");
+        return Result();
+    }
+    Result result = opened.Open(archive);
+    if (!result.IsSuccess())
+        return result;
+    return ReadDirectory(opened.Get(), archive, entries);
+}
+
 } // namespace
 
 CVeLDirectoryPackerImpl::CVeLDirectoryPackerImpl(std::shared_ptr<IVeLWinAPIWrapper> api)
@@ -848,17 +863,9 @@ CVeLResult<CVeLFilesystemError> CVeLDirectoryPackerImpl::List(const fs::path& ar
                                                               std::vector<CVeLPackEntry>& entries) const
 {
     entries.clear();
-    if (!m_api)
-    {
-        VEL_TRACE(VEL_ERR, "Invalid initialization");
-        return Result();
-    }
     Archive opened(m_api);
-    Result result = opened.Open(archive);
-    if (!result.IsSuccess())
-        return result;
     std::vector<ArchiveEntry> found;
-    result = ReadDirectory(opened.Get(), archive, found);
+    Result result = OpenArchive(m_api, archive, opened, found);
     if (!result.IsSuccess())
         return result;
     for (const ArchiveEntry& entry : found)
@@ -877,17 +884,9 @@ CVeLResult<CVeLFilesystemError> CVeLDirectoryPackerImpl::List(const fs::path& ar
 CVeLResult<CVeLFilesystemError> CVeLDirectoryPackerImpl::Unpack(const fs::path& archive,
                                                                 const fs::path& destination) const
 {
-    if (!m_api)
-    {
-        VEL_TRACE(VEL_ERR, "Invalid initialization");
-        return Result();
-    }
     Archive opened(m_api);
-    Result result = opened.Open(archive);
-    if (!result.IsSuccess())
-        return result;
     std::vector<ArchiveEntry> entries;
-    result = ReadDirectory(opened.Get(), archive, entries);
+    Result result = OpenArchive(m_api, archive, opened, entries);
     if (!result.IsSuccess())
         return result;
     std::vector<std::vector<std::string>> elements;
