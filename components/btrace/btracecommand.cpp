@@ -301,6 +301,87 @@ bool SegmentPath(const std::string& segment, std::string& path, std::string& err
     return true;
 }
 
+namespace
+{
+
+const std::uint64_t kCommandBase = offsetof(SegmentHeader, command);
+
+// Writes the request into the command block, the sequence number last so that the traced process sees a
+// complete request; seq becomes the number the answer must carry.
+bool WriteRequest(const std::string& path, std::uint32_t op, const std::string& module, unsigned level,
+                  const std::string& argument, std::uint32_t& seq, std::string& error)
+{
+    CommandBlock block;
+    if (!btrace_platform::ReadSegmentAt(path, kCommandBase + offsetof(CommandBlock, requestSeq), &seq,
+                                        sizeof seq, error))
+        return false;
+    ++seq;
+    std::memset(block.module, 0, sizeof block.module);
+    std::memset(block.path, 0, sizeof block.path);
+    if (module.size() >= sizeof block.module || argument.size() >= sizeof block.path)
+    {
+        error = "argument too long";
+        return false;
+    }
+    std::memcpy(block.module, module.data(), module.size());
+    std::memcpy(block.path, argument.data(), argument.size());
+    block.op = op;
+    block.level = level;
+    return btrace_platform::WriteSegmentAt(path, kCommandBase + offsetof(CommandBlock, op), &block.op,
+                                           sizeof block.op, error) &&
+           btrace_platform::WriteSegmentAt(path, kCommandBase + offsetof(CommandBlock, level), &block.level,
+                                           sizeof block.level, error) &&
+           btrace_platform::WriteSegmentAt(path, kCommandBase + offsetof(CommandBlock, module), block.module,
+                                           sizeof block.module + sizeof block.path, error) &&
+           btrace_platform::WriteSegmentAt(path, kCommandBase + offsetof(CommandBlock, requestSeq), &seq,
+                                           sizeof seq, error);
+}
+
+// Waits until the answer event comes with the response sequence number seq, within the client time-out.
+bool AwaitAnswer(const std::string& path, HANDLE answer, std::uint32_t seq, std::string& error)
+{
+    const std::uint64_t deadline = btrace_platform::MonotonicNs() + kClientTimeoutMs * 1000000ull;
+    for (;;)
+    {
+        const std::uint64_t now = btrace_platform::MonotonicNs();
+        if (now >= deadline ||
+            WaitForSingleObject(answer, static_cast<DWORD>((deadline - now) / 1000000 + 1)) == WAIT_TIMEOUT)
+        {
+            error = "the traced process did not answer";
+            return false;
+        }
+        std::uint32_t answered = 0;
+        if (!btrace_platform::ReadSegmentAt(path, kCommandBase + offsetof(CommandBlock, responseSeq),
+                                            &answered, sizeof answered, error))
+            return false;
+        if (answered == seq)
+            return true;
+    }
+}
+
+// The status and text of the answer: the text is the response, or the error when the status is not 0.
+bool ReadAnswer(const std::string& path, std::string& response, std::string& error)
+{
+    std::int32_t status = 0;
+    constexpr std::size_t kResponseSize = sizeof(CommandBlock::response);
+    std::vector<char> text(kResponseSize + 1, '\0');
+    if (!btrace_platform::ReadSegmentAt(path, kCommandBase + offsetof(CommandBlock, status), &status,
+                                        sizeof status, error) ||
+        !btrace_platform::ReadSegmentAt(path, kCommandBase + offsetof(CommandBlock, response), text.data(),
+                                        kResponseSize, error))
+        return false;
+    text[kResponseSize] = '\0';
+    if (status != 0)
+    {
+        error = text.data();
+        return false;
+    }
+    response = text.data();
+    return true;
+}
+
+} // namespace
+
 bool RemoteCall(const std::string& segment, std::uint32_t op, const std::string& module, unsigned level,
                 const std::string& argument, std::string& response, std::string& error)
 {
@@ -332,68 +413,11 @@ bool RemoteCall(const std::string& segment, std::uint32_t op, const std::string&
         error = "no running process with trace segment '" + segment + "'";
         return false;
     }
-
-    const std::uint64_t base = offsetof(SegmentHeader, command);
-    CommandBlock block;
     std::uint32_t seq = 0;
-    if (!btrace_platform::ReadSegmentAt(path, base + offsetof(CommandBlock, requestSeq), &seq, sizeof seq,
-                                        error))
-        return false;
-    ++seq;
-    std::memset(block.module, 0, sizeof block.module);
-    std::memset(block.path, 0, sizeof block.path);
-    if (module.size() >= sizeof block.module || argument.size() >= sizeof block.path)
-    {
-        error = "argument too long";
-        return false;
-    }
-    std::memcpy(block.module, module.data(), module.size());
-    std::memcpy(block.path, argument.data(), argument.size());
-    block.op = op;
-    block.level = level;
-    if (!btrace_platform::WriteSegmentAt(path, base + offsetof(CommandBlock, op), &block.op, sizeof block.op,
-                                         error) ||
-        !btrace_platform::WriteSegmentAt(path, base + offsetof(CommandBlock, level), &block.level,
-                                         sizeof block.level, error) ||
-        !btrace_platform::WriteSegmentAt(path, base + offsetof(CommandBlock, module), block.module,
-                                         sizeof block.module + sizeof block.path, error) ||
-        !btrace_platform::WriteSegmentAt(path, base + offsetof(CommandBlock, requestSeq), &seq, sizeof seq,
-                                         error))
+    if (!WriteRequest(path, op, module, level, argument, seq, error))
         return false;
     SetEvent(request.h);
-
-    const std::uint64_t deadline = btrace_platform::MonotonicNs() + kClientTimeoutMs * 1000000ull;
-    for (;;)
-    {
-        const std::uint64_t now = btrace_platform::MonotonicNs();
-        if (now >= deadline ||
-            WaitForSingleObject(answer.h, static_cast<DWORD>((deadline - now) / 1000000 + 1)) == WAIT_TIMEOUT)
-        {
-            error = "the traced process did not answer";
-            return false;
-        }
-        std::uint32_t answered = 0;
-        if (!btrace_platform::ReadSegmentAt(path, base + offsetof(CommandBlock, responseSeq), &answered,
-                                            sizeof answered, error))
-            return false;
-        if (answered == seq)
-            break;
-    }
-    std::int32_t status = 0;
-    std::vector<char> text(sizeof block.response + 1, '\0');
-    if (!btrace_platform::ReadSegmentAt(path, base + offsetof(CommandBlock, status), &status, sizeof status,
-                                        error) ||
-        !btrace_platform::ReadSegmentAt(path, base + offsetof(CommandBlock, response), text.data(),
-                                        sizeof block.response, error))
-        return false;
-    text[sizeof block.response] = '\0';
-    if (status != 0)
-    {
-        error = text.data();
-        return false;
-    }
-    response = text.data();
-    return true;
+    return AwaitAnswer(path, answer.h, seq, error) && ReadAnswer(path, response, error);
 }
 
 } // namespace btrace_detail

@@ -95,6 +95,171 @@ int ClampWidth(std::int32_t value)
     return value > 100000 ? 100000 : value < -100000 ? -100000 : static_cast<int>(value);
 }
 
+// Hands out the argument slots in order; a conversion that asks beyond the last slot marks the reader short.
+struct ArgumentReader
+{
+    const std::uint64_t* args;
+    std::size_t count;
+    std::size_t next = 0;
+    bool ok = true; // every slot the current conversion asked for was there
+
+    std::uint64_t Take()
+    {
+        if (next < count)
+            return args[next++];
+        ok = false;
+        return 0;
+    }
+};
+
+// One conversion specification between its '%' and its conversion character.
+struct Conversion
+{
+    std::string flags;
+    int width = -1;
+    int precision = -1;
+    int bits = 32;     // the size the length modifier names
+    bool wide = false; // the 'l' modifier: a wide character or string
+
+    bool LeftAlign() const { return flags.find('-') != std::string::npos; }
+    // The conversion rebuilt for snprintf, without length modifier and conversion character.
+    std::string Prefix() const
+    {
+        std::string prefix = "%" + flags;
+        if (width >= 0)
+            prefix += std::to_string(width);
+        if (precision >= 0)
+            prefix += "." + std::to_string(precision);
+        return prefix;
+    }
+};
+
+// A decimal number of the format; stops growing at 100000 so that a hostile format cannot overflow it.
+int ReadNumber(const char*& p)
+{
+    int value = 0;
+    while (*p >= '0' && *p <= '9')
+        value = value < 100000 ? value * 10 + (*p++ - '0') : (++p, value);
+    return value;
+}
+
+// Flags, width and precision ("*" takes them from the arguments).
+void ParseFlagsWidthPrecision(const char*& p, ArgumentReader& reader, Conversion& c)
+{
+    while (*p != '\0' && std::strchr("-+ #0", *p) != nullptr)
+        c.flags += *p++;
+    if (*p == '*')
+    {
+        c.width = ClampWidth(static_cast<std::int32_t>(reader.Take()));
+        ++p;
+    }
+    else if (*p >= '0' && *p <= '9')
+        c.width = ReadNumber(p);
+    if (*p != '.')
+        return;
+    ++p;
+    if (*p == '*')
+    {
+        c.precision = ClampWidth(static_cast<std::int32_t>(reader.Take()));
+        ++p;
+    }
+    else
+        c.precision = ReadNumber(p);
+}
+
+// Length modifiers: none, h and hh read 32 bits or less; l, ll, j, z, t and I64 read the whole slot (the
+// library's "long" is the Windows 32-bit long, sign-extended into the slot, so reading 64 bits gives the
+// same number). "I32" reads 32 bits.
+void ParseLength(const char*& p, Conversion& c)
+{
+    if (p[0] == 'h' && p[1] == 'h')
+    {
+        c.bits = 8;
+        p += 2;
+    }
+    else if (*p == 'h')
+    {
+        c.bits = 16;
+        ++p;
+    }
+    else if (p[0] == 'l' && p[1] == 'l')
+    {
+        c.bits = 64;
+        p += 2;
+    }
+    else if (*p == 'l' || *p == 'j' || *p == 'z' || *p == 't' || *p == 'L')
+    {
+        c.bits = 64;
+        c.wide = *p == 'l';
+        ++p;
+    }
+    else if ((p[0] == 'I' && p[1] == '6' && p[2] == '4') || (p[0] == 'I' && p[1] == '3' && p[2] == '2'))
+    {
+        c.bits = p[1] == '6' ? 64 : 32;
+        p += 3;
+    }
+}
+
+void AppendSigned(std::string& out, const Conversion& c, std::uint64_t v)
+{
+    const std::string prefix = c.Prefix();
+    if (c.bits == 64)
+        AppendFormatted(out, prefix + "lld", static_cast<long long>(v));
+    else if (c.bits == 16)
+        AppendFormatted(out, prefix + "d", static_cast<int>(static_cast<std::int16_t>(v)));
+    else if (c.bits == 8)
+        AppendFormatted(out, prefix + "d", static_cast<int>(static_cast<std::int8_t>(v)));
+    else
+        AppendFormatted(out, prefix + "d", static_cast<int>(static_cast<std::int32_t>(v)));
+}
+
+void AppendUnsigned(std::string& out, const Conversion& c, char conv, std::uint64_t v)
+{
+    const std::uint64_t u = c.bits == 64   ? v
+                            : c.bits == 16 ? (v & 0xFFFFu)
+                            : c.bits == 8  ? (v & 0xFFu)
+                                           : (v & 0xFFFFFFFFu);
+    AppendFormatted(out, c.Prefix() + "ll" + conv, static_cast<unsigned long long>(u));
+}
+
+void AppendCharacter(std::string& out, const Conversion& c, char conv, std::uint64_t v)
+{
+    std::string ch;
+    if (c.wide || conv == 'C')
+        AppendUtf8(ch, static_cast<char32_t>(v & 0x1FFFFF));
+    else
+        ch = static_cast<char>(v & 0xFF);
+    AppendString(out, ch, c.LeftAlign(), c.width, -1);
+}
+
+void AppendFloating(std::string& out, const Conversion& c, char conv, std::uint64_t v)
+{
+    double d;
+    std::memcpy(&d, &v, sizeof d);
+    AppendFormatted(out, c.Prefix() + conv, d);
+}
+
+// A %s or %S argument: the copy made when the message was recorded where there is one, else the text at
+// the argument's address.
+void AppendStringArgument(std::string& out, const Conversion& c, char conv, std::uint64_t v,
+                          std::size_t index, const std::vector<std::string>* copiedStrings,
+                          std::vector<btrace_detail::StringArgument>* stringArguments)
+{
+    const bool wide = c.wide || conv == 'S';
+    std::string text;
+    if (stringArguments != nullptr)
+        stringArguments->push_back(btrace_detail::StringArgument{static_cast<unsigned>(index), wide});
+    if (v == 0)
+        text = "(null)";
+    else if (copiedStrings != nullptr)
+        text = index < copiedStrings->size() ? (*copiedStrings)[index] : std::string();
+    else if (wide)
+        AppendWide(text, reinterpret_cast<const wchar_t*>(static_cast<std::uintptr_t>(v)));
+    else
+        text = reinterpret_cast<const char*>(static_cast<std::uintptr_t>(v));
+    AppendString(out, text, c.LeftAlign(), c.width, c.precision);
+}
+
 } // namespace
 
 std::string BTraceFormat(const char* format, const std::uint64_t* args, std::size_t count)
@@ -109,15 +274,7 @@ std::string btrace_detail::FormatMessage(const char* format, const std::uint64_t
     std::string out;
     if (format == nullptr)
         return out;
-    size_t next = 0;
-    auto take = [&](bool& ok) -> std::uint64_t
-    {
-        if (next < count)
-            return args[next++];
-        ok = false;
-        return 0;
-    };
-
+    ArgumentReader reader{args, count};
     for (const char* p = format; *p != '\0'; ++p)
     {
         if (*p != '%')
@@ -131,169 +288,33 @@ std::string btrace_detail::FormatMessage(const char* format, const std::uint64_t
             out += '%';
             continue;
         }
-        std::string flags;
-        while (*p != '\0' && std::strchr("-+ #0", *p) != nullptr)
-            flags += *p++;
-        bool ok = true;
-        int width = -1;
-        if (*p == '*')
-        {
-            width = ClampWidth(static_cast<std::int32_t>(take(ok)));
-            ++p;
-        }
-        else if (*p >= '0' && *p <= '9')
-        {
-            width = 0;
-            while (*p >= '0' && *p <= '9')
-                width = width < 100000 ? width * 10 + (*p++ - '0')
-                                       : (++p, width); // no overflow on hostile formats
-        }
-        int precision = -1;
-        if (*p == '.')
-        {
-            ++p;
-            precision = 0;
-            if (*p == '*')
-            {
-                precision = ClampWidth(static_cast<std::int32_t>(take(ok)));
-                ++p;
-            }
-            else
-                while (*p >= '0' && *p <= '9')
-                    precision = precision < 100000 ? precision * 10 + (*p++ - '0') : (++p, precision);
-        }
-        // Length modifiers: none, h and hh read 32 bits or less; l, ll, j, z, t and I64 read the whole
-        // slot (the library's "long" is the Windows 32-bit long, sign-extended into the slot, so reading
-        // 64 bits gives the same number). "I32" reads 32 bits.
-        int bits = 32;
-        bool wide = false;
-        if (p[0] == 'h' && p[1] == 'h')
-        {
-            bits = 8;
-            p += 2;
-        }
-        else if (*p == 'h')
-        {
-            bits = 16;
-            ++p;
-        }
-        else if (p[0] == 'l' && p[1] == 'l')
-        {
-            bits = 64;
-            p += 2;
-        }
-        else if (*p == 'l' || *p == 'j' || *p == 'z' || *p == 't' || *p == 'L')
-        {
-            bits = 64;
-            wide = *p == 'l';
-            ++p;
-        }
-        else if (p[0] == 'I' && p[1] == '6' && p[2] == '4')
-        {
-            bits = 64;
-            p += 3;
-        }
-        else if (p[0] == 'I' && p[1] == '3' && p[2] == '2')
-        {
-            p += 3;
-        }
-        char conv = *p;
+        reader.ok = true;
+        Conversion c;
+        ParseFlagsWidthPrecision(p, reader, c);
+        ParseLength(p, c);
+        const char conv = *p;
         if (conv == '\0')
         {
             out.append(start);
             break;
         }
-        std::string conversion = "%" + flags;
-        if (width >= 0)
-            conversion += std::to_string(width);
-        if (precision >= 0)
-            conversion += "." + std::to_string(precision);
-
-        std::uint64_t v = 0;
-        if (std::strchr("diuxXocCsSpaAeEfFgGn", conv) != nullptr)
-            v = take(ok);
-        if (!ok)
-        {
+        const std::uint64_t v = std::strchr("diuxXocCsSpaAeEfFgGn", conv) != nullptr ? reader.Take() : 0;
+        if (!reader.ok)
             out += "<missing argument>";
-            continue;
-        }
-        switch (conv)
-        {
-        case 'd':
-        case 'i':
-            if (bits == 64)
-                AppendFormatted(out, conversion + "lld", static_cast<long long>(v));
-            else if (bits == 16)
-                AppendFormatted(out, conversion + "d", static_cast<int>(static_cast<std::int16_t>(v)));
-            else if (bits == 8)
-                AppendFormatted(out, conversion + "d", static_cast<int>(static_cast<std::int8_t>(v)));
-            else
-                AppendFormatted(out, conversion + "d", static_cast<int>(static_cast<std::int32_t>(v)));
-            break;
-        case 'u':
-        case 'x':
-        case 'X':
-        case 'o':
-        {
-            std::uint64_t u = bits == 64   ? v
-                              : bits == 16 ? (v & 0xFFFFu)
-                              : bits == 8  ? (v & 0xFFu)
-                                           : (v & 0xFFFFFFFFu);
-            AppendFormatted(out, conversion + "ll" + conv, static_cast<unsigned long long>(u));
-            break;
-        }
-        case 'c':
-        case 'C':
-        {
-            std::string ch;
-            if (wide || conv == 'C')
-                AppendUtf8(ch, static_cast<char32_t>(v & 0x1FFFFF));
-            else
-                ch = static_cast<char>(v & 0xFF);
-            AppendString(out, ch, flags.find('-') != std::string::npos, width, -1);
-            break;
-        }
-        case 's':
-        case 'S':
-        {
-            std::string text;
-            if (stringArguments != nullptr)
-                stringArguments->push_back(
-                    StringArgument{static_cast<unsigned>(next - 1), wide || conv == 'S'});
-            if (v == 0)
-                text = "(null)";
-            else if (copiedStrings != nullptr)
-                text = next - 1 < copiedStrings->size() ? (*copiedStrings)[next - 1] : std::string();
-            else if (wide || conv == 'S')
-                AppendWide(text, reinterpret_cast<const wchar_t*>(static_cast<std::uintptr_t>(v)));
-            else
-                text = reinterpret_cast<const char*>(static_cast<std::uintptr_t>(v));
-            AppendString(out, text, flags.find('-') != std::string::npos, width, precision);
-            break;
-        }
-        case 'p':
-            AppendFormatted(out, conversion + "p", reinterpret_cast<void*>(static_cast<std::uintptr_t>(v)));
-            break;
-        case 'a':
-        case 'A':
-        case 'e':
-        case 'E':
-        case 'f':
-        case 'F':
-        case 'g':
-        case 'G':
-        {
-            double d;
-            std::memcpy(&d, &v, sizeof d);
-            AppendFormatted(out, conversion + conv, d);
-            break;
-        }
-        case 'n':
-            break; // never writes through an argument
-        default:
+        else if (conv == 'd' || conv == 'i')
+            AppendSigned(out, c, v);
+        else if (std::strchr("uxXo", conv) != nullptr)
+            AppendUnsigned(out, c, conv, v);
+        else if (conv == 'c' || conv == 'C')
+            AppendCharacter(out, c, conv, v);
+        else if (conv == 's' || conv == 'S')
+            AppendStringArgument(out, c, conv, v, reader.next - 1, copiedStrings, stringArguments);
+        else if (conv == 'p')
+            AppendFormatted(out, c.Prefix() + "p", reinterpret_cast<void*>(static_cast<std::uintptr_t>(v)));
+        else if (std::strchr("aAeEfFgG", conv) != nullptr)
+            AppendFloating(out, c, conv, v);
+        else if (conv != 'n') // %n never writes through an argument
             out.append(start, static_cast<size_t>(p - start + 1));
-            break;
-        }
     }
     return out;
 }

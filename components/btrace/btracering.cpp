@@ -371,6 +371,55 @@ void FlushSuppressed()
     }
 }
 
+namespace
+{
+
+// Where the parts of a segment lie: the header, the descriptor table, the string area, then the slots (a
+// power of two, as many as bytes allows within the limits).
+struct SegmentLayout
+{
+    std::uint64_t slotCount = kMinSlotCount;
+    std::uint64_t descriptorOffset = kHeaderBytes;
+    std::uint64_t stringOffset = 0;
+    std::uint64_t slotOffset = 0;
+    std::uint64_t fileBytes = 0;
+
+    explicit SegmentLayout(std::uint64_t bytes)
+    {
+        while (slotCount < kMaxSlotCount && slotCount * 2 * kSlotBytes <= bytes)
+            slotCount *= 2;
+        stringOffset = descriptorOffset + std::uint64_t(kDescriptorCapacity) * sizeof(SharedDescriptor);
+        slotOffset = stringOffset + kStringCapacity;
+        fileBytes = slotOffset + slotCount * kSlotBytes;
+    }
+};
+
+void InitializeHeader(SegmentHeader& h, const SegmentLayout& layout, const std::string& program,
+                      const std::string& segment)
+{
+    std::memcpy(h.magic, kSegmentMagic, sizeof h.magic);
+    h.version = kSegmentVersion;
+    h.headerBytes = kHeaderBytes;
+    h.fileBytes = layout.fileBytes;
+    h.descriptorOffset = layout.descriptorOffset;
+    h.descriptorCapacity = kDescriptorCapacity;
+    h.descriptorBytes = sizeof(SharedDescriptor);
+    h.stringOffset = layout.stringOffset;
+    h.stringCapacity = kStringCapacity;
+    h.slotOffset = layout.slotOffset;
+    h.slotCount = layout.slotCount;
+    h.pid = btrace_platform::ProcessId();
+    h.tickKind = TickKind();
+    h.startTicks = ReadTicks();
+    h.startRealNs = btrace_platform::RealTimeNs();
+    h.lastTicks.store(h.startTicks, std::memory_order_relaxed);
+    h.lastRealNs.store(h.startRealNs, std::memory_order_relaxed);
+    std::strncpy(h.program, program.c_str(), sizeof h.program - 1);
+    std::strncpy(h.segment, segment.c_str(), sizeof h.segment - 1);
+}
+
+} // namespace
+
 bool RingStart(const std::string& segment, const std::string& program, std::uint64_t bytes, std::string& path,
                std::string& error)
 {
@@ -380,60 +429,25 @@ bool RingStart(const std::string& segment, const std::string& program, std::uint
         error = "a ring is already active";
         return false;
     }
-    const std::string name = SegmentFileName(segment);
-    std::string folder;
-    if (name.empty())
-    {
-        error = "segment name is empty or too long";
+    if (!SegmentPath(segment, path, error))
         return false;
-    }
-    if (!btrace_platform::SegmentFolder(folder, error))
-        return false;
-    path = folder + "/" + name;
-
-    std::uint64_t slotCount = kMinSlotCount;
-    while (slotCount < kMaxSlotCount && slotCount * 2 * kSlotBytes <= bytes)
-        slotCount *= 2;
-    const std::uint64_t descriptorOffset = kHeaderBytes;
-    const std::uint64_t stringOffset =
-        descriptorOffset + std::uint64_t(kDescriptorCapacity) * sizeof(SharedDescriptor);
-    const std::uint64_t slotOffset = stringOffset + kStringCapacity;
-    const std::uint64_t fileBytes = slotOffset + slotCount * kSlotBytes;
-    void* view = btrace_platform::MapSegment(path, fileBytes, error);
+    const SegmentLayout layout(bytes);
+    void* view = btrace_platform::MapSegment(path, layout.fileBytes, error);
     if (view == nullptr)
         return false;
 
     auto* ring = new Ring(); // kept until the process ends, see btracering.h
     auto* base = static_cast<unsigned char*>(view);
     ring->header = new (base) SegmentHeader();
-    ring->descriptors = reinterpret_cast<SharedDescriptor*>(base + descriptorOffset);
-    ring->strings = reinterpret_cast<char*>(base + stringOffset);
-    ring->slots = reinterpret_cast<std::atomic<std::uint64_t>*>(base + slotOffset);
-    ring->slotCount = slotCount;
-    ring->mask = slotCount - 1;
+    ring->descriptors = reinterpret_cast<SharedDescriptor*>(base + layout.descriptorOffset);
+    ring->strings = reinterpret_cast<char*>(base + layout.stringOffset);
+    ring->slots = reinterpret_cast<std::atomic<std::uint64_t>*>(base + layout.slotOffset);
+    ring->slotCount = layout.slotCount;
+    ring->mask = layout.slotCount - 1;
     ring->generation = g_generation.fetch_add(1, std::memory_order_relaxed) + 1;
     ring->path = path;
-
     SegmentHeader& h = *ring->header;
-    std::memcpy(h.magic, kSegmentMagic, sizeof h.magic);
-    h.version = kSegmentVersion;
-    h.headerBytes = kHeaderBytes;
-    h.fileBytes = fileBytes;
-    h.descriptorOffset = descriptorOffset;
-    h.descriptorCapacity = kDescriptorCapacity;
-    h.descriptorBytes = sizeof(SharedDescriptor);
-    h.stringOffset = stringOffset;
-    h.stringCapacity = kStringCapacity;
-    h.slotOffset = slotOffset;
-    h.slotCount = slotCount;
-    h.pid = btrace_platform::ProcessId();
-    h.tickKind = TickKind();
-    h.startTicks = ReadTicks();
-    h.startRealNs = btrace_platform::RealTimeNs();
-    h.lastTicks.store(h.startTicks, std::memory_order_relaxed);
-    h.lastRealNs.store(h.startRealNs, std::memory_order_relaxed);
-    std::strncpy(h.program, program.c_str(), sizeof h.program - 1);
-    std::strncpy(h.segment, segment.c_str(), sizeof h.segment - 1);
+    InitializeHeader(h, layout, program, segment);
     // String offset 0 is "?" and descriptor 0 stands for sites that no longer fit the table.
     ring->strings[0] = '?';
     h.stringUsed.store(2, std::memory_order_relaxed);
@@ -641,17 +655,102 @@ std::size_t NumberText(char* buffer, std::uint64_t v, bool negative, unsigned ba
     return length;
 }
 
-void SafeFormat(SafeOut& out, const char* format, const std::uint64_t* args, unsigned count,
-                const char* strings, std::uint32_t stringBytes)
+// The argument slots of one message, handed out in order.
+struct SafeArguments
 {
+    const std::uint64_t* args;
+    unsigned count;
     unsigned next = 0;
-    auto take = [&](std::uint64_t& v)
+
+    bool Take(std::uint64_t& v)
     {
         if (next >= count)
             return false;
         v = args[next++];
         return true;
-    };
+    }
+};
+
+// One conversion specification: flags, width (at most 1000), precision and the length modifier's size.
+struct SafeSpec
+{
+    bool zero = false;
+    bool left = false;
+    int width = 0;
+    int precision = -1;
+    int bits = 32;
+};
+
+// Reads the specification after a '%' up to its conversion character; false when the format ends first.
+bool ParseSafeSpec(const char*& p, SafeArguments& arguments, SafeSpec& spec)
+{
+    for (; *p != '\0' && std::strchr("-+ #0", *p) != nullptr; ++p)
+        spec.zero = spec.zero || *p == '0', spec.left = spec.left || *p == '-';
+    std::uint64_t v = 0;
+    if (*p == '*' && arguments.Take(v))
+        spec.width = static_cast<std::int32_t>(v), ++p;
+    for (; *p >= '0' && *p <= '9'; ++p)
+        spec.width = spec.width < 1000 ? spec.width * 10 + (*p - '0') : spec.width;
+    if (spec.width < 0)
+        spec.left = true, spec.width = -spec.width;
+    spec.width = spec.width > 1000 ? 1000 : spec.width;
+    if (*p == '.')
+    {
+        spec.precision = 0;
+        if (*++p == '*' && arguments.Take(v))
+            spec.precision = static_cast<std::int32_t>(v), ++p;
+        for (; *p >= '0' && *p <= '9'; ++p)
+            spec.precision = spec.precision < 100000 ? spec.precision * 10 + (*p - '0') : spec.precision;
+    }
+    for (; *p != '\0' && std::strchr("hlLjztI36", *p) != nullptr; ++p)
+        spec.bits = (*p == 'h') ? (spec.bits == 16 ? 8 : 16)
+                                : (std::strchr("ljztL6", *p) != nullptr ? 64 : spec.bits);
+    return *p != '\0';
+}
+
+void PutSafeInteger(SafeOut& out, const SafeSpec& spec, char conv, std::uint64_t v)
+{
+    char text[32];
+    std::size_t length = 0;
+    if (conv == 'd' || conv == 'i')
+    {
+        const std::int64_t s = spec.bits == 64   ? static_cast<std::int64_t>(v)
+                               : spec.bits == 16 ? static_cast<std::int16_t>(v)
+                               : spec.bits == 8  ? static_cast<std::int8_t>(v)
+                                                 : static_cast<std::int32_t>(v);
+        length = NumberText(text, s < 0 ? 0 - static_cast<std::uint64_t>(s) : static_cast<std::uint64_t>(s),
+                            s < 0, 10, false);
+    }
+    else
+    {
+        const std::uint64_t mask = spec.bits == 64   ? ~0ull
+                                   : spec.bits == 16 ? 0xFFFFull
+                                   : spec.bits == 8  ? 0xFFull
+                                                     : 0xFFFFFFFFull;
+        length = NumberText(text, v & mask, false, conv == 'u' ? 10 : conv == 'o' ? 8 : 16, conv == 'X');
+    }
+    PutField(out, text, length, spec.width, spec.left, spec.zero && !spec.left);
+}
+
+// A string argument is its offset (high half) and length (low half) in the record's copied strings.
+void PutSafeString(SafeOut& out, const SafeSpec& spec, std::uint64_t v, const char* strings,
+                   std::uint32_t stringBytes)
+{
+    if (v == kNullString)
+        PutField(out, "(null)", 6, spec.width, spec.left, false);
+    else if ((v >> 32) + (v & 0xFFFFFFFFu) <= stringBytes)
+    {
+        std::size_t n = static_cast<std::size_t>(v & 0xFFFFFFFFu);
+        if (spec.precision >= 0 && static_cast<std::size_t>(spec.precision) < n)
+            n = static_cast<std::size_t>(spec.precision);
+        PutField(out, strings + (v >> 32), n, spec.width, spec.left, false);
+    }
+}
+
+void SafeFormat(SafeOut& out, const char* format, const std::uint64_t* args, unsigned count,
+                const char* strings, std::uint32_t stringBytes)
+{
+    SafeArguments arguments{args, count};
     for (const char* p = format; *p != '\0'; ++p)
     {
         if (*p != '%')
@@ -664,88 +763,27 @@ void SafeFormat(SafeOut& out, const char* format, const std::uint64_t* args, uns
             out.Put('%');
             continue;
         }
-        bool zero = false, left = false;
-        for (; *p != '\0' && std::strchr("-+ #0", *p) != nullptr; ++p)
-            zero = zero || *p == '0', left = left || *p == '-';
-        std::uint64_t v = 0;
-        int width = 0;
-        if (*p == '*' && take(v))
-            width = static_cast<std::int32_t>(v), ++p;
-        for (; *p >= '0' && *p <= '9'; ++p)
-            width = width < 1000 ? width * 10 + (*p - '0') : width;
-        if (width < 0)
-            left = true, width = -width;
-        width = width > 1000 ? 1000 : width;
-        int precision = -1;
-        if (*p == '.')
-        {
-            precision = 0;
-            if (*++p == '*' && take(v))
-                precision = static_cast<std::int32_t>(v), ++p;
-            for (; *p >= '0' && *p <= '9'; ++p)
-                precision = precision < 100000 ? precision * 10 + (*p - '0') : precision;
-        }
-        int bits = 32;
-        for (; *p != '\0' && std::strchr("hlLjztI36", *p) != nullptr; ++p)
-            bits = (*p == 'h') ? (bits == 16 ? 8 : 16) : (std::strchr("ljztL6", *p) != nullptr ? 64 : bits);
-        if (*p == '\0')
+        SafeSpec spec;
+        if (!ParseSafeSpec(p, arguments, spec))
             break;
         const char conv = *p;
-        if (!take(v))
-        {
+        std::uint64_t v = 0;
+        if (!arguments.Take(v))
             out.Put("<missing argument>");
-            continue;
-        }
-        char text[32];
-        std::size_t length = 0;
-        const std::uint64_t mask = bits == 64   ? ~0ull
-                                   : bits == 16 ? 0xFFFFull
-                                   : bits == 8  ? 0xFFull
-                                                : 0xFFFFFFFFull;
-        switch (conv)
+        else if (std::strchr("diuxXo", conv) != nullptr)
+            PutSafeInteger(out, spec, conv, v);
+        else if (conv == 'c' || conv == 'C')
         {
-        case 'd':
-        case 'i':
-        {
-            const std::int64_t s = bits == 64   ? static_cast<std::int64_t>(v)
-                                   : bits == 16 ? static_cast<std::int16_t>(v)
-                                   : bits == 8  ? static_cast<std::int8_t>(v)
-                                                : static_cast<std::int32_t>(v);
-            length =
-                NumberText(text, s < 0 ? 0 - static_cast<std::uint64_t>(s) : static_cast<std::uint64_t>(s),
-                           s < 0, 10, false);
-            PutField(out, text, length, width, left, zero && !left);
-            break;
+            const char text[1] = {static_cast<char>(v & 0x7F)};
+            PutField(out, text, 1, spec.width, spec.left, false);
         }
-        case 'u':
-        case 'x':
-        case 'X':
-        case 'o':
-            length = NumberText(text, v & mask, false, conv == 'u' ? 10 : conv == 'o' ? 8 : 16, conv == 'X');
-            PutField(out, text, length, width, left, zero && !left);
-            break;
-        case 'c':
-        case 'C':
-            text[0] = static_cast<char>(v & 0x7F);
-            PutField(out, text, 1, width, left, false);
-            break;
-        case 's':
-        case 'S':
-            if (v == kNullString)
-                PutField(out, "(null)", 6, width, left, false);
-            else if ((v >> 32) + (v & 0xFFFFFFFFu) <= stringBytes)
-            {
-                std::size_t n = static_cast<std::size_t>(v & 0xFFFFFFFFu);
-                if (precision >= 0 && static_cast<std::size_t>(precision) < n)
-                    n = static_cast<std::size_t>(precision);
-                PutField(out, strings + (v >> 32), n, width, left, false);
-            }
-            break;
-        default: // pointers, floating point and anything else: the raw slot
+        else if (conv == 's' || conv == 'S')
+            PutSafeString(out, spec, v, strings, stringBytes);
+        else // pointers, floating point and anything else: the raw slot
+        {
+            char text[32];
             out.Put("0x");
-            length = NumberText(text, v, false, 16, false);
-            out.Put(text, length);
-            break;
+            out.Put(text, NumberText(text, v, false, 16, false));
         }
     }
 }

@@ -18,7 +18,7 @@ class IVeLWinAPIWrapper
 {
 public:
     virtual ~IVeLWinAPIWrapper() {}
-    // Also writes the arguments to the trace at debug level 3 ("CreateProcess: %s") before the call.
+    // Also writes the arguments to the trace at debug level 3 before the call.
     virtual BOOL WAPI_CreateProcess(LPCWSTR applicationName, LPWSTR commandLine,
                                     LPSECURITY_ATTRIBUTES processAttributes,
                                     LPSECURITY_ATTRIBUTES threadAttributes, BOOL inheritHandles,
@@ -90,7 +90,7 @@ public:
     virtual BOOL WAPI_EnumWindows(WNDENUMPROC callback, LPARAM parameter) const = 0;                   // 37
     virtual BOOL WAPI_TerminateProcess(HANDLE process, UINT exitCode) const = 0;                       // 38
     // The size of a shared-memory section, which the documented calls do not give. A failed result for a
-    // null handle ("No handle available!") or when the section query can't be found; the query's own
+    // null handle or when the section query can't be found; the query's own
     // status is not examined, the caller validates the size.
     virtual CVeLResult<__int64> WAPI_NTGetSizeOfSharedMemory(HANDLE mapping) const = 0; // 39
     virtual void WAPI_GetLocalTime(LPSYSTEMTIME systemTime) const = 0;                  // 40

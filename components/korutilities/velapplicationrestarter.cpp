@@ -1,6 +1,6 @@
 #include "velapplicationrestarter.h"
 #include "velapplicationrestarterimpl.h"
-#include "velimplforward.h"
+#include "velcalltrace.h"
 #include "velwaithelper.h"
 #include "velwinapiwrapper.h"
 
@@ -25,20 +25,20 @@ CVeLApplicationRestarter::~CVeLApplicationRestarter() {}
 
 bool CVeLApplicationRestarter::AddResources(const std::vector<boost::filesystem::path>& filesOrFolders)
 {
-    VEL_IMPL_FORWARD(false, AddResources(filesOrFolders));
+    return VEL_FORWARD(m_impl, AddResources(filesOrFolders));
 }
 
 bool CVeLApplicationRestarter::GetApplications(std::vector<VeLApplicationInfo>& applications) const
 {
-    VEL_IMPL_FORWARD(false, GetApplications(applications));
+    return VEL_FORWARD(m_impl, GetApplications(applications));
 }
 
 bool CVeLApplicationRestarter::Shutdown(DWORD timeout, std::vector<VeLApplicationInfo>& failed)
 {
-    VEL_IMPL_FORWARD(false, Shutdown(timeout, failed));
+    return VEL_FORWARD(m_impl, Shutdown(timeout, failed));
 }
 
 bool CVeLApplicationRestarter::Restart(std::vector<VeLApplicationInfo>& failed)
 {
-    VEL_IMPL_FORWARD(false, Restart(failed));
+    return VEL_FORWARD(m_impl, Restart(failed));
 }

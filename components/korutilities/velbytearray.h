@@ -20,14 +20,14 @@ public:
     CVeLByteArray& operator=(const CVeLByteArray& other);
     virtual ~CVeLByteArray();
 
-    // The bytes; null (traced "Invalid initialization") when there is no buffer.
+    // The bytes; null (traced) when there is no buffer.
     unsigned char* GetArrayBytes() const;
     ULONG GetArrayLength() const;
     // A buffer and a length other than 0.
     bool IsValid() const;
 
     // Equal lengths and bytes. An invalid array is unequal to everything, itself included, so a != a
-    // holds for an invalid a (traced "Invalid initialization"; an invalid other traces at INF).
+    // holds for an invalid a (traced at ERR; an invalid other is traced at INF).
     bool operator==(const CVeLByteArray& other) const;
     bool operator!=(const CVeLByteArray& other) const;
 

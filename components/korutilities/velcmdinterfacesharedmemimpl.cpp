@@ -1,5 +1,6 @@
 #include "velcmdinterfacesharedmemimpl.h"
 #include "korutilitesbtracedef.h"
+#include "velcalltrace.h"
 #include "velstringconverter.h"
 
 #include <cstring>
@@ -23,12 +24,8 @@ CVeLCmdInterfaceSharedMemoryImpl::CVeLCmdInterfaceSharedMemoryImpl(std::shared_p
                                                             kBlockSize, m_name.c_str())
                             : m_api->WAPI_OpenFileMapping(FILE_MAP_ALL_ACCESS, FALSE, m_name.c_str());
     m_mapping = mapping;
-    if (!m_mapping.IsValid())
-    {
-        const DWORD error = m_api->WAPI_GetLastError();
-        VEL_TRACE(VEL_ERR, "Shared Memory could not be created or opened (code = 0x%08X!)", error);
-        return;
-    }
+    VEL_RETURN_IF_FAILED(m_api, m_mapping.IsValid(), , VEL_ERR,
+                         "Shared Memory could not be created or opened (code = 0x%08X!)");
     RefuseSmallBlock();
 }
 
@@ -66,33 +63,25 @@ bool CVeLCmdInterfaceSharedMemoryImpl::IsSharedMemoryAvailable() const
 
 unsigned char* CVeLCmdInterfaceSharedMemoryImpl::MapBlock(DWORD access) const
 {
-    void* view = m_api->WAPI_MapViewOfFile(m_mapping.GetHandle(), access, 0, 0, m_viewLength);
-    if (view == nullptr)
+    if (!IsSharedMemoryAvailable())
     {
-        const DWORD error = m_api->WAPI_GetLastError();
-        VEL_TRACE(VEL_ERR, "MapViewOfFile failed (code= 0x%08X)!", error);
+        VEL_TRACE(VEL_ERR, "Shared Memory Handle is not valid");
+        return nullptr;
     }
+    void* view = m_api->WAPI_MapViewOfFile(m_mapping.GetHandle(), access, 0, 0, m_viewLength);
+    VEL_RETURN_IF_FAILED(m_api, view != nullptr, nullptr, VEL_ERR, "MapViewOfFile failed (code= 0x%08X)!");
     return static_cast<unsigned char*>(view);
 }
 
 bool CVeLCmdInterfaceSharedMemoryImpl::UnmapBlock(unsigned char* view) const
 {
-    if (!m_api->WAPI_UnmapViewOfFile(view))
-    {
-        const DWORD error = m_api->WAPI_GetLastError();
-        VEL_TRACE(VEL_ERR, "UnMapViewOfFile failed (code= 0x%08X)!", error);
-        return false;
-    }
+    VEL_RETURN_IF_FAILED(m_api, m_api->WAPI_UnmapViewOfFile(view), false, VEL_ERR,
+                         "UnMapViewOfFile failed (code= 0x%08X)!");
     return true;
 }
 
 bool CVeLCmdInterfaceSharedMemoryImpl::WriteDataToMemory(const std::wstring& text) const
 {
-    if (!IsSharedMemoryAvailable())
-    {
-        VEL_TRACE(VEL_ERR, "Shared Memory Handle is not valid");
-        return false;
-    }
     unsigned char* view = MapBlock(FILE_MAP_WRITE);
     if (view == nullptr)
         return false;
@@ -116,11 +105,6 @@ bool CVeLCmdInterfaceSharedMemoryImpl::WriteDataToMemory(const std::wstring& tex
 
 bool CVeLCmdInterfaceSharedMemoryImpl::ReadDataFromMemory(std::wstring& text) const
 {
-    if (!IsSharedMemoryAvailable())
-    {
-        VEL_TRACE(VEL_ERR, "Shared Memory Handle is not valid");
-        return false;
-    }
     const unsigned char* view = MapBlock(FILE_MAP_READ);
     if (view == nullptr)
         return false;
@@ -134,11 +118,6 @@ bool CVeLCmdInterfaceSharedMemoryImpl::ReadDataFromMemory(std::wstring& text) co
 
 bool CVeLCmdInterfaceSharedMemoryImpl::ClearDataMemory() const
 {
-    if (!IsSharedMemoryAvailable())
-    {
-        VEL_TRACE(VEL_ERR, "Shared Memory Handle is not valid");
-        return false;
-    }
     unsigned char* view = MapBlock(FILE_MAP_WRITE);
     if (view == nullptr)
         return false;

@@ -6,12 +6,12 @@
 // text may follow); readers go by the length only. The object takes no lock: its operations may run on
 // several threads, but a reader may observe a write in progress, in this or another process.
 //
-// Decisions of this implementation:
+// Every failure is traced at ERR and answered with false; nothing throws. Decisions of this implementation:
 // - A block found under the name (opened, or joined on create) that is smaller than 65537 bytes is
-//   refused at construction ("Shared Memory is smaller than the command block (%d bytes)!") and the handle
-//   is closed, so a foreign object of the same name can never make a read or write run past its end.
+//   refused at construction and the handle is closed, so a foreign object of the same name can never make a
+//   read or write run past its end.
 // - A text that cannot be converted to UTF-8 at all (longer than one conversion can take) is refused like
-//   a text that is too long ("Too many data to write").
+//   a text that is too long.
 // - When the size of the block cannot be queried, the block is used as it is (traced at WRN), but every
 //   view then asks for exactly 65537 bytes instead of "the whole section", so that a smaller section fails
 //   to map rather than letting a length read from it reach past its end.
@@ -35,20 +35,20 @@ public:
     static const DWORD kBlockSize = 65537;
 
     // create true makes the block (or joins one of that name), false opens an existing one. A failure
-    // is traced ("Shared Memory could not be created or opened (code = 0x%08X!)") and leaves an object
-    // on which every operation fails with "Shared Memory Handle is not valid"; so does an empty facade.
+    // (traced with the facade's last error) leaves an object on which every operation fails; so does an
+    // empty facade.
     CVeLCmdInterfaceSharedMemoryImpl(std::shared_ptr<IVeLWinAPIWrapper> api, bool create,
                                      const std::wstring& name);
     ~CVeLCmdInterfaceSharedMemoryImpl() override;
 
     std::wstring GetSharedMemoryName() override;
     bool IsSharedMemoryAvailable() const override;
-    // Fails with "MapViewOfFile failed (code= 0x%08X)!" or "UnMapViewOfFile failed (code= 0x%08X)!" and
-    // the facade's last error. Invalid UTF-8 in the block reads as U+FFFD.
+    // A failed map or unmap is traced with the facade's last error. Invalid UTF-8 in the block reads as
+    // U+FFFD.
     bool ReadDataFromMemory(std::wstring& text) const override;
-    // Fails with "Too many data to write" (block unchanged) or the map and unmap messages of a read.
+    // A text too long fails and leaves the block unchanged; map and unmap fail as for a read.
     bool WriteDataToMemory(const std::wstring& text) const override;
-    // Fails with "MapViewOfFile failed (code= 0x%08X)!"; the view stays mapped (see above).
+    // The view stays mapped (see above).
     bool ClearDataMemory() const override;
 
 private:

@@ -1,5 +1,6 @@
 #include "velcmdinterfacesharedmemoryhandler.h"
 #include "korutilitesbtracedef.h"
+#include "velcalltrace.h"
 #include "velcmdinterfacesharedmemimpl.h"
 #include "velwinapiwrapper.h"
 
@@ -14,50 +15,29 @@ CVeLCmdInterfaceSharedMemoryHandler::~CVeLCmdInterfaceSharedMemoryHandler() {}
 
 std::wstring CVeLCmdInterfaceSharedMemoryHandler::GetSharedMemoryName()
 {
-    if (!m_impl)
-    {
-        VEL_TRACE(VEL_ERR, "Can't access InterfaceSharedMemoryImpl!");
-        return std::wstring();
-    }
-    return m_impl->GetSharedMemoryName();
+    return VEL_FORWARD_TRACING(m_impl, VEL_ERR, "Can't access InterfaceSharedMemoryImpl!",
+                               GetSharedMemoryName());
 }
 
 bool CVeLCmdInterfaceSharedMemoryHandler::IsSharedMemoryAvailable() const
 {
-    if (!m_impl)
-    {
-        VEL_TRACE(VEL_ERR, "Can't access InterfaceSharedMemoryImpl!");
-        return false;
-    }
-    return m_impl->IsSharedMemoryAvailable();
+    return VEL_FORWARD_TRACING(m_impl, VEL_ERR, "Can't access InterfaceSharedMemoryImpl!",
+                               IsSharedMemoryAvailable());
 }
 
 bool CVeLCmdInterfaceSharedMemoryHandler::ReadDataFromMemory(std::wstring& text) const
 {
-    if (!m_impl)
-    {
-        VEL_TRACE(VEL_ERR, "Can't access InterfaceSharedMemoryImpl!");
-        return false;
-    }
-    return m_impl->ReadDataFromMemory(text);
+    return VEL_FORWARD_TRACING(m_impl, VEL_ERR, "Can't access InterfaceSharedMemoryImpl!",
+                               ReadDataFromMemory(text));
 }
 
 bool CVeLCmdInterfaceSharedMemoryHandler::WriteDataToMemory(const std::wstring& text) const
 {
-    if (!m_impl)
-    {
-        VEL_TRACE(VEL_ERR, "Can't access InterfaceSharedMemoryImpl!");
-        return false;
-    }
-    return m_impl->WriteDataToMemory(text);
+    return VEL_FORWARD_TRACING(m_impl, VEL_ERR, "Can't access InterfaceSharedMemoryImpl!",
+                               WriteDataToMemory(text));
 }
 
 bool CVeLCmdInterfaceSharedMemoryHandler::ClearDataMemory() const
 {
-    if (!m_impl)
-    {
-        VEL_TRACE(VEL_ERR, "Can't access InterfaceSharedMemoryImpl!");
-        return false;
-    }
-    return m_impl->ClearDataMemory();
+    return VEL_FORWARD_TRACING(m_impl, VEL_ERR, "Can't access InterfaceSharedMemoryImpl!", ClearDataMemory());
 }

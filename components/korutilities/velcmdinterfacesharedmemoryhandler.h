@@ -1,7 +1,7 @@
 // CVeLCmdInterfaceSharedMemoryHandler: the public shared-memory text channel. Builds its implementation
 // (CVeLCmdInterfaceSharedMemoryImpl) over a new default operating-system facade and forwards every call to
 // it; lives and behaves exactly as the implementation does (see there for the block's format, ownership
-// and threading). A missing implementation is traced as "Can't access InterfaceSharedMemoryImpl!".
+// and threading). A missing implementation is traced and every call fails.
 #pragma once
 
 #include "korutilities_export.h"

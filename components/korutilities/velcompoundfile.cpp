@@ -2,15 +2,7 @@
 #include "korutilitesbtracedef.h"
 #include "velcompoundfileimpl.h"
 #include "velwinapiwrapper.h"
-
-// One line per forward; a missing implementation is traced.
-#define VEL_CFB_FORWARD(failure, call)                                                                       \
-    if (!m_impl)                                                                                             \
-    {                                                                                                        \
-        VEL_TRACE(VEL_ERR, "Can't access impl!");                                                            \
-        return failure;                                                                                      \
-    }                                                                                                        \
-    return m_impl->call
+#include "velcalltrace.h"
 
 CVeLCompoundFile::CVeLCompoundFile(std::shared_ptr<IVeLEncryptionHandler> encryption)
     : CVeLCompoundFile(std::make_shared<CVeLWinAPIWrapper>(), std::move(encryption))
@@ -27,45 +19,45 @@ CVeLCompoundFile::~CVeLCompoundFile() = default;
 
 bool CVeLCompoundFile::Create(const boost::filesystem::path& file)
 {
-    VEL_CFB_FORWARD(false, Create(file));
+    return VEL_FORWARD(m_impl, Create(file));
 }
 
 bool CVeLCompoundFile::Open(const boost::filesystem::path& file, bool writable)
 {
-    VEL_CFB_FORWARD(false, Open(file, writable));
+    return VEL_FORWARD(m_impl, Open(file, writable));
 }
 
 bool CVeLCompoundFile::Close()
 {
-    VEL_CFB_FORWARD(false, Close());
+    return VEL_FORWARD(m_impl, Close());
 }
 
 bool CVeLCompoundFile::IsOpen() const
 {
-    VEL_CFB_FORWARD(false, IsOpen());
+    return VEL_FORWARD(m_impl, IsOpen());
 }
 
 bool CVeLCompoundFile::Commit()
 {
-    VEL_CFB_FORWARD(false, Commit());
+    return VEL_FORWARD(m_impl, Commit());
 }
 
 bool CVeLCompoundFile::WriteStream(const std::wstring& path, const CVeLByteArray& data, bool encrypt)
 {
-    VEL_CFB_FORWARD(false, WriteStream(path, data, encrypt));
+    return VEL_FORWARD(m_impl, WriteStream(path, data, encrypt));
 }
 
 CVeLResult<CVeLByteArray> CVeLCompoundFile::ReadStream(const std::wstring& path, bool decrypt) const
 {
-    VEL_CFB_FORWARD(CVeLResult<CVeLByteArray>(), ReadStream(path, decrypt));
+    return VEL_FORWARD(m_impl, ReadStream(path, decrypt));
 }
 
 bool CVeLCompoundFile::ListElements(std::vector<CVeLCompoundEntry>& entries) const
 {
-    VEL_CFB_FORWARD(false, ListElements(entries));
+    return VEL_FORWARD(m_impl, ListElements(entries));
 }
 
 bool CVeLCompoundFile::DeleteElement(const std::wstring& path)
 {
-    VEL_CFB_FORWARD(false, DeleteElement(path));
+    return VEL_FORWARD(m_impl, DeleteElement(path));
 }

@@ -104,21 +104,28 @@ CVeLResult<CVeLFilesystemError> CVeLDirBasics::RemoveTree(const fs::path& path, 
     return CVeLResult<CVeLFilesystemError>(false, firstError);
 }
 
+void CVeLDirBasics::FirstFailure::Record(const std::wstring& element, DWORD code)
+{
+    if (complete)
+        error = CVeLFilesystemError(CVeLPathConverter::FromWide(element), static_cast<LONG>(code));
+    complete = false;
+}
+
+void CVeLDirBasics::FirstFailure::Adopt(const CVeLFilesystemError& nested)
+{
+    if (complete)
+        error = nested;
+    complete = false;
+}
+
 bool CVeLDirBasics::DeleteTree(const std::wstring& path, bool removeTop,
                                CVeLFilesystemError& firstError) const
 {
-    bool complete = true;
-    auto fail = [&](const std::wstring& element, DWORD error)
-    {
-        if (complete)
-            firstError = CVeLFilesystemError(CVeLPathConverter::FromWide(element), static_cast<LONG>(error));
-        complete = false;
-    };
-
+    FirstFailure failure{firstError};
     if (!m_api->WAPI_PathIsDirectory(path.c_str()))
     {
         VEL_TRACE(VEL_ERR, "%s is not a directory - can't proceed", Utf8(path).c_str());
-        fail(path, ERROR_DIRECTORY);
+        failure.Record(path, ERROR_DIRECTORY);
         return false;
     }
     // A folder's read-only attribute does not protect its entries, as on Windows: it is cleared while the
@@ -129,103 +136,95 @@ bool CVeLDirBasics::DeleteTree(const std::wstring& path, bool removeTop,
     if (readOnly && !m_api->WAPI_SetFileAttributes(path.c_str(), FILE_ATTRIBUTE_NORMAL))
         VEL_TRACE(VEL_ERR, "Resetting file attributs for %s failed: %d", Utf8(path).c_str(),
                   m_api->WAPI_GetLastError());
-
-    WIN32_FIND_DATAW data;
-    HANDLE search = m_api->WAPI_FindFirstFile(Join(path, L"*").c_str(), &data);
-    if (search == INVALID_HANDLE_VALUE)
-    {
-        const DWORD error = m_api->WAPI_GetLastError();
-        if (error != ERROR_FILE_NOT_FOUND)
-        {
-            VEL_TRACE(VEL_ERR, "Finding files or subdirectories failed: %d", error);
-            fail(path, error);
-            return false;
-        }
-    }
-    else
-    {
-        do
-        {
-            if (IsDotEntry(data.cFileName))
-                continue;
-            const std::wstring entry = Join(path, data.cFileName);
-            DWORD attributes = data.dwFileAttributes;
-            if ((attributes & FILE_ATTRIBUTE_DIRECTORY) && !(attributes & FILE_ATTRIBUTE_REPARSE_POINT))
-            {
-                // Read again right before descending: a folder replaced by a link since the listing is
-                // removed as a link, never entered.
-                attributes = m_api->WAPI_GetFileAttributes(entry.c_str());
-                if (attributes == INVALID_FILE_ATTRIBUTES)
-                {
-                    const DWORD error = m_api->WAPI_GetLastError();
-                    VEL_TRACE(VEL_ERR, "Deleting of %s failed: %d", Utf8(entry).c_str(), error);
-                    fail(entry, error);
-                    continue;
-                }
-            }
-            if ((attributes & FILE_ATTRIBUTE_DIRECTORY) && !(attributes & FILE_ATTRIBUTE_REPARSE_POINT))
-            {
-                CVeLFilesystemError nested;
-                if (!DeleteTree(entry, true, nested) && complete)
-                {
-                    firstError = nested;
-                    complete = false;
-                }
-            }
-            else if (attributes & FILE_ATTRIBUTE_REPARSE_POINT)
-                RemoveLink(entry, attributes, fail);
-            else
-            {
-                if (!m_api->WAPI_SetFileAttributes(entry.c_str(), FILE_ATTRIBUTE_NORMAL))
-                {
-                    VEL_TRACE(VEL_ERR, "Resetting file attributs for %s failed: %d", Utf8(entry).c_str(),
-                              m_api->WAPI_GetLastError());
-                }
-                if (!m_api->WAPI_DeleteFile(entry.c_str()))
-                {
-                    const DWORD error = m_api->WAPI_GetLastError();
-                    VEL_TRACE(VEL_ERR, "Deleting of %s failed: %d", Utf8(entry).c_str(), error);
-                    fail(entry, error);
-                }
-            }
-        } while (m_api->WAPI_FindNextFile(search, &data));
-        m_api->WAPI_FindClose(search);
-    }
-
-    if (!complete || !removeTop)
+    if (!DeleteEntries(path, failure))
+        return false;
+    if (!failure.complete || !removeTop)
     {
         if (readOnly && !removeTop)
             m_api->WAPI_SetFileAttributes(path.c_str(), ownAttributes);
-        return complete;
+        return failure.complete;
     }
     DWORD error = 0;
     if (!RemoveEmptiedDirectory(path, error))
     {
-        fail(path, error);
+        failure.Record(path, error);
         return false;
     }
     return true;
 }
 
-template <typename Fail>
-void CVeLDirBasics::RemoveLink(const std::wstring& entry, DWORD attributes, Fail& fail) const
+bool CVeLDirBasics::DeleteEntries(const std::wstring& path, FirstFailure& failure) const
 {
-    // A link is removed as a link; its target is never touched, not even its attributes.
-    if (attributes & FILE_ATTRIBUTE_DIRECTORY)
-    {
-        if (!m_api->WAPI_RemoveDirectory(entry.c_str()))
-        {
-            const DWORD error = m_api->WAPI_GetLastError();
-            VEL_TRACE(VEL_ERR, "Deleting of %s (Link) failed: %d", Utf8(entry).c_str(), error);
-            fail(entry, error);
-        }
-    }
-    else if (!m_api->WAPI_DeleteFile(entry.c_str()))
+    WIN32_FIND_DATAW data;
+    HANDLE search = m_api->WAPI_FindFirstFile(Join(path, L"*").c_str(), &data);
+    if (search == INVALID_HANDLE_VALUE)
     {
         const DWORD error = m_api->WAPI_GetLastError();
-        VEL_TRACE(VEL_ERR, "Deleting of %s failed: %d", Utf8(entry).c_str(), error);
-        fail(entry, error);
+        if (error == ERROR_FILE_NOT_FOUND)
+            return true;
+        VEL_TRACE(VEL_ERR, "Finding files or subdirectories failed: %d", error);
+        failure.Record(path, error);
+        return false;
     }
+    do
+    {
+        if (!IsDotEntry(data.cFileName))
+            DeleteEntry(Join(path, data.cFileName), data.dwFileAttributes, failure);
+    } while (m_api->WAPI_FindNextFile(search, &data));
+    m_api->WAPI_FindClose(search);
+    return true;
+}
+
+void CVeLDirBasics::DeleteEntry(const std::wstring& entry, DWORD attributes, FirstFailure& failure) const
+{
+    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) && !(attributes & FILE_ATTRIBUTE_REPARSE_POINT))
+    {
+        // Read again right before descending: a folder replaced by a link since the listing is removed as
+        // a link, never entered.
+        attributes = m_api->WAPI_GetFileAttributes(entry.c_str());
+        if (attributes == INVALID_FILE_ATTRIBUTES)
+        {
+            const DWORD error = m_api->WAPI_GetLastError();
+            VEL_TRACE(VEL_ERR, "Deleting of %s failed: %d", Utf8(entry).c_str(), error);
+            failure.Record(entry, error);
+            return;
+        }
+    }
+    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) && !(attributes & FILE_ATTRIBUTE_REPARSE_POINT))
+    {
+        CVeLFilesystemError nested;
+        if (!DeleteTree(entry, true, nested))
+            failure.Adopt(nested);
+    }
+    else if (attributes & FILE_ATTRIBUTE_REPARSE_POINT)
+        RemoveLink(entry, attributes, failure);
+    else
+    {
+        if (!m_api->WAPI_SetFileAttributes(entry.c_str(), FILE_ATTRIBUTE_NORMAL))
+            VEL_TRACE(VEL_ERR, "Resetting file attributs for %s failed: %d", Utf8(entry).c_str(),
+                      m_api->WAPI_GetLastError());
+        if (!m_api->WAPI_DeleteFile(entry.c_str()))
+        {
+            const DWORD error = m_api->WAPI_GetLastError();
+            VEL_TRACE(VEL_ERR, "Deleting of %s failed: %d", Utf8(entry).c_str(), error);
+            failure.Record(entry, error);
+        }
+    }
+}
+
+void CVeLDirBasics::RemoveLink(const std::wstring& entry, DWORD attributes, FirstFailure& failure) const
+{
+    // A link is removed as a link; its target is never touched, not even its attributes.
+    const bool removed = (attributes & FILE_ATTRIBUTE_DIRECTORY) ? m_api->WAPI_RemoveDirectory(entry.c_str())
+                                                                 : m_api->WAPI_DeleteFile(entry.c_str());
+    if (removed)
+        return;
+    const DWORD error = m_api->WAPI_GetLastError();
+    if (attributes & FILE_ATTRIBUTE_DIRECTORY)
+        VEL_TRACE(VEL_ERR, "Deleting of %s (Link) failed: %d", Utf8(entry).c_str(), error);
+    else
+        VEL_TRACE(VEL_ERR, "Deleting of %s failed: %d", Utf8(entry).c_str(), error);
+    failure.Record(entry, error);
 }
 
 bool CVeLDirBasics::RemoveEmptiedDirectory(const std::wstring& path, DWORD& error) const

@@ -33,15 +33,13 @@ public:
     CVeLDirBasics(std::shared_ptr<IVeLWinAPIWrapper> api, std::shared_ptr<IVeLWaitHelper> waitHelper);
     ~CVeLDirBasics() override;
 
-    // Status neither error nor not found. An exception: "boost::filesystem::exists (%s) failed with
-    // exception: %s", false.
+    // Status neither error nor not found; false when the status cannot be read.
     bool Exists(const boost::filesystem::path& path) const override;
-    // An exception (parent missing, no permission, a file in the way): "boost::filesystem::create_directory
-    // (%s) failed with exception: %s", false. An existing directory also answers true.
+    // Fails for a missing parent, no permission or a file in the way. An existing directory also answers
+    // true.
     bool CreateDirectory(const boost::filesystem::path& path) const override;
-    // Not a directory: "%s is not a directory - can't proceed". The entries' failures are traced as they
-    // happen ("Deleting of %s failed: %d", "Deleting of %s (Link) failed: %d", "Finding files or
-    // subdirectories failed: %d"); then the waiting removal of the emptied directory.
+    // Fails for what is not a directory. Each entry that can't be removed is traced as it happens and the
+    // rest still goes; then the waiting removal of the emptied directory.
     CVeLResult<CVeLFilesystemError> RemoveDirectory(const boost::filesystem::path& path) const override;
     CVeLResult<CVeLFilesystemError>
     RemoveDirectoryContents(const boost::filesystem::path& path) const override;
@@ -53,25 +51,36 @@ public:
     bool IsRegularFile(const boost::filesystem::path& path) const override;
     bool IsOther(const boost::filesystem::path& path) const override;
     bool IsSymlink(const boost::filesystem::path& path) const override;
-    // "Exception occured - Can't create directory iterator for %s" and the end iterator on failure.
+    // The end iterator on failure.
     boost::filesystem::directory_iterator
     CreateDirectoryIterator(const boost::filesystem::path& path) const override;
 
     // Removes a directory that is being emptied by others (files whose last handles are still being
     // closed): polls up to 1000 times, 50 ms apart, until it reads empty, then resets its attributes to
-    // normal and removes it. Still full: "Directory %s is not empty - can't remove" (WRN on each wait);
-    // missing facade or wait helper: "Invalid initialization". False on failure, with the system error
-    // code in error.
+    // normal and removes it (each wait traced at WRN). False on failure, with the system error code in
+    // error.
     bool RemoveEmptiedDirectory(const std::wstring& path, DWORD& error) const;
 
 private:
+    // The first failure of one tree deletion (later ones are only traced) and whether any happened.
+    struct FirstFailure
+    {
+        CVeLFilesystemError& error;
+        bool complete = true;
+        void Record(const std::wstring& element, DWORD code);
+        void Adopt(const CVeLFilesystemError& nested);
+    };
+
     // The tree deletion: the entries of path, then path itself when removeTop is set. Records the first
     // failure in firstError; answers whether everything asked for was removed.
     bool DeleteTree(const std::wstring& path, bool removeTop, CVeLFilesystemError& firstError) const;
+    // Deletes every entry of path; false only when the entries cannot be listed.
+    bool DeleteEntries(const std::wstring& path, FirstFailure& failure) const;
+    // Deletes one entry found with attributes: a folder as a tree, a link as a link, else as a file.
+    void DeleteEntry(const std::wstring& entry, DWORD attributes, FirstFailure& failure) const;
+    // Removes the link at entry as a link.
+    void RemoveLink(const std::wstring& entry, DWORD attributes, FirstFailure& failure) const;
     CVeLResult<CVeLFilesystemError> RemoveTree(const boost::filesystem::path& path, bool removeTop) const;
-    // Removes the link at entry as a link; failures go to fail(entry, error).
-    template <typename Fail>
-    void RemoveLink(const std::wstring& entry, DWORD attributes, Fail& fail) const;
 
     std::shared_ptr<IVeLWinAPIWrapper> m_api;
     std::shared_ptr<IVeLWaitHelper> m_waitHelper;

@@ -2,15 +2,7 @@
 #include "korutilitesbtracedef.h"
 #include "veldirectorypackerimpl.h"
 #include "velwinapiwrapper.h"
-
-// One line per forward; a missing implementation is traced.
-#define VEL_PACK_FORWARD(call)                                                                               \
-    if (!m_impl)                                                                                             \
-    {                                                                                                        \
-        VEL_TRACE(VEL_ERR, "Can't access impl!");                                                            \
-        return CVeLResult<CVeLFilesystemError>();                                                            \
-    }                                                                                                        \
-    return m_impl->call
+#include "velcalltrace.h"
 
 CVeLDirectoryPacker::CVeLDirectoryPacker() : CVeLDirectoryPacker(std::make_shared<CVeLWinAPIWrapper>()) {}
 
@@ -24,17 +16,17 @@ CVeLDirectoryPacker::~CVeLDirectoryPacker() = default;
 CVeLResult<CVeLFilesystemError> CVeLDirectoryPacker::Pack(const boost::filesystem::path& folder,
                                                           const boost::filesystem::path& archive) const
 {
-    VEL_PACK_FORWARD(Pack(folder, archive));
+    return VEL_FORWARD(m_impl, Pack(folder, archive));
 }
 
 CVeLResult<CVeLFilesystemError> CVeLDirectoryPacker::Unpack(const boost::filesystem::path& archive,
                                                             const boost::filesystem::path& destination) const
 {
-    VEL_PACK_FORWARD(Unpack(archive, destination));
+    return VEL_FORWARD(m_impl, Unpack(archive, destination));
 }
 
 CVeLResult<CVeLFilesystemError> CVeLDirectoryPacker::List(const boost::filesystem::path& archive,
                                                           std::vector<CVeLPackEntry>& entries) const
 {
-    VEL_PACK_FORWARD(List(archive, entries));
+    return VEL_FORWARD(m_impl, List(archive, entries));
 }

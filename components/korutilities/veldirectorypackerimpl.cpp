@@ -603,6 +603,204 @@ Result ExtractFile(unzFile unzip, const std::shared_ptr<IVeLWinAPIWrapper>& api,
     return Success();
 }
 
+// A folder that can be packed: not a link, and a folder.
+Result CheckPackSource(const fs::path& folder)
+{
+    boost::system::error_code error;
+    const fs::file_status status = fs::symlink_status(folder, error);
+    if (fs::is_symlink(status))
+    {
+        VEL_TRACE(VEL_ERR, "Link detected at %s, pack refused!", Utf8(folder).c_str());
+        return Result(false, CVeLFilesystemError(true));
+    }
+    if (!fs::is_directory(status))
+    {
+        VEL_TRACE(VEL_ERR, "%s is not a folder, pack refused!", Utf8(folder).c_str());
+        return Failure(folder, fs::exists(status) ? ERROR_DIRECTORY : ERROR_PATH_NOT_FOUND);
+    }
+    return Success();
+}
+
+// Deflates the files of a tree on threads of their own, at most twice as many in flight as there are
+// processors, and writes the entries to the archive in tree order; a file too large to hold in memory is
+// streamed once everything before it is written. The first failure is kept and ends the writing.
+class ParallelZipWriter
+{
+public:
+    ParallelZipWriter(zipFile zip, std::shared_ptr<IVeLWinAPIWrapper> api, const fs::path& archive)
+        : m_zip(zip), m_api(std::move(api)), m_archive(archive)
+    {
+    }
+    ~ParallelZipWriter() { Drain(); }
+
+    const Result& Outcome() const { return m_result; }
+
+    void Add(const TreeEntry& entry)
+    {
+        if (!entry.folder && entry.size > kWholeFileLimit)
+        {
+            Drain();
+            if (m_result.IsSuccess())
+                m_result = StreamLargeFile(m_zip, m_api, entry, m_archive);
+            return;
+        }
+        Job job{&entry, {}};
+        if (!entry.folder)
+            job.deflated = std::async(std::launch::async, DeflateFile, m_api, entry.full, entry.size);
+        m_pending.push_back(std::move(job));
+        if (m_pending.size() >= 2 * m_threads)
+            WriteOldest();
+    }
+    void Drain()
+    {
+        while (!m_pending.empty())
+            WriteOldest();
+    }
+
+private:
+    struct Job
+    {
+        const TreeEntry* entry;
+        std::future<Deflated> deflated; // not valid for folders
+    };
+
+    void WriteOldest()
+    {
+        Job job = std::move(m_pending.front());
+        m_pending.pop_front();
+        if (!job.deflated.valid())
+        {
+            if (m_result.IsSuccess() &&
+                (!OpenEntry(m_zip, *job.entry, false) || zipCloseFileInZip(m_zip) != ZIP_OK))
+                m_result = Failure(m_archive, ERROR_WRITE_FAULT);
+            return;
+        }
+        const Deflated deflated = job.deflated.get();
+        if (!m_result.IsSuccess())
+            return;
+        if (deflated.error != 0)
+        {
+            VEL_TRACE(VEL_ERR, "Reading %s for packing failed (error code: %d)!",
+                      Utf8(job.entry->full).c_str(), deflated.error);
+            m_result = Failure(job.entry->full, static_cast<LONG>(deflated.error));
+            return;
+        }
+        if (!OpenEntry(m_zip, *job.entry, true) ||
+            zipWriteInFileInZip(m_zip, deflated.data.data(), static_cast<unsigned>(deflated.data.size())) !=
+                ZIP_OK ||
+            zipCloseFileInZipRaw64(m_zip, deflated.size, deflated.crc) != ZIP_OK)
+            m_result = Failure(m_archive, ERROR_WRITE_FAULT);
+    }
+
+    zipFile m_zip;
+    std::shared_ptr<IVeLWinAPIWrapper> m_api;
+    const fs::path& m_archive;
+    const unsigned m_threads = std::max(1u, std::min(std::thread::hardware_concurrency(), 16u));
+    std::deque<Job> m_pending;
+    Result m_result = Success();
+};
+
+// Every name of the archive is checked before anything is written; the elements of each go to elements.
+Result CheckUnpackNames(const fs::path& archive, const std::vector<ArchiveEntry>& entries,
+                        std::vector<std::vector<std::string>>& elements)
+{
+    elements.assign(entries.size(), {});
+    for (std::size_t i = 0; i < entries.size(); ++i)
+    {
+        if (entries[i].link || !SafeElements(entries[i].name, elements[i]))
+        {
+            VEL_TRACE(VEL_ERR, "Archive %s holds the unsafe entry \"%s\", unpack refused!",
+                      Utf8(archive).c_str(), entries[i].name.c_str());
+            return Failure(ToPath(entries[i].name), ERROR_BAD_PATHNAME);
+        }
+    }
+    return Success();
+}
+
+// The destination is not a link; a missing one is created (and noted, so that a failure removes it).
+Result PrepareDestination(const fs::path& destination, UnpackWork& work)
+{
+    boost::system::error_code error;
+    const fs::file_status status = fs::symlink_status(destination, error);
+    if (fs::is_symlink(status))
+    {
+        VEL_TRACE(VEL_ERR, "Link detected at %s, unpack refused!", Utf8(destination).c_str());
+        return Result(false, CVeLFilesystemError(true));
+    }
+    if (fs::exists(status))
+        return Success();
+    if (!fs::create_directories(destination, error) || error)
+    {
+        VEL_TRACE(VEL_ERR, "Creating folder %s failed (error code: %d)!", Utf8(destination).c_str(),
+                  error.value());
+        return Failure(destination, error.value());
+    }
+    work.createdFolders.push_back(destination);
+    return Success();
+}
+
+// Makes the folders and extracts the files of every entry, each file to a temporary name beside its target.
+Result ExtractEntries(unzFile unzip, const std::shared_ptr<IVeLWinAPIWrapper>& api, const fs::path& archive,
+                      const fs::path& destination, const std::vector<ArchiveEntry>& entries,
+                      const std::vector<std::vector<std::string>>& elements, UnpackWork& work)
+{
+    Result result = Success();
+    int position = unzGoToFirstFile(unzip);
+    for (std::size_t i = 0; i < entries.size() && result.IsSuccess(); ++i)
+    {
+        if (position != UNZ_OK)
+            return Failure(archive, ERROR_INVALID_DATA);
+        const bool folder = entries[i].name.back() == '/' || entries[i].name.back() == '\\';
+        const std::vector<std::string>& path = elements[i];
+        result = PrepareFolders(destination, path, folder ? path.size() : path.size() - 1, work);
+        if (result.IsSuccess() && !folder)
+        {
+            fs::path target = destination;
+            for (const std::string& element : path)
+                target /= ToPath(element);
+            result = ExtractFile(unzip, api, entries[i], target, archive, work);
+        }
+        position = unzGoToNextFile(unzip);
+    }
+    return result;
+}
+
+// All entries are complete: renames the extracted files into place. On a failure the files not yet renamed
+// stay listed in work, for the undo.
+Result MoveFinishedIntoPlace(UnpackWork& work)
+{
+    boost::system::error_code error;
+    for (std::size_t i = 0; i < work.finished.size(); ++i)
+    {
+        fs::rename(work.finished[i].first, work.finished[i].second, error);
+        if (error)
+        {
+            VEL_TRACE(VEL_ERR, "Renaming into %s failed (error code: %d)!",
+                      Utf8(work.finished[i].second).c_str(), error.value());
+            const Result failure = Failure(work.finished[i].second, error.value());
+            work.finished.erase(work.finished.begin(),
+                                work.finished.begin() + static_cast<std::ptrdiff_t>(i));
+            return failure;
+        }
+    }
+    return Success();
+}
+
+// Opens the archive and reads its directory, after checking that there is a facade to open it with.
+Result OpenArchive(const std::shared_ptr<IVeLWinAPIWrapper>& api, const fs::path& archive, Archive& opened,
+                   std::vector<ArchiveEntry>& entries)
+{
+    if (!api)
+    {
+        VEL_TRACE(VEL_ERR, "Invalid initialization");
+        return Result();
+    }
+    Result result = opened.Open(archive);
+    if (!result.IsSuccess())
+        return result;
+    return ReadDirectory(opened.Get(), archive, entries);
+}
+
 } // namespace
 
 CVeLDirectoryPackerImpl::CVeLDirectoryPackerImpl(std::shared_ptr<IVeLWinAPIWrapper> api)
@@ -620,18 +818,9 @@ CVeLResult<CVeLFilesystemError> CVeLDirectoryPackerImpl::Pack(const fs::path& fo
         VEL_TRACE(VEL_ERR, "Invalid initialization");
         return Result();
     }
-    boost::system::error_code error;
-    const fs::file_status status = fs::symlink_status(folder, error);
-    if (fs::is_symlink(status))
-    {
-        VEL_TRACE(VEL_ERR, "Link detected at %s, pack refused!", Utf8(folder).c_str());
-        return Result(false, CVeLFilesystemError(true));
-    }
-    if (!fs::is_directory(status))
-    {
-        VEL_TRACE(VEL_ERR, "%s is not a folder, pack refused!", Utf8(folder).c_str());
-        return Failure(folder, fs::exists(status) ? ERROR_DIRECTORY : ERROR_PATH_NOT_FOUND);
-    }
+    Result checked = CheckPackSource(folder);
+    if (!checked.IsSuccess())
+        return checked;
     std::vector<TreeEntry> entries;
     Result collected = CollectTree(folder, std::string(), entries);
     if (!collected.IsSuccess())
@@ -649,65 +838,14 @@ CVeLResult<CVeLFilesystemError> CVeLDirectoryPackerImpl::Pack(const fs::path& fo
     zipFile zip = zipOpen2_64("archive", APPEND_STATUS_CREATE, nullptr, &functions);
     if (zip == nullptr)
         return Failure(archive, ERROR_WRITE_FAULT);
-
-    const unsigned threads = std::max(1u, std::min(std::thread::hardware_concurrency(), 16u));
-    struct Job
-    {
-        const TreeEntry* entry;
-        std::future<Deflated> deflated; // not valid for folders
-    };
-    std::deque<Job> pending;
     Result result = Success();
-    auto writeOldest = [&]()
     {
-        Job job = std::move(pending.front());
-        pending.pop_front();
-        if (!job.deflated.valid())
-        {
-            if (result.IsSuccess() &&
-                (!OpenEntry(zip, *job.entry, false) || zipCloseFileInZip(zip) != ZIP_OK))
-                result = Failure(archive, ERROR_WRITE_FAULT);
-            return;
-        }
-        const Deflated deflated = job.deflated.get();
-        if (!result.IsSuccess())
-            return;
-        if (deflated.error != 0)
-        {
-            VEL_TRACE(VEL_ERR, "Reading %s for packing failed (error code: %d)!",
-                      Utf8(job.entry->full).c_str(), deflated.error);
-            result = Failure(job.entry->full, static_cast<LONG>(deflated.error));
-            return;
-        }
-        if (!OpenEntry(zip, *job.entry, true) ||
-            zipWriteInFileInZip(zip, deflated.data.data(), static_cast<unsigned>(deflated.data.size())) !=
-                ZIP_OK ||
-            zipCloseFileInZipRaw64(zip, deflated.size, deflated.crc) != ZIP_OK)
-            result = Failure(archive, ERROR_WRITE_FAULT);
-    };
-
-    for (const TreeEntry& entry : entries)
-    {
-        if (!result.IsSuccess())
-            break;
-        if (!entry.folder && entry.size > kWholeFileLimit)
-        {
-            while (!pending.empty())
-                writeOldest();
-            if (result.IsSuccess())
-                result = StreamLargeFile(zip, m_api, entry, archive);
-            continue;
-        }
-        Job job{&entry, {}};
-        if (!entry.folder)
-            job.deflated = std::async(std::launch::async, DeflateFile, m_api, entry.full, entry.size);
-        pending.push_back(std::move(job));
-        if (pending.size() >= 2 * threads)
-            writeOldest();
+        ParallelZipWriter writer(zip, m_api, archive);
+        for (std::size_t i = 0; i < entries.size() && writer.Outcome().IsSuccess(); ++i)
+            writer.Add(entries[i]);
+        writer.Drain();
+        result = writer.Outcome();
     }
-    while (!pending.empty())
-        writeOldest();
-
     const bool closed = zipClose(zip, nullptr) == ZIP_OK && !io.Failed();
     if (!result.IsSuccess())
         return result;
@@ -725,17 +863,9 @@ CVeLResult<CVeLFilesystemError> CVeLDirectoryPackerImpl::List(const fs::path& ar
                                                               std::vector<CVeLPackEntry>& entries) const
 {
     entries.clear();
-    if (!m_api)
-    {
-        VEL_TRACE(VEL_ERR, "Invalid initialization");
-        return Result();
-    }
     Archive opened(m_api);
-    Result result = opened.Open(archive);
-    if (!result.IsSuccess())
-        return result;
     std::vector<ArchiveEntry> found;
-    result = ReadDirectory(opened.Get(), archive, found);
+    Result result = OpenArchive(m_api, archive, opened, found);
     if (!result.IsSuccess())
         return result;
     for (const ArchiveEntry& entry : found)
@@ -754,90 +884,28 @@ CVeLResult<CVeLFilesystemError> CVeLDirectoryPackerImpl::List(const fs::path& ar
 CVeLResult<CVeLFilesystemError> CVeLDirectoryPackerImpl::Unpack(const fs::path& archive,
                                                                 const fs::path& destination) const
 {
-    if (!m_api)
-    {
-        VEL_TRACE(VEL_ERR, "Invalid initialization");
-        return Result();
-    }
     Archive opened(m_api);
-    Result result = opened.Open(archive);
-    if (!result.IsSuccess())
-        return result;
     std::vector<ArchiveEntry> entries;
-    result = ReadDirectory(opened.Get(), archive, entries);
+    Result result = OpenArchive(m_api, archive, opened, entries);
     if (!result.IsSuccess())
         return result;
-
-    // Every name is checked before anything is written.
-    std::vector<std::vector<std::string>> elements(entries.size());
-    for (std::size_t i = 0; i < entries.size(); ++i)
-    {
-        if (entries[i].link || !SafeElements(entries[i].name, elements[i]))
-        {
-            VEL_TRACE(VEL_ERR, "Archive %s holds the unsafe entry \"%s\", unpack refused!",
-                      Utf8(archive).c_str(), entries[i].name.c_str());
-            return Failure(ToPath(entries[i].name), ERROR_BAD_PATHNAME);
-        }
-    }
-
+    std::vector<std::vector<std::string>> elements;
+    result = CheckUnpackNames(archive, entries, elements);
+    if (!result.IsSuccess())
+        return result;
     UnpackWork work;
-    boost::system::error_code error;
-    const fs::file_status status = fs::symlink_status(destination, error);
-    if (fs::is_symlink(status))
-    {
-        VEL_TRACE(VEL_ERR, "Link detected at %s, unpack refused!", Utf8(destination).c_str());
-        return Result(false, CVeLFilesystemError(true));
-    }
-    if (!fs::exists(status))
-    {
-        if (!fs::create_directories(destination, error) || error)
-        {
-            VEL_TRACE(VEL_ERR, "Creating folder %s failed (error code: %d)!", Utf8(destination).c_str(),
-                      error.value());
-            return Failure(destination, error.value());
-        }
-        work.createdFolders.push_back(destination);
-    }
-
-    int position = unzGoToFirstFile(opened.Get());
-    for (std::size_t i = 0; i < entries.size() && result.IsSuccess(); ++i)
-    {
-        if (position != UNZ_OK)
-        {
-            result = Failure(archive, ERROR_INVALID_DATA);
-            break;
-        }
-        const bool folder = entries[i].name.back() == '/' || entries[i].name.back() == '\\';
-        const std::vector<std::string>& path = elements[i];
-        result = PrepareFolders(destination, path, folder ? path.size() : path.size() - 1, work);
-        if (result.IsSuccess() && !folder)
-        {
-            fs::path target = destination;
-            for (const std::string& element : path)
-                target /= ToPath(element);
-            result = ExtractFile(opened.Get(), m_api, entries[i], target, archive, work);
-        }
-        position = unzGoToNextFile(opened.Get());
-    }
-
-    // All entries are complete: put the files in place.
-    for (std::size_t i = 0; result.IsSuccess() && i < work.finished.size(); ++i)
-    {
-        fs::rename(work.finished[i].first, work.finished[i].second, error);
-        if (error)
-        {
-            VEL_TRACE(VEL_ERR, "Renaming into %s failed (error code: %d)!",
-                      Utf8(work.finished[i].second).c_str(), error.value());
-            result = Failure(work.finished[i].second, error.value());
-            work.finished.erase(work.finished.begin(),
-                                work.finished.begin() + static_cast<std::ptrdiff_t>(i));
-        }
-    }
+    result = PrepareDestination(destination, work);
+    if (!result.IsSuccess())
+        return result;
+    result = ExtractEntries(opened.Get(), m_api, archive, destination, entries, elements, work);
+    if (result.IsSuccess())
+        result = MoveFinishedIntoPlace(work);
     if (!result.IsSuccess())
     {
         work.Undo(m_api);
         return result;
     }
+    boost::system::error_code error;
     for (const auto& time : work.times)
         fs::last_write_time(time.first, time.second, error);
     return Success();

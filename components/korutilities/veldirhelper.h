@@ -1,8 +1,8 @@
 // CVeLDirHelper: the library's operations on one directory (create, remove with waiting, remove all
 // contents, delete files by mask, copy, listings by regular expression). Owns its CVeLDirHelperImpl and
 // forwards every call to it; see veldirhelperimpl.h for the decisions on patterns, links and network
-// paths. Not copyable; used by one thread at a time. Every failure is traced and answered with false or a
-// failed result; nothing throws. When the implementation is missing a call traces "Can't access impl!".
+// paths. Not copyable; used by one thread at a time. Every failure is traced at ERR and answered with false
+// or a failed result; nothing throws.
 #pragma once
 
 #include "iveldirbasics.h"
@@ -22,46 +22,38 @@ public:
     // With the default facade, directory basics and file basics. The flag is stored with the path; Reset
     // replaces both.
     CVeLDirHelper(boost::filesystem::path path, bool flag);
-    // A missing collaborator is traced ("Can't access WinAPI", "Can't access DirBasics", "Can't access
-    // FileBasics") and makes the operations that need it fail.
+    // A missing collaborator is traced and makes the operations that need it fail.
     CVeLDirHelper(std::shared_ptr<IVeLWinAPIWrapper> api, std::shared_ptr<IVeLDirBasics> dirBasics,
                   std::shared_ptr<IVeLFileBasics> fileBasics, boost::filesystem::path path, bool flag);
     ~CVeLDirHelper() override;
 
     boost::filesystem::path GetPath() override;
-    // Creates the directory and its missing parents; an existing directory succeeds. Something else at
-    // the path: "A file system object '%s' already exists, but is not a directory - can't create or
-    // replace"; a level that can't be made: "Can't create directory at %s!"; with networkPath, an
-    // unreachable share: "Couldn't access network path %s!". Every failure ends with "Can't create
-    // directory %s".
+    // Creates the directory and its missing parents; an existing directory succeeds. Fails for something
+    // else at the path, a level that can't be made and, with networkPath, an unreachable share.
     bool Create(bool networkPath) const override;
     // Removes the tree and the directory, never following links; waits up to 50 s for the directory to
-    // read empty. No directory: "No directory element found at %s!"; otherwise "Remove failed for %s!"
-    // and the failing element with its system error code in the result.
+    // read empty. A failure names the failing element with its system error code in the result.
     CVeLResult<CVeLFilesystemError> Remove() override;
-    // Removes everything inside and keeps the directory. Missing: "Directory %s does not exists!";
-    // failure: "RemoveSiblings failed for %s!".
+    // Removes everything inside and keeps the directory; a missing directory fails.
     CVeLResult<CVeLFilesystemError> RemoveSiblings() override;
-    // RemoveSiblings, then true only when the directory reads empty ("Not all siblings removed").
+    // RemoveSiblings, then true only when the directory reads empty.
     bool RemoveSiblingsAndCheck() const override;
     // Removes the files whose names match mask (read-only ones too). An invalid mask fails; each file
-    // that can't be removed is traced "ApplyElementTask failed!" and makes the call fail.
+    // that can't be removed is traced and makes the call fail.
     bool RemoveFileSiblings(const std::wstring& mask, bool recursive) const override;
     bool Exists() const override;
     bool IsDirectory() const override;
     // The directory has at least one entry.
     bool HasSiblings() const override;
     // Copies the files of the tree whose names match mask to the same places below destination, each
-    // with CVeLFileHelper::Copy. Missing source: "Directory does not exist. Nothing to copy!"; invalid
-    // mask: "error creating the TOC!"; a file that fails: "ApplyElementTask failed!".
+    // with CVeLFileHelper::Copy. A missing source, an invalid mask and each file that fails are traced.
     bool Copy(const boost::filesystem::path& destination, const std::wstring& mask) const override;
     // Copies every file.
     bool Copy(const boost::filesystem::path& destination) const override;
     // All files of the tree.
     bool GetTOC(std::vector<boost::filesystem::path>& files) const override;
-    // Files whose names match regex, in this directory or, with recursive, the whole tree. Invalid
-    // pattern: "%s is not a valid regular expression: %s"; unreadable directory: "Can't Iterate over
-    // folder".
+    // Files whose names match regex, in this directory or, with recursive, the whole tree. An invalid
+    // pattern and an unreadable directory fail.
     bool GetTOCByRegExp(std::vector<boost::filesystem::path>& files, const std::wstring& regex,
                         bool recursive) override;
     // Sub-directories whose names match regex; failures as GetTOCByRegExp.

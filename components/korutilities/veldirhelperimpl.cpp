@@ -300,6 +300,31 @@ bool CVeLDirHelperImpl::GetDirListByRegExp(std::vector<fs::path>& directories, c
     return List(directories, regex, recursive, true);
 }
 
+namespace
+{
+
+// The pattern as a regular expression over wide names; false (traced) when it is not one.
+bool CompilePattern(const std::wstring& pattern, std::wregex& regex)
+{
+    try
+    {
+        regex.assign(pattern);
+        return true;
+    }
+    catch (const std::regex_error& e)
+    {
+        VEL_TRACE(VEL_ERR, "%s is not a valid regular expression: %s",
+                  CVeLStringConverter::ConvertStdWStringToStdString(pattern).c_str(), e.what());
+    }
+    catch (...)
+    {
+        VEL_TRACE(VEL_ERR, "init regualr expression failed");
+    }
+    return false;
+}
+
+} // namespace
+
 bool CVeLDirHelperImpl::List(std::vector<fs::path>& found, const std::wstring& pattern, bool recursive,
                              bool directories) const
 {
@@ -307,62 +332,19 @@ bool CVeLDirHelperImpl::List(std::vector<fs::path>& found, const std::wstring& p
     if (!HasDirBasics())
         return false;
     std::wregex regex;
-    try
-    {
-        regex.assign(pattern);
-    }
-    catch (const std::regex_error& e)
-    {
-        VEL_TRACE(VEL_ERR, "%s is not a valid regular expression: %s",
-                  CVeLStringConverter::ConvertStdWStringToStdString(pattern).c_str(), e.what());
+    if (!CompilePattern(pattern, regex))
         return false;
-    }
-    catch (...)
-    {
-        VEL_TRACE(VEL_ERR, "init regualr expression failed");
-        return false;
-    }
     if (!m_dirBasics->Exists(m_path) || !m_dirBasics->IsDirectory(m_path))
     {
         VEL_TRACE(VEL_ERR, "Can't Iterate over folder");
         return false;
     }
-
     std::vector<fs::path> pending{m_path};
     while (!pending.empty())
     {
         const fs::path folder = std::move(pending.back());
         pending.pop_back();
-        boost::system::error_code error;
-        fs::directory_iterator it = m_dirBasics->CreateDirectoryIterator(folder);
-        // The basics answer an end iterator also for a folder they could not open; only a folder that
-        // reads empty is empty, or the listing would silently miss what lies below it.
-        if (it == fs::directory_iterator() && !IsEmptyFolder(folder))
-        {
-            VEL_TRACE(VEL_ERR, "Can't Iterate over folder");
-            return false;
-        }
-        for (fs::directory_iterator end; it != end; it.increment(error))
-        {
-            if (error)
-                break;
-            const fs::path& entry = it->path();
-            const fs::file_type ownType = it->symlink_status(error).type();
-            if (error)
-                break;
-            const bool isDirectory = ownType == fs::directory_file;
-            if (isDirectory && recursive)
-                pending.push_back(entry);
-            bool candidate = isDirectory;
-            if (!directories)
-            {
-                boost::system::error_code targetError; // a dangling link is simply no file
-                candidate = !isDirectory && it->status(targetError).type() == fs::regular_file;
-            }
-            if (candidate && std::regex_match(CVeLPathConverter::ToWide(entry.filename()), regex))
-                found.push_back(entry);
-        }
-        if (error)
+        if (!ListFolder(folder, regex, recursive, directories, pending, found))
         {
             VEL_TRACE(VEL_ERR, "Can't Iterate over folder");
             return false;
@@ -373,6 +355,39 @@ bool CVeLDirHelperImpl::List(std::vector<fs::path>& found, const std::wstring& p
     else
         VEL_TRACE(VEL_DBG1, "%d Files found at %s", static_cast<int>(found.size()), Utf8(m_path).c_str());
     return true;
+}
+
+bool CVeLDirHelperImpl::ListFolder(const fs::path& folder, const std::wregex& regex, bool recursive,
+                                   bool directories, std::vector<fs::path>& pending,
+                                   std::vector<fs::path>& found) const
+{
+    boost::system::error_code error;
+    fs::directory_iterator it = m_dirBasics->CreateDirectoryIterator(folder);
+    // The basics answer an end iterator also for a folder they could not open; only a folder that reads
+    // empty is empty, or the listing would silently miss what lies below it.
+    if (it == fs::directory_iterator() && !IsEmptyFolder(folder))
+        return false;
+    for (fs::directory_iterator end; it != end; it.increment(error))
+    {
+        if (error)
+            break;
+        const fs::path& entry = it->path();
+        const fs::file_type ownType = it->symlink_status(error).type();
+        if (error)
+            break;
+        const bool isDirectory = ownType == fs::directory_file;
+        if (isDirectory && recursive)
+            pending.push_back(entry);
+        bool candidate = isDirectory;
+        if (!directories)
+        {
+            boost::system::error_code targetError; // a dangling link is simply no file
+            candidate = !isDirectory && it->status(targetError).type() == fs::regular_file;
+        }
+        if (candidate && std::regex_match(CVeLPathConverter::ToWide(entry.filename()), regex))
+            found.push_back(entry);
+    }
+    return !error;
 }
 
 bool CVeLDirHelperImpl::IsEmptyFolder(const fs::path& folder) const

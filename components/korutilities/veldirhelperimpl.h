@@ -13,12 +13,12 @@
 // - The bool of RemoveFileSiblings chooses recursion into sub-directories, as for the listings.
 // - Create(true) treats a path that begins with two separators ("//server/share/..." or
 //   "\\server\share\...") as a network path: its share root (server and share) must exist as a directory,
-//   or the call fails with "Couldn't access network path %s!"; the levels below the share are then created
+//   or the call fails; the levels below the share are then created
 //   one by one. Other paths, and every path with Create(false), are created level by level from the root.
 // - Remove and RemoveSiblings refuse a path that is itself a symbolic link to a directory (a failed result
 //   with the link-detected flag), since removing through it would empty the link's target.
-// - A listing (and so Copy) fails with "Can't Iterate over folder" when any folder of the tree can't be
-//   opened or read: an incomplete listing is never reported as complete.
+// - A listing (and so Copy) fails when any folder of the tree can't be opened or read: an incomplete
+//   listing is never reported as complete.
 // - Names are reproduced byte for byte: a copy's target paths are the source paths' native text below the
 //   destination, and every facade call reaches the file through the lossless name mapping of
 //   CVeLPathConverter, so a name holding "\", ".." text or bytes that are not UTF-8 stays one element of
@@ -33,6 +33,7 @@
 #include "ivelwinapiwrapper.h"
 
 #include <memory>
+#include <regex>
 
 class CVeLDirHelperImpl : public IVeLDirHelper
 {
@@ -67,6 +68,11 @@ private:
     // Files (or, with directories set, sub-directories) whose names match pattern.
     bool List(std::vector<boost::filesystem::path>& found, const std::wstring& pattern, bool recursive,
               bool directories) const;
+    // Lists one folder: matching entries to found, sub-folders to pending when recursive; false when it
+    // cannot be read.
+    bool ListFolder(const boost::filesystem::path& folder, const std::wregex& regex, bool recursive,
+                    bool directories, std::vector<boost::filesystem::path>& pending,
+                    std::vector<boost::filesystem::path>& found) const;
     // Creates each missing level of path below start (an existing prefix of it).
     bool CreateLevels(const boost::filesystem::path& start, const boost::filesystem::path& rest) const;
     bool CreatePlain() const;

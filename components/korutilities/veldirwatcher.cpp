@@ -3,15 +3,7 @@
 #include "veldirwatcherimpl.h"
 #include "velwaithelper.h"
 #include "velwinapiwrapper.h"
-
-// Each public call forwards to the implementation, or traces at WRN and answers the failure value.
-#define VEL_DIRWATCHER_FORWARD(call, failure)                                                                \
-    if (!m_impl)                                                                                             \
-    {                                                                                                        \
-        VEL_TRACE(VEL_WRN, "dirWatcherImpl is not valid");                                                   \
-        return failure;                                                                                      \
-    }                                                                                                        \
-    return m_impl->call
+#include "velcalltrace.h"
 
 CVeLDirWatcher::CVeLDirWatcher()
     : m_impl(new CVeLDirWatcherImpl(std::make_shared<CVeLWinAPIWrapper>(),
@@ -35,25 +27,26 @@ CVeLDirWatcher::~CVeLDirWatcher() {}
 bool CVeLDirWatcher::Start(const boost::filesystem::path& folder, bool subtree, unsigned int changes,
                            DirChangeCallback callback)
 {
-    VEL_DIRWATCHER_FORWARD(Start(folder, subtree, changes, std::move(callback)), false);
+    return VEL_FORWARD_TRACING(m_impl, VEL_WRN, "dirWatcherImpl is not valid",
+                               Start(folder, subtree, changes, std::move(callback)));
 }
 
 bool CVeLDirWatcher::Stop(DWORD timeout)
 {
-    VEL_DIRWATCHER_FORWARD(Stop(timeout), false);
+    return VEL_FORWARD_TRACING(m_impl, VEL_WRN, "dirWatcherImpl is not valid", Stop(timeout));
 }
 
 bool CVeLDirWatcher::IsRunning() const
 {
-    VEL_DIRWATCHER_FORWARD(IsRunning(), false);
+    return VEL_FORWARD_TRACING(m_impl, VEL_WRN, "dirWatcherImpl is not valid", IsRunning());
 }
 
 DirWatchEndEnum CVeLDirWatcher::GetEndReason() const
 {
-    VEL_DIRWATCHER_FORWARD(GetEndReason(), DirWatchNotEnded);
+    return VEL_FORWARD_TRACING(m_impl, VEL_WRN, "dirWatcherImpl is not valid", GetEndReason());
 }
 
 DWORD CVeLDirWatcher::GetEndError() const
 {
-    VEL_DIRWATCHER_FORWARD(GetEndError(), 0);
+    return VEL_FORWARD_TRACING(m_impl, VEL_WRN, "dirWatcherImpl is not valid", GetEndError());
 }

@@ -6,7 +6,7 @@
 // its thread, so the callback never runs after the destructor returns. The waiting service is injected
 // so that a test can replace it. Any thread may call it; not copyable. Every failure is traced and
 // answered with false; nothing throws. Without an implementation (a null facade or wait helper at
-// construction) every call traces "dirWatcherImpl is not valid" and fails.
+// construction) every call is traced at WRN and fails.
 #pragma once
 
 #include "iveldirwatcher.h"

@@ -1,5 +1,6 @@
 #include "velencryptionhandler.h"
 #include "korutilitesbtracedef.h"
+#include "velcalltrace.h"
 #include "velencryptionhandlerimpl.h"
 #include "velwinapiwrapper.h"
 
@@ -22,40 +23,20 @@ CVeLEncryptionHandler::~CVeLEncryptionHandler() {}
 
 CVeLResult<CVeLByteArray> CVeLEncryptionHandler::EncryptBytes(unsigned char* const data, ULONG size) const
 {
-    if (!m_impl)
-    {
-        VEL_TRACE(VEL_ERR, "Invalid initialization");
-        return CVeLResult<CVeLByteArray>();
-    }
-    return m_impl->EncryptBytes(data, size);
+    return VEL_FORWARD_TRACING(m_impl, VEL_ERR, "Invalid initialization", EncryptBytes(data, size));
 }
 
 CVeLResult<CVeLByteArray> CVeLEncryptionHandler::EncryptBytes(const CVeLByteArray& data) const
 {
-    if (!m_impl)
-    {
-        VEL_TRACE(VEL_ERR, "Invalid initialization");
-        return CVeLResult<CVeLByteArray>();
-    }
-    return m_impl->EncryptBytes(data);
+    return VEL_FORWARD_TRACING(m_impl, VEL_ERR, "Invalid initialization", EncryptBytes(data));
 }
 
 CVeLResult<CVeLByteArray> CVeLEncryptionHandler::DecryptBytes(unsigned char* const data, ULONG size) const
 {
-    if (!m_impl)
-    {
-        VEL_TRACE(VEL_ERR, "Invalid initialization");
-        return CVeLResult<CVeLByteArray>();
-    }
-    return m_impl->DecryptBytes(data, size);
+    return VEL_FORWARD_TRACING(m_impl, VEL_ERR, "Invalid initialization", DecryptBytes(data, size));
 }
 
 CVeLResult<CVeLByteArray> CVeLEncryptionHandler::DecryptBytes(const CVeLByteArray& data) const
 {
-    if (!m_impl)
-    {
-        VEL_TRACE(VEL_ERR, "Invalid initialization");
-        return CVeLResult<CVeLByteArray>();
-    }
-    return m_impl->DecryptBytes(data);
+    return VEL_FORWARD_TRACING(m_impl, VEL_ERR, "Invalid initialization", DecryptBytes(data));
 }

@@ -1,7 +1,7 @@
 // CVeLEncryptionHandler: the public AES-CBC encryption of byte buffers (see CVeLEncryptionHandlerImpl for
 // the key rules, the buffer format and threading). Builds its implementation over a new default
 // operating-system facade and owns it for its whole life; every operation forwards to it. A failed
-// construction is only traced; the operations then fail with "Invalid initialization".
+// construction is only traced; the operations then fail.
 #pragma once
 
 #include "korutilities_export.h"

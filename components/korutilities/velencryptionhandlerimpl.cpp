@@ -1,5 +1,6 @@
 #include "velencryptionhandlerimpl.h"
 #include "korutilitesbtracedef.h"
+#include "velcalltrace.h"
 #include "velstringconverter.h"
 
 #include <algorithm>
@@ -81,30 +82,18 @@ void CVeLEncryptionHandlerImpl::Initialize(unsigned char* key, ULONG keySize)
     status = m_api->WAPI_BCryptSetProperty(m_cryptoProvider, BCRYPT_CHAINING_MODE,
                                            reinterpret_cast<PUCHAR>(const_cast<WCHAR*>(kChainingMode)),
                                            static_cast<ULONG>(sizeof(kChainingMode)), 0);
-    if (!status.IsSuccess())
-    {
-        VEL_TRACE(VEL_ERR, "Setting chaining mode failed, error code: 0x%08X", status.GetValue());
-        return;
-    }
+    VEL_RETURN_IF_STATUS_FAILED(status, , VEL_ERR, "Setting chaining mode failed, error code: 0x%08X");
     ULONG blockLength = 0;
     ULONG resultLength = 0;
     status = m_api->WAPI_BCryptGetProperty(m_cryptoProvider, BCRYPT_BLOCK_LENGTH,
                                            reinterpret_cast<PUCHAR>(&blockLength), sizeof(blockLength),
                                            &resultLength, 0);
-    if (!status.IsSuccess())
-    {
-        VEL_TRACE(VEL_ERR, "Getting initialization vector size failed, error code: 0x%08X",
-                  status.GetValue());
-        return;
-    }
+    VEL_RETURN_IF_STATUS_FAILED(status, , VEL_ERR,
+                                "Getting initialization vector size failed, error code: 0x%08X");
     m_ivSize = blockLength;
     BCRYPT_KEY_HANDLE created = nullptr;
     status = m_api->WAPI_BCryptGenerateSymmetricKey(m_cryptoProvider, &created, nullptr, 0, key, keySize, 0);
-    if (!status.IsSuccess())
-    {
-        VEL_TRACE(VEL_ERR, "Creating crypto key failed, error code: 0x%08X", status.GetValue());
-        return;
-    }
+    VEL_RETURN_IF_STATUS_FAILED(status, , VEL_ERR, "Creating crypto key failed, error code: 0x%08X");
     m_key = created;
 }
 
@@ -149,20 +138,13 @@ CVeLResult<CVeLByteArray> CVeLEncryptionHandlerImpl::EncryptBytes(unsigned char*
     }
     std::vector<unsigned char> iv(m_ivSize);
     CVeLResult<LONG> status = m_api->WAPI_BCryptGenRandom(m_randomProvider, iv.data(), m_ivSize, 0);
-    if (!status.IsSuccess())
-    {
-        VEL_TRACE(VEL_ERR, "Generating initialization vector failed, error code: 0x%08X", status.GetValue());
-        return CVeLResult<CVeLByteArray>();
-    }
+    VEL_RETURN_IF_STATUS_FAILED(status, CVeLResult<CVeLByteArray>(), VEL_ERR,
+                                "Generating initialization vector failed, error code: 0x%08X");
     ULONG cryptSize = 0;
     status = m_api->WAPI_BCryptEncrypt(m_key, data, size, nullptr, iv.data(), m_ivSize, nullptr, 0,
                                        &cryptSize, BCRYPT_BLOCK_PADDING);
-    if (!status.IsSuccess())
-    {
-        VEL_TRACE(VEL_ERR, "Getting crypt buffer size for encryption failed, error code: 0x%08X",
-                  status.GetValue());
-        return CVeLResult<CVeLByteArray>();
-    }
+    VEL_RETURN_IF_STATUS_FAILED(status, CVeLResult<CVeLByteArray>(), VEL_ERR,
+                                "Getting crypt buffer size for encryption failed, error code: 0x%08X");
     // The IV and the ciphertext must fit one array length.
     if (cryptSize == 0 || cryptSize < size || cryptSize > std::numeric_limits<ULONG>::max() - m_ivSize)
     {
@@ -180,11 +162,8 @@ CVeLResult<CVeLByteArray> CVeLEncryptionHandlerImpl::EncryptBytes(unsigned char*
     ULONG written = 0;
     status = m_api->WAPI_BCryptEncrypt(m_key, data, size, nullptr, iv.data(), m_ivSize,
                                        buffer.get() + m_ivSize, cryptSize, &written, BCRYPT_BLOCK_PADDING);
-    if (!status.IsSuccess())
-    {
-        VEL_TRACE(VEL_ERR, "Encryption bytes failed, error code: 0x%08X", status.GetValue());
-        return CVeLResult<CVeLByteArray>();
-    }
+    VEL_RETURN_IF_STATUS_FAILED(status, CVeLResult<CVeLByteArray>(), VEL_ERR,
+                                "Encryption bytes failed, error code: 0x%08X");
     return CVeLResult<CVeLByteArray>(true, CVeLByteArray(buffer, total));
 }
 
@@ -211,12 +190,8 @@ CVeLResult<CVeLByteArray> CVeLEncryptionHandlerImpl::DecryptBytes(unsigned char*
     ULONG plainSize = 0;
     CVeLResult<LONG> status = m_api->WAPI_BCryptDecrypt(m_key, cipher, cipherSize, nullptr, iv, m_ivSize,
                                                         nullptr, 0, &plainSize, BCRYPT_BLOCK_PADDING);
-    if (!status.IsSuccess())
-    {
-        VEL_TRACE(VEL_ERR, "Getting crypt buffer size for decryption failed, error code: 0x%08X",
-                  status.GetValue());
-        return CVeLResult<CVeLByteArray>();
-    }
+    VEL_RETURN_IF_STATUS_FAILED(status, CVeLResult<CVeLByteArray>(), VEL_ERR,
+                                "Getting crypt buffer size for decryption failed, error code: 0x%08X");
     if (plainSize == 0)
     {
         VEL_TRACE(VEL_ERR, "Got invalid crypt buffer size for decryption");
@@ -231,11 +206,8 @@ CVeLResult<CVeLByteArray> CVeLEncryptionHandlerImpl::DecryptBytes(unsigned char*
     ULONG written = 0;
     status = m_api->WAPI_BCryptDecrypt(m_key, cipher, cipherSize, nullptr, iv, m_ivSize, buffer.get(),
                                        plainSize, &written, BCRYPT_BLOCK_PADDING);
-    if (!status.IsSuccess())
-    {
-        VEL_TRACE(VEL_ERR, "Decryption bytes failed, error code: 0x%08X", status.GetValue());
-        return CVeLResult<CVeLByteArray>();
-    }
+    VEL_RETURN_IF_STATUS_FAILED(status, CVeLResult<CVeLByteArray>(), VEL_ERR,
+                                "Decryption bytes failed, error code: 0x%08X");
     // A facade that reports more than the buffer holds must not make the array claim foreign bytes.
     return CVeLResult<CVeLByteArray>(true, CVeLByteArray(buffer, std::min(written, plainSize)));
 }

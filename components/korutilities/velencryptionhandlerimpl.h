@@ -7,12 +7,12 @@
 // plaintexts give different buffers. The handler takes no lock: concurrent calls share its provider and
 // key handles, which is safe as far as the facade's cryptography allows it (on Linux it does).
 //
-// A construction that fails (no facade, empty key, a provider or the key refused) is traced and leaves a
-// handler whose operations fail with "Invalid initialization". Decisions of this implementation:
+// Every failure is traced at ERR (a failed release at WRN) and answered with a failed result; nothing
+// throws. A construction that fails (no facade, empty key, a provider or the key refused) leaves a handler
+// whose operations all fail. Decisions of this implementation:
 // - A buffer that decrypts to no bytes at all (a single padding block, which another program may
 //   produce) is a success holding an empty array.
-// - A plaintext too long for the buffer length (within two blocks of 4 GiB) is refused with
-//   "Got invalid crypt buffer size for encryption".
+// - A plaintext too long for the buffer length (within two blocks of 4 GiB) is refused.
 // - The temporary copy of a wide-string key is wiped after the key is made.
 #pragma once
 
@@ -30,19 +30,14 @@ public:
     CVeLEncryptionHandlerImpl(std::shared_ptr<IVeLWinAPIWrapper> api, const CVeLByteArray& key);
     CVeLEncryptionHandlerImpl(std::shared_ptr<IVeLWinAPIWrapper> api, unsigned char* const key,
                               ULONG keySize);
-    // Destroys the key and closes both providers, each only if held; failures are traced at WRN.
+    // Destroys the key and closes both providers, each only if held.
     ~CVeLEncryptionHandlerImpl() override;
 
-    // Failures: "Invalid initialization", "Invalid parameter", and for the facade's steps
-    // "Generating initialization vector failed, error code: 0x%08X",
-    // "Getting crypt buffer size for encryption failed, error code: 0x%08X",
-    // "Got invalid crypt buffer size for encryption", "Encryption bytes failed, error code: 0x%08X".
+    // The IV, then the padded ciphertext. A failing facade step is traced with its status.
     CVeLResult<CVeLByteArray> EncryptBytes(unsigned char* const data, ULONG size) const override;
     CVeLResult<CVeLByteArray> EncryptBytes(const CVeLByteArray& data) const override;
-    // Failures: "Invalid initialization", "Invalid parameter" (also for 16 bytes or fewer),
-    // "Getting crypt buffer size for decryption failed, error code: 0x%08X",
-    // "Got invalid crypt buffer size for decryption", and "Decryption bytes failed, error code: 0x%08X"
-    // for a wrong key or corrupt padding.
+    // Fails also for 16 bytes or fewer, and for a wrong key or corrupt padding. The IV at the start of data
+    // receives the chaining value, as the facade leaves it.
     CVeLResult<CVeLByteArray> DecryptBytes(unsigned char* const data, ULONG size) const override;
     CVeLResult<CVeLByteArray> DecryptBytes(const CVeLByteArray& data) const override;
 

@@ -12,15 +12,11 @@ public:
     CVeLFileBasics();
     ~CVeLFileBasics() override;
 
-    // True only for a regular file (links followed). A status that can't be read (other than "not
-    // found"): "boost::filesystem::is_regular_file (%s) failed with exception: %s", false.
+    // True only for a regular file (links followed); false when the status can't be read.
     bool IsRegularFile(const boost::filesystem::path& path) const override;
-    // Removes a file or an empty directory; a missing path also succeeds. Failure:
-    // "boost::filesystem::remove (%s) failed with exception: %s" or "Remove %s failed (unknown
-    // exception)!", false.
+    // Removes a file or an empty directory; a missing path also succeeds.
     bool Remove(const boost::filesystem::path& path) const override;
-    // Renames or moves; an existing file at to is replaced. Failure:
-    // "boost::filesystem::Rename (%s to %s) failed with exception: %s", false.
+    // Renames or moves; an existing file at to is replaced.
     bool Rename(const boost::filesystem::path& from, const boost::filesystem::path& to) const override;
     // True when the status can be read and is not "not found" (links followed).
     bool Exists(const boost::filesystem::path& path) const override;

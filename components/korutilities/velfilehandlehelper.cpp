@@ -1,5 +1,6 @@
 #include "velfilehandlehelper.h"
 #include "korutilitesbtracedef.h"
+#include "velcalltrace.h"
 #include "velfilehandlehelperimpl.h"
 #include "velwinapiwrapper.h"
 
@@ -26,10 +27,5 @@ CVeLFileHandleHelper::~CVeLFileHandleHelper() {}
 bool CVeLFileHandleHelper::GetFileLockingProcesses(const boost::filesystem::path& file,
                                                    std::list<VeLFileHandleInfo>& processes)
 {
-    if (!m_impl)
-    {
-        VEL_TRACE(VEL_ERR, "Can't access impl!");
-        return false;
-    }
-    return m_impl->GetFileLockingProcesses(file, processes);
+    return VEL_FORWARD(m_impl, GetFileLockingProcesses(file, processes));
 }

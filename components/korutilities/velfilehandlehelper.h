@@ -24,10 +24,9 @@ public:
     CVeLFileHandleHelper& operator=(const CVeLFileHandleHelper& other);
     virtual ~CVeLFileHandleHelper();
 
-    // Appends one entry per process that holds file open; true also when there is none. Failure (false,
-    // traced at ERR): "Empty path!", "StartSession failed (code= %d)!", "RegisterResources failed (code=
-    // %d)!", "GetList failed (code= %d)!", "Can't not access api wrapper!". The session is always ended
-    // ("RmEndSession failed (code=0x%08X)!" is traced but leaves the answer as it is).
+    // Appends one entry per process that holds file open; true also when there is none. An empty path, a
+    // missing facade and a session that can't answer fail (traced at ERR). The session is always ended; a
+    // failure to end it is traced but leaves the answer as it is.
     bool GetFileLockingProcesses(const boost::filesystem::path& file,
                                  std::list<VeLFileHandleInfo>& processes);
 

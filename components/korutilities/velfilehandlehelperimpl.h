@@ -22,5 +22,9 @@ public:
                                  std::list<VeLFileHandleInfo>& processes) const;
 
 private:
+    // Registers the file with the open session and appends the processes that hold it; false (traced) when
+    // the session cannot answer.
+    bool ListHolders(DWORD session, const std::wstring& name, std::list<VeLFileHandleInfo>& processes) const;
+
     std::shared_ptr<IVeLWinAPIWrapper> m_api;
 };

@@ -1,5 +1,6 @@
 #include "velfilehelperimpl.h"
 #include "korutilitesbtracedef.h"
+#include "velcalltrace.h"
 #include "velhandle.h"
 #include "velpathconverter.h"
 #include "velstringconverter.h"
@@ -112,30 +113,24 @@ bool CVeLFileHelperImpl::Exists() const
     return HasFileBasics() && m_fileBasics->Exists(m_path);
 }
 
+HANDLE CVeLFileHelperImpl::OpenFile(const fs::path& path, DWORD access, DWORD disposition) const
+{
+    return m_api->WAPI_CreateFile(CVeLPathConverter::ToWide(path).c_str(), access, 0, nullptr, disposition,
+                                  FILE_ATTRIBUTE_NORMAL, nullptr);
+}
+
 bool CVeLFileHelperImpl::Copy(fs::path destination) const
 {
     if (!HasApi() || !SourceExists())
         return false;
-    const std::wstring source = CVeLPathConverter::ToWide(m_path);
-    const std::wstring target = CVeLPathConverter::ToWide(destination);
     {
-        CVeLHANDLE in(m_api, m_api->WAPI_CreateFile(source.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
-                                                    FILE_ATTRIBUTE_NORMAL, nullptr));
-        if (!in.IsValid())
-        {
-            VEL_TRACE(VEL_ERR, "Cannot open file %s (err = %ld)", Utf8(m_path).c_str(),
-                      m_api->WAPI_GetLastError());
-            return false;
-        }
+        CVeLHANDLE in(m_api, OpenFile(m_path, GENERIC_READ, OPEN_EXISTING));
+        VEL_RETURN_IF_FAILED(m_api, in.IsValid(), false, VEL_ERR, "Cannot open file %s (err = %ld)",
+                             Utf8(m_path).c_str());
         ResetReadOnlyIfNeeded(destination);
-        CVeLHANDLE out(m_api, m_api->WAPI_CreateFile(target.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                                                     FILE_ATTRIBUTE_NORMAL, nullptr));
-        if (!out.IsValid())
-        {
-            VEL_TRACE(VEL_ERR, "Cannot open file %s (err = %ld)", Utf8(destination).c_str(),
-                      m_api->WAPI_GetLastError());
-            return false;
-        }
+        CVeLHANDLE out(m_api, OpenFile(destination, GENERIC_WRITE, CREATE_ALWAYS));
+        VEL_RETURN_IF_FAILED(m_api, out.IsValid(), false, VEL_ERR, "Cannot open file %s (err = %ld)",
+                             Utf8(destination).c_str());
         std::vector<unsigned char> buffer(kCopyChunk);
         for (;;)
         {
@@ -189,14 +184,9 @@ bool CVeLFileHelperImpl::Create() const
     if (!HasApi())
         return false;
     ResetReadOnlyIfNeeded(m_path);
-    CVeLHANDLE file(m_api, m_api->WAPI_CreateFile(CVeLPathConverter::ToWide(m_path).c_str(), GENERIC_WRITE, 0,
-                                                  nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!file.IsValid())
-    {
-        VEL_TRACE(VEL_ERR, "Cannot create file %s (err = %ld)", Utf8(m_path).c_str(),
-                  m_api->WAPI_GetLastError());
-        return false;
-    }
+    CVeLHANDLE file(m_api, OpenFile(m_path, GENERIC_WRITE, CREATE_ALWAYS));
+    VEL_RETURN_IF_FAILED(m_api, file.IsValid(), false, VEL_ERR, "Cannot create file %s (err = %ld)",
+                         Utf8(m_path).c_str());
     return true;
 }
 
@@ -218,15 +208,9 @@ bool CVeLFileHelperImpl::Deflate() const
 {
     if (!HasApi() || !SourceExists())
         return false;
-    CVeLHANDLE file(m_api,
-                    m_api->WAPI_CreateFile(CVeLPathConverter::ToWide(m_path).c_str(), GENERIC_WRITE, 0,
-                                           nullptr, TRUNCATE_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!file.IsValid())
-    {
-        VEL_TRACE(VEL_ERR, "Cannot create file %s (err = %ld)", Utf8(m_path).c_str(),
-                  m_api->WAPI_GetLastError());
-        return false;
-    }
+    CVeLHANDLE file(m_api, OpenFile(m_path, GENERIC_WRITE, TRUNCATE_EXISTING));
+    VEL_RETURN_IF_FAILED(m_api, file.IsValid(), false, VEL_ERR, "Cannot create file %s (err = %ld)",
+                         Utf8(m_path).c_str());
     return true;
 }
 
@@ -246,20 +230,12 @@ bool CVeLFileHelperImpl::WriteContent(const unsigned char* content, ULONG length
         VEL_TRACE(VEL_WRN, "Source file (%s) isn't writeable!", Utf8(m_path).c_str());
         return false;
     }
-    CVeLHANDLE file(m_api, m_api->WAPI_CreateFile(CVeLPathConverter::ToWide(m_path).c_str(), GENERIC_WRITE, 0,
-                                                  nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!file.IsValid())
-    {
-        VEL_TRACE(VEL_ERR, "Cannot create file %s (err = %ld)", Utf8(m_path).c_str(),
-                  m_api->WAPI_GetLastError());
-        return false;
-    }
+    CVeLHANDLE file(m_api, OpenFile(m_path, GENERIC_WRITE, CREATE_ALWAYS));
+    VEL_RETURN_IF_FAILED(m_api, file.IsValid(), false, VEL_ERR, "Cannot create file %s (err = %ld)",
+                         Utf8(m_path).c_str());
     DWORD written = 0;
-    if (!m_api->WAPI_WriteFile(file.GetHandle(), content, length, &written, nullptr) || written != length)
-    {
-        VEL_TRACE(VEL_ERR, "Write failed (hr = 0x%08X)!", m_api->WAPI_GetLastError());
-        return false;
-    }
+    const bool wrote = m_api->WAPI_WriteFile(file.GetHandle(), content, length, &written, nullptr);
+    VEL_RETURN_IF_FAILED(m_api, wrote && written == length, false, VEL_ERR, "Write failed (hr = 0x%08X)!");
     return true;
 }
 
@@ -278,14 +254,9 @@ bool CVeLFileHelperImpl::ReadContent(boost::shared_ptr<unsigned char>& buffer, U
 {
     if (!HasApi() || !SourceExists())
         return false;
-    CVeLHANDLE file(m_api, m_api->WAPI_CreateFile(CVeLPathConverter::ToWide(m_path).c_str(), GENERIC_READ, 0,
-                                                  nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!file.IsValid())
-    {
-        VEL_TRACE(VEL_ERR, "Cannot open file %s (err = %ld)", Utf8(m_path).c_str(),
-                  m_api->WAPI_GetLastError());
-        return false;
-    }
+    CVeLHANDLE file(m_api, OpenFile(m_path, GENERIC_READ, OPEN_EXISTING));
+    VEL_RETURN_IF_FAILED(m_api, file.IsValid(), false, VEL_ERR, "Cannot open file %s (err = %ld)",
+                         Utf8(m_path).c_str());
     unsigned long long fileSize = 0;
     QuerySize(fileSize);
     unsigned char* memory = fileSize <= std::numeric_limits<ULONG>::max()
@@ -298,11 +269,9 @@ bool CVeLFileHelperImpl::ReadContent(boost::shared_ptr<unsigned char>& buffer, U
     }
     boost::shared_ptr<unsigned char> content(memory, [](unsigned char* p) { delete[] p; });
     DWORD read = 0;
-    if (!m_api->WAPI_ReadFile(file.GetHandle(), memory, static_cast<DWORD>(fileSize), &read, nullptr))
-    {
-        VEL_TRACE(VEL_ERR, "Read file failed (hr = 0x%08X)!", m_api->WAPI_GetLastError());
-        return false;
-    }
+    VEL_RETURN_IF_FAILED(
+        m_api, m_api->WAPI_ReadFile(file.GetHandle(), memory, static_cast<DWORD>(fileSize), &read, nullptr),
+        false, VEL_ERR, "Read file failed (hr = 0x%08X)!");
     buffer = content;
     size = read;
     return true;
@@ -514,8 +483,7 @@ HANDLE CVeLFileHelperImpl::CreateTemporaryBeside(fs::path& temporary) const
         // Short and fixed in form, so that even a file whose name is at the length limit gets one.
         temporary = m_path.parent_path() / (".kor-" + std::to_string(process) + "-" +
                                             std::to_string(g_temporaryCounter.fetch_add(1)) + ".tmp");
-        HANDLE file = m_api->WAPI_CreateFile(CVeLPathConverter::ToWide(temporary).c_str(), GENERIC_WRITE, 0,
-                                             nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+        HANDLE file = OpenFile(temporary, GENERIC_WRITE, CREATE_NEW);
         if (file != INVALID_HANDLE_VALUE)
         {
             // The new file starts as private as the one it replaces, before any content reaches it.
@@ -548,18 +516,11 @@ bool CVeLFileHelperImpl::WriteAllAndFlush(HANDLE file, const unsigned char* cont
     {
         const DWORD chunk = static_cast<DWORD>(std::min<size_t>(length - offset, kWriteChunk));
         DWORD written = 0;
-        if (!m_api->WAPI_WriteFile(file, content + offset, chunk, &written, nullptr) || written != chunk)
-        {
-            VEL_TRACE(VEL_ERR, "Write failed (hr = 0x%08X)!", m_api->WAPI_GetLastError());
-            return false;
-        }
+        const bool wrote = m_api->WAPI_WriteFile(file, content + offset, chunk, &written, nullptr);
+        VEL_RETURN_IF_FAILED(m_api, wrote && written == chunk, false, VEL_ERR, "Write failed (hr = 0x%08X)!");
         offset += chunk;
     }
-    if (!m_api->WAPI_FlushFileBuffers(file))
-    {
-        VEL_TRACE(VEL_ERR, "Flush of file %s failed (err = %ld)", Utf8(m_path).c_str(),
-                  m_api->WAPI_GetLastError());
-        return false;
-    }
+    VEL_RETURN_IF_FAILED(m_api, m_api->WAPI_FlushFileBuffers(file), false, VEL_ERR,
+                         "Flush of file %s failed (err = %ld)", Utf8(m_path).c_str());
     return true;
 }

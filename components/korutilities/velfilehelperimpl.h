@@ -60,9 +60,11 @@ private:
     HANDLE CreateTemporaryBeside(boost::filesystem::path& temporary) const;
     bool WriteAllAndFlush(HANDLE file, const unsigned char* content, size_t length) const;
 
-    // The full size; false (traced "Invalid file path= %s!") for an empty path or an unreadable status.
+    // Opens path exclusively with normal attributes; the caller traces a failure.
+    HANDLE OpenFile(const boost::filesystem::path& path, DWORD access, DWORD disposition) const;
+    // The full size; false (traced) for an empty path or an unreadable status.
     bool QuerySize(unsigned long long& size) const;
-    // Sets the attributes of path to normal; "Can't reset read-only flag on file %s!" on failure.
+    // Sets the attributes of path to normal; false (traced) on failure.
     bool ResetReadOnly(const boost::filesystem::path& path) const;
     // Resets the flag of an existing file at path that isn't writeable; true when nothing had to be done.
     bool ResetReadOnlyIfNeeded(const boost::filesystem::path& path) const;

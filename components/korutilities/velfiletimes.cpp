@@ -2,17 +2,9 @@
 #include "korutilitesbtracedef.h"
 #include "velfiletimesimpl.h"
 #include "velwinapiwrapper.h"
+#include "velcalltrace.h"
 
 namespace fs = boost::filesystem;
-
-// Each public call forwards to the implementation, or traces and answers false.
-#define VEL_FILETIMES_FORWARD(call)                                                                          \
-    if (!m_impl)                                                                                             \
-    {                                                                                                        \
-        VEL_TRACE(VEL_ERR, "Can't access impl!");                                                            \
-        return false;                                                                                        \
-    }                                                                                                        \
-    return m_impl->call
 
 CVeLFileTimes::CVeLFileTimes() : m_impl(new CVeLFileTimesImpl(std::make_shared<CVeLWinAPIWrapper>())) {}
 
@@ -30,20 +22,20 @@ CVeLFileTimes::~CVeLFileTimes() {}
 
 bool CVeLFileTimes::GetFileTime(const fs::path& path, FileTimeKindEnum kind, ULONGLONG& fileTime) const
 {
-    VEL_FILETIMES_FORWARD(GetFileTime(path, kind, fileTime));
+    return VEL_FORWARD(m_impl, GetFileTime(path, kind, fileTime));
 }
 
 bool CVeLFileTimes::GetUtcTime(const fs::path& path, FileTimeKindEnum kind, SYSTEMTIME& utc) const
 {
-    VEL_FILETIMES_FORWARD(GetUtcTime(path, kind, utc));
+    return VEL_FORWARD(m_impl, GetUtcTime(path, kind, utc));
 }
 
 bool CVeLFileTimes::GetLocalTime(const fs::path& path, FileTimeKindEnum kind, SYSTEMTIME& local) const
 {
-    VEL_FILETIMES_FORWARD(GetLocalTime(path, kind, local));
+    return VEL_FORWARD(m_impl, GetLocalTime(path, kind, local));
 }
 
 bool CVeLFileTimes::SetLastWriteTime(const fs::path& path, ULONGLONG fileTime) const
 {
-    VEL_FILETIMES_FORWARD(SetLastWriteTime(path, fileTime));
+    return VEL_FORWARD(m_impl, SetLastWriteTime(path, fileTime));
 }

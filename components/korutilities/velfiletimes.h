@@ -4,7 +4,7 @@
 // reports (the status-change time: Linux keeps no portable birth time). Owns its CVeLFileTimesImpl and
 // forwards every call to it; holds only the facade, so any thread may use one instance. Every failure is
 // traced at ERR and answered with false; nothing throws. Without an implementation (a null facade at
-// construction) every call traces "Can't access impl!".
+// construction) every call is traced and fails.
 #pragma once
 
 #include "ivelfiletimes.h"

@@ -2,15 +2,7 @@
 #include "korutilitesbtracedef.h"
 #include "velfilewatcherimpl.h"
 #include "velwinapiwrapper.h"
-
-// Each public call forwards to the implementation, or traces at WRN and answers the failure value.
-#define VEL_FILEWATCHER_FORWARD(call, failure)                                                               \
-    if (!m_impl)                                                                                             \
-    {                                                                                                        \
-        VEL_TRACE(VEL_WRN, "dirWatcherImpl is not valid");                                                   \
-        return failure;                                                                                      \
-    }                                                                                                        \
-    return m_impl->call
+#include "velcalltrace.h"
 
 CVeLFileWatcher::CVeLFileWatcher() : m_impl(new CVeLFileWatcherImpl(std::make_shared<CVeLWinAPIWrapper>())) {}
 
@@ -29,20 +21,21 @@ CVeLFileWatcher::~CVeLFileWatcher() {}
 bool CVeLFileWatcher::Start(const boost::filesystem::path& file, unsigned int changes,
                             DirChangeCallback callback)
 {
-    VEL_FILEWATCHER_FORWARD(Start(file, changes, std::move(callback)), false);
+    return VEL_FORWARD_TRACING(m_impl, VEL_WRN, "dirWatcherImpl is not valid",
+                               Start(file, changes, std::move(callback)));
 }
 
 bool CVeLFileWatcher::Stop(DWORD timeout)
 {
-    VEL_FILEWATCHER_FORWARD(Stop(timeout), false);
+    return VEL_FORWARD_TRACING(m_impl, VEL_WRN, "dirWatcherImpl is not valid", Stop(timeout));
 }
 
 bool CVeLFileWatcher::IsRunning() const
 {
-    VEL_FILEWATCHER_FORWARD(IsRunning(), false);
+    return VEL_FORWARD_TRACING(m_impl, VEL_WRN, "dirWatcherImpl is not valid", IsRunning());
 }
 
 DirWatchEndEnum CVeLFileWatcher::GetEndReason() const
 {
-    VEL_FILEWATCHER_FORWARD(GetEndReason(), DirWatchNotEnded);
+    return VEL_FORWARD_TRACING(m_impl, VEL_WRN, "dirWatcherImpl is not valid", GetEndReason());
 }

@@ -2,8 +2,8 @@
 // the changes of that one name, so it also notices the file being replaced by a rename. Makes its own
 // CVeLWaitHelper. Owns its CVeLFileWatcherImpl and forwards every call to it; destruction stops the watch
 // and waits for its thread. Any thread may call it; not copyable. Every failure is traced and answered
-// with false; nothing throws. Without an implementation (a null facade at construction) every call traces
-// "dirWatcherImpl is not valid" and fails.
+// with false; nothing throws. Without an implementation (a null facade at construction) every call is
+// traced at WRN and fails.
 #pragma once
 
 #include "ivelfilewatcher.h"

@@ -20,7 +20,7 @@ public:
     explicit CVeLHANDLE(std::shared_ptr<IVeLWinAPIWrapper> api);
     // Takes ownership of handle, closing through api.
     CVeLHANDLE(std::shared_ptr<IVeLWinAPIWrapper> api, void* handle);
-    // Closes a valid handle; without a facade traces "Can't access api wrapper!" and closes nothing.
+    // Closes a valid handle; without a facade traces and closes nothing.
     ~CVeLHANDLE() override;
 
     // Closes the current handle as the destructor does, then stores handle (also without a facade).

@@ -1,5 +1,5 @@
 #include "velmoduleloader.h"
-#include "velimplforward.h"
+#include "velcalltrace.h"
 #include "velmoduleloaderimpl.h"
 #include "velwinapiwrapper.h"
 
@@ -21,20 +21,20 @@ CVeLModuleLoader::~CVeLModuleLoader() {}
 
 bool CVeLModuleLoader::Load(const std::wstring& nameOrPath)
 {
-    VEL_IMPL_FORWARD(false, Load(nameOrPath));
+    return VEL_FORWARD(m_impl, Load(nameOrPath));
 }
 
 FARPROC CVeLModuleLoader::GetFunction(const std::string& functionName) const
 {
-    VEL_IMPL_FORWARD(nullptr, GetFunction(functionName));
+    return VEL_FORWARD(m_impl, GetFunction(functionName));
 }
 
 bool CVeLModuleLoader::Unload()
 {
-    VEL_IMPL_FORWARD(false, Unload());
+    return VEL_FORWARD(m_impl, Unload());
 }
 
 bool CVeLModuleLoader::IsLoaded() const
 {
-    VEL_IMPL_FORWARD(false, IsLoaded());
+    return VEL_FORWARD(m_impl, IsLoaded());
 }

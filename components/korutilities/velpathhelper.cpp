@@ -2,17 +2,9 @@
 #include "korutilitesbtracedef.h"
 #include "velpathhelperimpl.h"
 #include "velwinapiwrapper.h"
+#include "velcalltrace.h"
 
 namespace fs = boost::filesystem;
-
-// Each public call forwards to the implementation, or traces and answers the failure value.
-#define VEL_PATHHELPER_FORWARD(call, failure)                                                                \
-    if (!m_impl)                                                                                             \
-    {                                                                                                        \
-        VEL_TRACE(VEL_ERR, "Can't access impl!");                                                            \
-        return failure;                                                                                      \
-    }                                                                                                        \
-    return m_impl->call
 
 CVeLPathHelper::CVeLPathHelper() : m_impl(new CVeLPathHelperImpl(std::make_shared<CVeLWinAPIWrapper>())) {}
 
@@ -30,48 +22,48 @@ CVeLPathHelper::~CVeLPathHelper() {}
 
 bool CVeLPathHelper::Join(const fs::path& base, const fs::path& relative, fs::path& result) const
 {
-    VEL_PATHHELPER_FORWARD(Join(base, relative, result), false);
+    return VEL_FORWARD(m_impl, Join(base, relative, result));
 }
 
 fs::path CVeLPathHelper::Normalize(const fs::path& path) const
 {
-    VEL_PATHHELPER_FORWARD(Normalize(path), fs::path());
+    return VEL_FORWARD(m_impl, Normalize(path));
 }
 
 bool CVeLPathHelper::MakeRelative(const fs::path& target, const fs::path& base, fs::path& result) const
 {
-    VEL_PATHHELPER_FORWARD(MakeRelative(target, base, result), false);
+    return VEL_FORWARD(m_impl, MakeRelative(target, base, result));
 }
 
 bool CVeLPathHelper::GetProgramFolder(fs::path& folder) const
 {
-    VEL_PATHHELPER_FORWARD(GetProgramFolder(folder), false);
+    return VEL_FORWARD(m_impl, GetProgramFolder(folder));
 }
 
 bool CVeLPathHelper::GetTempFolder(fs::path& folder) const
 {
-    VEL_PATHHELPER_FORWARD(GetTempFolder(folder), false);
+    return VEL_FORWARD(m_impl, GetTempFolder(folder));
 }
 
 bool CVeLPathHelper::GetUserAppDataFolder(fs::path& folder, bool create) const
 {
-    VEL_PATHHELPER_FORWARD(GetKnownFolder(FOLDERID_RoamingAppData, "user application data", create, folder),
-                           false);
+    return VEL_FORWARD(m_impl,
+                       GetKnownFolder(FOLDERID_RoamingAppData, "user application data", create, folder));
 }
 
 bool CVeLPathHelper::GetLocalAppDataFolder(fs::path& folder, bool create) const
 {
-    VEL_PATHHELPER_FORWARD(GetKnownFolder(FOLDERID_LocalAppData, "local application data", create, folder),
-                           false);
+    return VEL_FORWARD(m_impl,
+                       GetKnownFolder(FOLDERID_LocalAppData, "local application data", create, folder));
 }
 
 bool CVeLPathHelper::GetMachineAppDataFolder(fs::path& folder) const
 {
-    VEL_PATHHELPER_FORWARD(GetKnownFolder(FOLDERID_ProgramData, "machine application data", false, folder),
-                           false);
+    return VEL_FORWARD(m_impl,
+                       GetKnownFolder(FOLDERID_ProgramData, "machine application data", false, folder));
 }
 
 bool CVeLPathHelper::GetDocumentsFolder(fs::path& folder, bool create) const
 {
-    VEL_PATHHELPER_FORWARD(GetKnownFolder(FOLDERID_Documents, "documents", create, folder), false);
+    return VEL_FORWARD(m_impl, GetKnownFolder(FOLDERID_Documents, "documents", create, folder));
 }

@@ -3,7 +3,7 @@
 // facade's known-folder query, temporary-path and module-name operations. Owns its CVeLPathHelperImpl and
 // forwards every call to it. Stateless apart from the facade, so any thread may use one instance. Every
 // failure is traced at ERR and answered with false or an empty path; nothing throws. Without an
-// implementation (a null facade at construction) every call traces "Can't access impl!".
+// implementation (a null facade at construction) every call is traced and fails.
 #pragma once
 
 #include "ivelpathhelper.h"

@@ -1,5 +1,5 @@
 #include "velprocesshelper.h"
-#include "velimplforward.h"
+#include "velcalltrace.h"
 #include "velprocesshelperimpl.h"
 #include "velwaithelper.h"
 #include "velwinapiwrapper.h"
@@ -25,59 +25,59 @@ CVeLProcessHelper::~CVeLProcessHelper() {}
 
 std::shared_ptr<CVeLProcess> CVeLProcessHelper::Start(const VeLProcessStartInfo& info) const
 {
-    VEL_IMPL_FORWARD(nullptr, Start(info));
+    return VEL_FORWARD(m_impl, Start(info));
 }
 
 CVeLResult<ProcessStatusEnum> CVeLProcessHelper::Run(const VeLProcessStartInfo& info, DWORD timeout,
                                                      DWORD& exitCode) const
 {
-    VEL_IMPL_FORWARD(CVeLResult<ProcessStatusEnum>(), Run(info, timeout, exitCode));
+    return VEL_FORWARD(m_impl, Run(info, timeout, exitCode));
 }
 
 std::shared_ptr<CVeLProcess> CVeLProcessHelper::Open(DWORD processId) const
 {
-    VEL_IMPL_FORWARD(nullptr, Open(processId));
+    return VEL_FORWARD(m_impl, Open(processId));
 }
 
 bool CVeLProcessHelper::ListProcesses(std::vector<VeLProcessInfo>& processes) const
 {
-    VEL_IMPL_FORWARD(false, ListProcesses(processes));
+    return VEL_FORWARD(m_impl, ListProcesses(processes));
 }
 
 bool CVeLProcessHelper::FindByName(const std::wstring& imageName,
                                    std::vector<VeLProcessInfo>& processes) const
 {
-    VEL_IMPL_FORWARD(false, FindByName(imageName, processes));
+    return VEL_FORWARD(m_impl, FindByName(imageName, processes));
 }
 
 bool CVeLProcessHelper::FindById(DWORD processId, VeLProcessInfo& process) const
 {
-    VEL_IMPL_FORWARD(false, FindById(processId, process));
+    return VEL_FORWARD(m_impl, FindById(processId, process));
 }
 
 bool CVeLProcessHelper::IsRunning(DWORD processId) const
 {
-    VEL_IMPL_FORWARD(false, IsRunning(processId));
+    return VEL_FORWARD(m_impl, IsRunning(processId));
 }
 
 bool CVeLProcessHelper::End(DWORD processId, DWORD timeout, UINT exitCode) const
 {
-    VEL_IMPL_FORWARD(false, End(processId, timeout, exitCode));
+    return VEL_FORWARD(m_impl, End(processId, timeout, exitCode));
 }
 
 bool CVeLProcessHelper::EndTree(DWORD processId, DWORD timeout, UINT exitCode) const
 {
-    VEL_IMPL_FORWARD(false, EndTree(processId, timeout, exitCode));
+    return VEL_FORWARD(m_impl, EndTree(processId, timeout, exitCode));
 }
 
 bool CVeLProcessHelper::GetTopLevelWindows(DWORD processId, std::vector<HWND>& windows) const
 {
-    VEL_IMPL_FORWARD(false, GetTopLevelWindows(processId, windows));
+    return VEL_FORWARD(m_impl, GetTopLevelWindows(processId, windows));
 }
 
 bool CVeLProcessHelper::GetForegroundWindow(HWND& window) const
 {
-    VEL_IMPL_FORWARD(false, GetForegroundWindow(window));
+    return VEL_FORWARD(m_impl, GetForegroundWindow(window));
 }
 
 bool CVeLProcessHelper::BuildCommandLine(const std::wstring& program,

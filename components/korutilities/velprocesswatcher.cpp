@@ -1,5 +1,5 @@
 #include "velprocesswatcher.h"
-#include "velimplforward.h"
+#include "velcalltrace.h"
 #include "velprocesswatcherimpl.h"
 #include "velwaithelper.h"
 #include "velwinapiwrapper.h"
@@ -25,30 +25,30 @@ CVeLProcessWatcher::~CVeLProcessWatcher() {}
 
 bool CVeLProcessWatcher::Start(ProcessEndCallback callback)
 {
-    VEL_IMPL_FORWARD(false, Start(std::move(callback)));
+    return VEL_FORWARD(m_impl, Start(std::move(callback)));
 }
 
 bool CVeLProcessWatcher::Watch(std::shared_ptr<CVeLProcess> process)
 {
-    VEL_IMPL_FORWARD(false, Watch(std::move(process)));
+    return VEL_FORWARD(m_impl, Watch(std::move(process)));
 }
 
 bool CVeLProcessWatcher::Watch(DWORD processId)
 {
-    VEL_IMPL_FORWARD(false, Watch(processId));
+    return VEL_FORWARD(m_impl, Watch(processId));
 }
 
 bool CVeLProcessWatcher::Stop(DWORD timeout)
 {
-    VEL_IMPL_FORWARD(false, Stop(timeout));
+    return VEL_FORWARD(m_impl, Stop(timeout));
 }
 
 bool CVeLProcessWatcher::IsRunning() const
 {
-    VEL_IMPL_FORWARD(false, IsRunning());
+    return VEL_FORWARD(m_impl, IsRunning());
 }
 
 std::size_t CVeLProcessWatcher::GetWatchedCount() const
 {
-    VEL_IMPL_FORWARD(0, GetWatchedCount());
+    return VEL_FORWARD(m_impl, GetWatchedCount());
 }

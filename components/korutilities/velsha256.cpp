@@ -2,15 +2,7 @@
 #include "korutilitesbtracedef.h"
 #include "velsha256impl.h"
 #include "velwinapiwrapper.h"
-
-// One line per forward; a missing implementation (construction ran out of memory) is traced.
-#define VEL_SHA256_FORWARD(call)                                                                             \
-    if (!m_impl)                                                                                             \
-    {                                                                                                        \
-        VEL_TRACE(VEL_ERR, "Can't access impl!");                                                            \
-        return CVeLResult<CVeLByteArray>();                                                                  \
-    }                                                                                                        \
-    return m_impl->call
+#include "velcalltrace.h"
 
 CVeLSha256::CVeLSha256() : CVeLSha256(std::make_shared<CVeLWinAPIWrapper>()) {}
 
@@ -20,27 +12,27 @@ CVeLSha256::~CVeLSha256() = default;
 
 CVeLResult<CVeLByteArray> CVeLSha256::HashBytes(const unsigned char* data, ULONG size) const
 {
-    VEL_SHA256_FORWARD(HashBytes(data, size));
+    return VEL_FORWARD(m_impl, HashBytes(data, size));
 }
 
 CVeLResult<CVeLByteArray> CVeLSha256::HashBytes(const CVeLByteArray& data) const
 {
-    VEL_SHA256_FORWARD(HashBytes(data));
+    return VEL_FORWARD(m_impl, HashBytes(data));
 }
 
 CVeLResult<CVeLByteArray> CVeLSha256::HashString(const std::wstring& text) const
 {
-    VEL_SHA256_FORWARD(HashString(text));
+    return VEL_FORWARD(m_impl, HashString(text));
 }
 
 CVeLResult<CVeLByteArray> CVeLSha256::HashFile(const boost::filesystem::path& file) const
 {
-    VEL_SHA256_FORWARD(HashFile(file));
+    return VEL_FORWARD(m_impl, HashFile(file));
 }
 
 CVeLResult<CVeLByteArray> CVeLSha256::HashFolder(const boost::filesystem::path& folder) const
 {
-    VEL_SHA256_FORWARD(HashFolder(folder));
+    return VEL_FORWARD(m_impl, HashFolder(folder));
 }
 
 std::wstring CVeLSha256::ToHex(const CVeLByteArray& digest)

@@ -13,7 +13,7 @@
 class KORUTILITIES_API CVeLStringArray : public CVeLNonCopyable
 {
 public:
-    // An argument below 1, or sizes whose table the memory cannot hold, trace "Invalid parameter" and give
+    // An argument below 1, or sizes whose table the memory cannot hold, are traced and give
     // an array of 0 elements (the maximum length is kept as given); nothing is thrown or kept.
     CVeLStringArray(long numberOfElements, long maxStringLength);
     ~CVeLStringArray() override;

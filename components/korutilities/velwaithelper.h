@@ -30,7 +30,7 @@ public:
     CVeLWaitHelper& operator=(const CVeLWaitHelper&) = default;
     ~CVeLWaitHelper() override;
 
-    // Waits for one event. A null event: "No Event!", status WaitError, false.
+    // Waits for one event. A null event: status WaitError, false.
     bool WaitForEvent(void* event, DWORD timeout, WaitStatusEnum& status) const override;
     // Opens the named event for the wait and closes it afterwards; an unknown name: traced, status
     // WaitError, false.

@@ -397,31 +397,38 @@ bool CVeLXMLHandler::ReadXMLFromString(const std::wstring& xml)
     return FinishLoad(true);
 }
 
+bool CVeLXMLHandler::LoadSchemaText(const std::wstring& schema)
+{
+    m_schemaSource.reset();
+    m_schemaText = CVeLXMLCharConverter::ToXMLCh(schema);
+    m_schemaSource.reset(new MemBufInputSource(reinterpret_cast<const XMLByte*>(m_schemaText.data()),
+                                               m_schemaText.size() * sizeof(XMLCh),
+                                               g_validationBufferId.load(), false));
+    // Cached in this handler's own parser: the parser discards an uncached grammar when the parse starts, and
+    // the document could then never validate. Nothing is shared with other handlers.
+    if (m_parser->loadGrammar(*m_schemaSource, Grammar::SchemaGrammarType, true) == nullptr)
+        return false;
+    SetupParserForValidation();
+    return true;
+}
+
 bool CVeLXMLHandler::ReadXMLWithValidation(const std::wstring& xml, const std::wstring& schema)
 {
     m_parser->BeginLoad();
-    return FinishLoad(VeLXMLGuarded(
-        false,
-        [&]()
-        {
-            m_schemaSource.reset();
-            m_schemaText = CVeLXMLCharConverter::ToXMLCh(schema);
-            m_schemaSource.reset(new MemBufInputSource(reinterpret_cast<const XMLByte*>(m_schemaText.data()),
-                                                       m_schemaText.size() * sizeof(XMLCh),
-                                                       g_validationBufferId.load(), false));
-            // Cached in this handler's own parser: the parser discards an uncached grammar when the parse
-            // starts, and the document could then never validate. Nothing is shared with other handlers.
-            if (m_parser->loadGrammar(*m_schemaSource, Grammar::SchemaGrammarType, true) == nullptr)
-                return false;
-            SetupParserForValidation();
-            g_validationBufferId.store("MyNckXml");
-            m_documentSource.reset();
-            m_documentText = CVeLXMLCharConverter::ToXMLCh(xml);
-            m_documentSource.reset(new MemBufInputSource(
-                reinterpret_cast<const XMLByte*>(m_documentText.data()),
-                m_documentText.size() * sizeof(XMLCh), g_validationBufferId.load(), false));
-            return Parse(*m_documentSource) && m_parser->getErrorCount() == 0;
-        }));
+    return FinishLoad(VeLXMLGuarded(false,
+                                    [&]()
+                                    {
+                                        if (!LoadSchemaText(schema))
+                                            return false;
+                                        g_validationBufferId.store("MyNckXml");
+                                        m_documentSource.reset();
+                                        m_documentText = CVeLXMLCharConverter::ToXMLCh(xml);
+                                        m_documentSource.reset(new MemBufInputSource(
+                                            reinterpret_cast<const XMLByte*>(m_documentText.data()),
+                                            m_documentText.size() * sizeof(XMLCh),
+                                            g_validationBufferId.load(), false));
+                                        return Parse(*m_documentSource) && m_parser->getErrorCount() == 0;
+                                    }));
 }
 
 bool CVeLXMLHandler::ReadXMLWithValidation(const std::wstring& schema)
@@ -429,21 +436,14 @@ bool CVeLXMLHandler::ReadXMLWithValidation(const std::wstring& schema)
     if (!FileExists())
         return false;
     m_parser->BeginLoad();
-    return FinishLoad(VeLXMLGuarded(
-        false,
-        [&]()
-        {
-            m_schemaSource.reset();
-            m_schemaText = CVeLXMLCharConverter::ToXMLCh(schema);
-            m_schemaSource.reset(new MemBufInputSource(reinterpret_cast<const XMLByte*>(m_schemaText.data()),
-                                                       m_schemaText.size() * sizeof(XMLCh),
-                                                       g_validationBufferId.load(), false));
-            if (m_parser->loadGrammar(*m_schemaSource, Grammar::SchemaGrammarType, true) == nullptr)
-                return false;
-            SetupParserForValidation();
-            FileInputSource source(m_file);
-            return Parse(source) && m_parser->getErrorCount() == 0;
-        }));
+    return FinishLoad(VeLXMLGuarded(false,
+                                    [&]()
+                                    {
+                                        if (!LoadSchemaText(schema))
+                                            return false;
+                                        FileInputSource source(m_file);
+                                        return Parse(source) && m_parser->getErrorCount() == 0;
+                                    }));
 }
 
 bool CVeLXMLHandler::ReadXMLWithValidation(const fs::path& schemaFile)

@@ -121,6 +121,9 @@ protected:
     void SetupParserForValidation();
 
 private:
+    // Loads the schema text into this handler's parser and switches validation on; false when it is no
+    // schema. Runs inside the caller's guard against parser exceptions.
+    bool LoadSchemaText(const std::wstring& schema);
     // Makes sure the parser library is initialised before the parser member is constructed.
     struct PlatformInitializer
     {

@@ -304,25 +304,38 @@ bool CVeLXMLHandlerUtilities::WriteElementNodeAttribute(DOMElement* element, con
                          });
 }
 
+namespace
+{
+
+// Calls visit for every child node of parent named childName (every node kind takes part, as the node name
+// alone decides), inside the guard against parser exceptions.
+template <typename Visit>
+bool VisitNamedChildren(DOMElement* parent, const std::wstring& childName, Visit visit)
+{
+    return VeLXMLGuarded(false,
+                         [&]()
+                         {
+                             const XMLChString xmlName = CVeLXMLCharConverter::ToXMLCh(childName);
+                             for (DOMNode* child = parent->getFirstChild(); child != nullptr;
+                                  child = child->getNextSibling())
+                                 if (XMLString::equals(child->getNodeName(), xmlName.c_str()))
+                                     visit(child);
+                             return true;
+                         });
+}
+
+} // namespace
+
 bool CVeLXMLHandlerUtilities::ReadElementNodeTextArray(const DOMDocument* doc, const std::wstring& parentPath,
                                                        const std::wstring& childName,
                                                        std::vector<std::wstring>& out) const
 {
     out.clear();
     DOMElement* parent = ResolvePath(doc, parentPath);
-    if (parent == nullptr)
-        return false;
-    return VeLXMLGuarded(false,
-                         [&]()
-                         {
-                             const XMLChString xmlName = CVeLXMLCharConverter::ToXMLCh(childName);
-                             // Every node kind takes part here, as the node name alone decides.
-                             for (DOMNode* child = parent->getFirstChild(); child != nullptr;
-                                  child = child->getNextSibling())
-                                 if (XMLString::equals(child->getNodeName(), xmlName.c_str()))
-                                     out.push_back(CVeLXMLCharConverter::ToWString(child->getTextContent()));
-                             return true;
-                         });
+    return parent != nullptr &&
+           VisitNamedChildren(parent, childName,
+                              [&](DOMNode* child)
+                              { out.push_back(CVeLXMLCharConverter::ToWString(child->getTextContent())); });
 }
 
 bool CVeLXMLHandlerUtilities::ReadElementNodeAttributeArray(const DOMDocument* doc,
@@ -335,26 +348,17 @@ bool CVeLXMLHandlerUtilities::ReadElementNodeAttributeArray(const DOMDocument* d
     DOMElement* parent = ResolvePath(doc, parentPath);
     if (parent == nullptr)
         return false;
-    return VeLXMLGuarded(false,
-                         [&]()
-                         {
-                             const XMLChString xmlName = CVeLXMLCharConverter::ToXMLCh(childName);
-                             const XMLChString xmlAttrName = CVeLXMLCharConverter::ToXMLCh(attrName);
-                             for (DOMNode* child = parent->getFirstChild(); child != nullptr;
-                                  child = child->getNextSibling())
-                             {
-                                 if (!XMLString::equals(child->getNodeName(), xmlName.c_str()))
-                                     continue;
-                                 // Only elements carry attributes; another node of that name reads as an
-                                 // empty value.
-                                 if (child->getNodeType() == DOMNode::ELEMENT_NODE)
-                                     out.push_back(CVeLXMLCharConverter::ToWString(
-                                         static_cast<DOMElement*>(child)->getAttribute(xmlAttrName.c_str())));
-                                 else
-                                     out.push_back(std::wstring());
-                             }
-                             return true;
-                         });
+    const XMLChString xmlAttrName = CVeLXMLCharConverter::ToXMLCh(attrName);
+    // Only elements carry attributes; another node of that name reads as an empty value.
+    return VisitNamedChildren(
+        parent, childName,
+        [&](DOMNode* child)
+        {
+            out.push_back(child->getNodeType() == DOMNode::ELEMENT_NODE
+                              ? CVeLXMLCharConverter::ToWString(
+                                    static_cast<DOMElement*>(child)->getAttribute(xmlAttrName.c_str()))
+                              : std::wstring());
+        });
 }
 
 bool CVeLXMLHandlerUtilities::ReadSiblingsElementNodeAttributes(const DOMDocument* doc,

@@ -2,15 +2,7 @@
 #include "korutilitesbtracedef.h"
 #include "velwinapiwrapper.h"
 #include "velzlibpackerimpl.h"
-
-// One line per forward; a missing implementation is traced.
-#define VEL_ZLIB_FORWARD(call)                                                                               \
-    if (!m_impl)                                                                                             \
-    {                                                                                                        \
-        VEL_TRACE(VEL_ERR, "Can't access impl!");                                                            \
-        return false;                                                                                        \
-    }                                                                                                        \
-    return m_impl->call
+#include "velcalltrace.h"
 
 CVeLZlibPacker::CVeLZlibPacker() : CVeLZlibPacker(std::make_shared<CVeLWinAPIWrapper>()) {}
 
@@ -24,17 +16,17 @@ CVeLZlibPacker::~CVeLZlibPacker() = default;
 bool CVeLZlibPacker::Compress(const boost::filesystem::path& source,
                               const boost::filesystem::path& target) const
 {
-    VEL_ZLIB_FORWARD(Compress(source, target));
+    return VEL_FORWARD(m_impl, Compress(source, target));
 }
 
 bool CVeLZlibPacker::Compress(const boost::filesystem::path& source, const boost::filesystem::path& target,
                               int level) const
 {
-    VEL_ZLIB_FORWARD(Compress(source, target, level));
+    return VEL_FORWARD(m_impl, Compress(source, target, level));
 }
 
 bool CVeLZlibPacker::Expand(const boost::filesystem::path& source,
                             const boost::filesystem::path& target) const
 {
-    VEL_ZLIB_FORWARD(Expand(source, target));
+    return VEL_FORWARD(m_impl, Expand(source, target));
 }

@@ -18,6 +18,8 @@
 
 #include <memory>
 
+class CVeLFileStream;
+
 class KORUTILITIES_API CVeLZlibPackerImpl : public IVeLZlibPacker
 {
 public:
@@ -31,5 +33,11 @@ public:
     bool Expand(const boost::filesystem::path& source, const boost::filesystem::path& target) const override;
 
 private:
+    // The facade is there and the arguments are valid; else traced, false.
+    bool CheckUsable(bool validArguments) const;
+    // Opens source for reading and target for a write that lands only on commit; traces what failed.
+    bool OpenStreams(const boost::filesystem::path& source, const boost::filesystem::path& target,
+                     bool compress, CVeLFileStream& input, CVeLFileStream& output) const;
+
     std::shared_ptr<IVeLWinAPIWrapper> m_api;
 };

@@ -1,4 +1,5 @@
 // The thread's last-error value and the errno mapping table.
+// The contract, and where Linux differs from Windows, are in w32p_base.h.
 #include "w32p_base.h"
 
 #include <cerrno>

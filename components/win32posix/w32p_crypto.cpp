@@ -1,3 +1,5 @@
+// Cryptography (BCrypt algorithm providers, keys, encryption, hashing, random numbers) over OpenSSL 3.
+// The contract, and where Linux differs from Windows, are in w32p_crypto.h.
 #include "w32p_crypto.h"
 
 #include <openssl/crypto.h>

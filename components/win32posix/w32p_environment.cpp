@@ -1,3 +1,5 @@
+// Environment variables of the calling process.
+// The contract, and where Linux differs from Windows, are in w32p_environment.h.
 #include "w32p_environment.h"
 #include "w32p_string.h"
 

@@ -1,3 +1,5 @@
+// Files, directories, attributes and directory search over file descriptors.
+// The contract, and where Linux differs from Windows, are in w32p_file.h.
 #include "w32p_file.h"
 #include "w32p_handles.h"
 #include "w32p_path.h"

@@ -1,3 +1,5 @@
+// The process-wide handle table, CloseHandle and DuplicateHandle.
+// The contract, and where Linux differs from Windows, are in w32p_handles.h.
 #include "w32p_handles.h"
 
 #include <mutex>

@@ -1,3 +1,5 @@
+// GetLocalTime over the real-time clock and the process's time zone.
+// The contract, and where Linux differs from Windows, are in w32p_localtime.h.
 #include "w32p_localtime.h"
 
 #include <ctime>

@@ -1,5 +1,6 @@
 // Paging-file-backed sections: named in POSIX shared memory (after the object's header page), unnamed in a
 // memfd.
+// The contract, and where Linux differs from Windows, are in w32p_mapping.h.
 #include "w32p_mapping.h"
 
 #include "w32p_file.h"

@@ -1,4 +1,5 @@
 // Modules: the built-in "ntdll.dll" and dlopen for everything else.
+// The contract, and where Linux differs from Windows, are in w32p_module.h.
 #include "w32p_module.h"
 #include "w32p_path.h"
 

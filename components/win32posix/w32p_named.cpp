@@ -6,6 +6,7 @@
 // a regular file owned by the caller, closed to everybody else, opened without following a link, and its
 // header must describe an object that fits the file. Anything else was not made by this code for this user
 // and is refused with ERROR_ACCESS_DENIED; it is never used, written to or waited for.
+// The contract, and where Linux differs from Windows, are in w32p_waitable.h.
 #include "w32p_waitable.h"
 
 #include "w32p_string.h"

@@ -125,6 +125,12 @@ private:
     void ForgetTreeLocked(const std::string& relative);
     void RenameTreeLocked(const std::string& from, const std::string& to);
     void HandleEventLocked(const inotify_event& event);
+    // Overflow and the ends of watches (the root's, its parent's, a sub-folder's); true when event was one.
+    bool HandleWatchEventLocked(const inotify_event& event);
+    void HandleMovedToLocked(const std::string& path, bool isDirectory);
+    void HandleChangeLocked(std::uint32_t mask, const std::string& path, bool isDirectory);
+    // Watches a folder that appeared below the root (subtree watches only) and the folders within it.
+    void WatchNewFolderLocked(const std::string& path, bool reportEntries);
     void FlushHeldMoveLocked();
     void EmitLocked(DWORD action, const std::string& relative, bool isDirectory);
     void ProcessBatchLocked(const std::vector<char>& bytes);
@@ -306,14 +312,14 @@ void WatchCore::FlushHeldMoveLocked()
         ForgetTreeLocked(m_held.path);
 }
 
-void WatchCore::HandleEventLocked(const inotify_event& event)
+bool WatchCore::HandleWatchEventLocked(const inotify_event& event)
 {
     if (event.mask & IN_Q_OVERFLOW)
     {
         m_overflow = true;
         m_queue.clear();
         m_queuedBytes = 0;
-        return;
+        return true;
     }
     if (event.wd == m_parentWatch && event.wd != m_rootWatch)
     {
@@ -322,19 +328,26 @@ void WatchCore::HandleEventLocked(const inotify_event& event)
             m_parentWatch = -1;
         else if ((event.mask & IN_DELETE) && fstat(m_directoryFd, &st) == 0 && st.st_nlink == 0)
             m_rootGone = true;
-        return;
+        return true;
     }
     if (event.wd == m_rootWatch && (event.mask & (IN_DELETE_SELF | IN_IGNORED | IN_UNMOUNT)))
     {
         FlushHeldMoveLocked();
         m_rootGone = true;
-        return;
+        return true;
     }
     if (event.mask & IN_IGNORED)
     {
         m_folders.erase(event.wd);
-        return;
+        return true;
     }
+    return false;
+}
+
+void WatchCore::HandleEventLocked(const inotify_event& event)
+{
+    if (HandleWatchEventLocked(event))
+        return;
     const auto folder = m_folders.find(event.wd);
     if (folder == m_folders.end() || event.len == 0 || event.name[0] == '\0')
         return; // a folder's own events come from its parent's watch, with its name
@@ -349,15 +362,7 @@ void WatchCore::HandleEventLocked(const inotify_event& event)
             return; // reported when its folder's watch was placed
         EmitLocked(FILE_ACTION_ADDED, path, isDirectory);
         if (m_subtree && isDirectory)
-        {
-            const int watch = inotify_add_watch(
-                m_inotifyFd, ("/proc/self/fd/" + std::to_string(m_directoryFd) + "/" + path).c_str(), m_mask);
-            if (watch >= 0)
-            {
-                m_folders[watch] = path;
-                AddTreeLocked(path, true);
-            }
-        }
+            WatchNewFolderLocked(path, true);
     }
     else if (event.mask & IN_DELETE)
     {
@@ -371,45 +376,56 @@ void WatchCore::HandleEventLocked(const inotify_event& event)
         m_held = HeldMove{event.cookie, path, isDirectory};
     }
     else if (event.mask & IN_MOVED_TO)
+        HandleMovedToLocked(path, isDirectory);
+    else
+        HandleChangeLocked(event.mask, path, isDirectory);
+}
+
+void WatchCore::HandleMovedToLocked(const std::string& path, bool isDirectory)
+{
+    m_reported.erase(path);
+    if (m_haveHeld)
     {
-        m_reported.erase(path);
-        if (m_haveHeld)
-        {
-            m_haveHeld = false;
-            EmitLocked(FILE_ACTION_RENAMED_OLD_NAME, m_held.path, isDirectory);
-            EmitLocked(FILE_ACTION_RENAMED_NEW_NAME, path, isDirectory);
-            if (m_subtree && isDirectory)
-                RenameTreeLocked(m_held.path, path);
-            return;
-        }
-        EmitLocked(FILE_ACTION_ADDED, path, isDirectory);
+        m_haveHeld = false;
+        EmitLocked(FILE_ACTION_RENAMED_OLD_NAME, m_held.path, isDirectory);
+        EmitLocked(FILE_ACTION_RENAMED_NEW_NAME, path, isDirectory);
         if (m_subtree && isDirectory)
-        {
-            const int watch = inotify_add_watch(
-                m_inotifyFd, ("/proc/self/fd/" + std::to_string(m_directoryFd) + "/" + path).c_str(), m_mask);
-            if (watch >= 0)
-            {
-                m_folders[watch] = path;
-                AddTreeLocked(path, false);
-            }
-        }
+            RenameTreeLocked(m_held.path, path);
+        return;
     }
-    else if (event.mask & IN_MODIFY)
+    EmitLocked(FILE_ACTION_ADDED, path, isDirectory);
+    if (m_subtree && isDirectory)
+        WatchNewFolderLocked(path, false);
+}
+
+void WatchCore::HandleChangeLocked(std::uint32_t mask, const std::string& path, bool isDirectory)
+{
+    if (mask & IN_MODIFY)
     {
         if (m_filter & (FILE_NOTIFY_CHANGE_SIZE | FILE_NOTIFY_CHANGE_LAST_WRITE))
             EmitLocked(FILE_ACTION_MODIFIED, path, isDirectory);
     }
-    else if (event.mask & IN_ATTRIB)
+    else if (mask & IN_ATTRIB)
     {
         if (m_filter & (FILE_NOTIFY_CHANGE_ATTRIBUTES | FILE_NOTIFY_CHANGE_SECURITY |
                         FILE_NOTIFY_CHANGE_LAST_WRITE | FILE_NOTIFY_CHANGE_CREATION))
             EmitLocked(FILE_ACTION_MODIFIED, path, isDirectory);
     }
-    else if (event.mask & IN_ACCESS)
+    else if (mask & IN_ACCESS)
     {
         if (m_filter & FILE_NOTIFY_CHANGE_LAST_ACCESS)
             EmitLocked(FILE_ACTION_MODIFIED, path, isDirectory);
     }
+}
+
+void WatchCore::WatchNewFolderLocked(const std::string& path, bool reportEntries)
+{
+    const int watch = inotify_add_watch(
+        m_inotifyFd, ("/proc/self/fd/" + std::to_string(m_directoryFd) + "/" + path).c_str(), m_mask);
+    if (watch < 0)
+        return;
+    m_folders[watch] = path;
+    AddTreeLocked(path, reportEntries);
 }
 
 void WatchCore::ProcessBatchLocked(const std::vector<char>& bytes)

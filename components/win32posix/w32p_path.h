@@ -1,19 +1,7 @@
 // Path and name conversion shared by every area of this layer that takes or returns a file name or path.
 //
-// A Linux file name is any sequence of bytes other than "/" and NUL; a Windows name is UTF-16 text without
-// "\ / : * ? \" < > |" and the control characters. Between the two this layer uses one lossless mapping:
-// - valid UTF-8 becomes the characters it encodes;
-// - a character Windows forbids in a name ("\ : * ? \" < > |" and U+0001-U+001F) is carried as the
-//   private-use character U+F000 + the character, so a name never holds a separator on the Windows side;
-// - a byte that is not part of valid UTF-8 is carried as the lone surrogate U+DC00 + the byte
-//   (U+DC80-U+DCFF);
-// - a valid UTF-8 sequence that itself decodes to U+F000-U+F0FF or U+DC80-U+DCFF is carried byte by byte as
-//   U+DCxx, so no two Linux names share one wide form.
-// Going back, U+DC80-U+DCFF become their bytes, U+F000 + a forbidden character becomes that character, and in
-// a path both "\" and "/" separate elements. Every Linux name thus has exactly one wide form, and that form
-// turns back into the same bytes. Other lone surrogates, which no Linux name produces, are written as the
-// three bytes of their generalised UTF-8 form: a name of their own, never one that already has a wide form
-// with U+FFFD. Internal to win32posix: the library sees only the Win32 functions.
+// Names are mapped between Linux bytes and wide text by the one lossless mapping of w32p_namemap.h.
+// Internal to win32posix: the library sees only the Win32 functions.
 #pragma once
 
 #include "w32p_base.h"

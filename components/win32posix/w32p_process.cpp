@@ -1,4 +1,5 @@
 // Processes over posix_spawn and pidfds.
+// The contract, and where Linux differs from Windows, are in w32p_process.h.
 #include "w32p_process.h"
 #include "w32p_path.h"
 

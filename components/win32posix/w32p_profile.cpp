@@ -1,3 +1,5 @@
+// Profile (INI) file reading and writing.
+// The contract, and where Linux differs from Windows, are in w32p_profile.h.
 #include "w32p_profile.h"
 #include "w32p_path.h"
 

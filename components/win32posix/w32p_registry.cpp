@@ -1,3 +1,5 @@
+// The registry functions, which answer that the registry is not available.
+// The contract, and where Linux differs from Windows, are in w32p_registry.h.
 #include "w32p_registry.h"
 
 LONG RegOpenKeyExW(HKEY, LPCWSTR, DWORD, REGSAM, PHKEY)

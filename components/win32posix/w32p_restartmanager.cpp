@@ -1,3 +1,5 @@
+// Restart Manager sessions over /proc.
+// The contract, and where Linux differs from Windows, are in w32p_restartmanager.h.
 #include "w32p_restartmanager.h"
 #include "w32p_path.h"
 #include "w32p_process.h"

@@ -1,3 +1,5 @@
+// Code-page conversion (UTF-8) and the bounds-checked wide-string copy.
+// The contract, and where Linux differs from Windows, are in w32p_string.h.
 #include "w32p_string.h"
 
 #include <cerrno>

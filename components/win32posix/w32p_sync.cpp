@@ -1,4 +1,5 @@
 // Events, semaphores, mutexes and critical sections.
+// The contract, and where Linux differs from Windows, are in w32p_sync.h.
 #include "w32p_sync.h"
 
 #include "w32p_waitable.h"

@@ -1,4 +1,5 @@
 // Threads over detached pthreads.
+// The contract, and where Linux differs from Windows, are in w32p_thread.h.
 #include "w32p_thread.h"
 
 #include "w32p_sync.h"

@@ -1,4 +1,5 @@
 // Clocks over clock_gettime.
+// The contract, and where Linux differs from Windows, are in w32p_time.h.
 #include "w32p_time.h"
 
 #include <ctime>

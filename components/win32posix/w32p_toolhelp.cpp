@@ -1,3 +1,5 @@
+// Process snapshots and process image names over /proc.
+// The contract, and where Linux differs from Windows, are in w32p_toolhelp.h.
 #include "w32p_toolhelp.h"
 #include "w32p_module.h"
 #include "w32p_handles.h"

@@ -23,6 +23,7 @@
 // the user (they check their objects and sleep again). A mutex abandoned by a killed process is the one wake
 // that does not pass through W32pFutexWakeAll (the kernel wakes its word directly), so such waits over a
 // mutex wake at least every 100 ms to look.
+// The contract, and where Linux differs from Windows, are in w32p_sync.h.
 #include "w32p_sync.h"
 #include "w32p_waitable.h"
 

@@ -1,3 +1,5 @@
+// Window and message functions on a machine without windows.
+// The contract, and where Linux differs from Windows, are in w32p_window.h.
 #include "w32p_window.h"
 
 BOOL EnumWindows(WNDENUMPROC /*callback*/, LPARAM /*parameter*/)

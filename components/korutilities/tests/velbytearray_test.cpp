@@ -35,7 +35,6 @@ TEST(CVeLByteArray, ValidityAndInvalidAccess)
     CVeLByteArray empty;
     EXPECT_FALSE(empty.IsValid());
     EXPECT_EQ(empty.GetArrayBytes(), nullptr);
-    EXPECT_TRUE(capture.Contains(VEL_ERR, "Invalid initialization"));
     CVeLByteArray zeroLength = MakeArray({1}, 0);
     EXPECT_FALSE(zeroLength.IsValid());
     EXPECT_TRUE(zeroLength.GetAsString().empty());
@@ -58,9 +57,7 @@ TEST(CVeLByteArray, EqualityIsByContentAndInvalidArraysEqualNothing)
     CVeLByteArray invalid;
     EXPECT_TRUE(invalid != invalid); // an invalid array is unequal even to itself
     EXPECT_FALSE(invalid == a);
-    EXPECT_TRUE(capture.Contains(VEL_ERR, "Invalid initialization"));
     EXPECT_FALSE(a == invalid);
-    EXPECT_TRUE(capture.Contains(VEL_INF, "Other is not initialized"));
 }
 
 TEST(CVeLByteArray, HexTextIsTwoLowerCaseDigitsPerByte)

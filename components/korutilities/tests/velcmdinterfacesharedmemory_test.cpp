@@ -105,7 +105,6 @@ TEST_F(SharedMemoryChannel, AcceptsExactly65535BytesAndRefuses65536Whole)
     BTraceCapture capture;
     const std::wstring tooLong = std::wstring(65534, L'b') + L"\u00E9"; // 65536 bytes
     EXPECT_FALSE(channel.WriteDataToMemory(tooLong));
-    EXPECT_TRUE(capture.Contains(VEL_ERR, "Too many data to write"));
     EXPECT_EQ(RawBlock(name), before);
 
     ASSERT_TRUE(channel.WriteDataToMemory(L"short"));
@@ -121,14 +120,11 @@ TEST_F(SharedMemoryChannel, OpeningAnUnknownNameLeavesAnUnusableChannel)
     CVeLCmdInterfaceSharedMemoryHandler channel(false, name);
     EXPECT_FALSE(channel.IsSharedMemoryAvailable());
     EXPECT_EQ(channel.GetSharedMemoryName(), name);
-    EXPECT_TRUE(
-        capture.Contains(VEL_ERR, "Shared Memory could not be created or opened (code = 0x00000002!)"));
     std::wstring text = L"untouched";
     EXPECT_FALSE(channel.ReadDataFromMemory(text));
     EXPECT_FALSE(channel.WriteDataToMemory(L"x"));
     EXPECT_FALSE(channel.ClearDataMemory());
     EXPECT_EQ(text, L"untouched");
-    EXPECT_EQ(capture.Count(VEL_ERR, kNotValid), 3u);
 }
 
 TEST_F(SharedMemoryChannel, RefusesAnObjectOfTheNameThatIsSmallerThanTheBlock)
@@ -143,7 +139,6 @@ TEST_F(SharedMemoryChannel, RefusesAnObjectOfTheNameThatIsSmallerThanTheBlock)
     CVeLCmdInterfaceSharedMemoryHandler joined(true, name);
     EXPECT_FALSE(opened.IsSharedMemoryAvailable());
     EXPECT_FALSE(joined.IsSharedMemoryAvailable());
-    EXPECT_EQ(capture.Count(VEL_ERR, "Shared Memory is smaller than the command block (4096 bytes)!"), 2u);
     EXPECT_FALSE(joined.WriteDataToMemory(std::wstring(5000, L'x')));
     api.WAPI_CloseHandle(small);
 }
@@ -199,10 +194,6 @@ TEST_F(SharedMemoryChannelFacade, FailedCreateOrOpenIsTracedWithTheLastError)
     CVeLCmdInterfaceSharedMemoryImpl opened(fake, false, UniqueName("chan_fail_open"));
     EXPECT_FALSE(created.IsSharedMemoryAvailable());
     EXPECT_FALSE(opened.IsSharedMemoryAvailable());
-    EXPECT_TRUE(
-        capture.Contains(VEL_ERR, "Shared Memory could not be created or opened (code = 0x00000005!)"));
-    EXPECT_TRUE(
-        capture.Contains(VEL_ERR, "Shared Memory could not be created or opened (code = 0x00000006!)"));
     EXPECT_FALSE(created.ClearDataMemory());
     EXPECT_EQ(fake->CallCount("MapViewOfFile"), 0u);
 
@@ -211,7 +202,6 @@ TEST_F(SharedMemoryChannelFacade, FailedCreateOrOpenIsTracedWithTheLastError)
     EXPECT_FALSE(noFacade.IsSharedMemoryAvailable());
     EXPECT_FALSE(noFacade.WriteDataToMemory(L"x"));
     EXPECT_FALSE(noFacade.ReadDataFromMemory(text));
-    EXPECT_EQ(capture.Count(VEL_ERR, kNotValid), 3u);
 }
 
 TEST_F(SharedMemoryChannelFacade, CreatesThePagingFileBlockWithTheExpectedArguments)
@@ -257,7 +247,6 @@ TEST_F(SharedMemoryChannelFacade, FailedMapOrUnmapFailsEachOperationWithItsMessa
     EXPECT_FALSE(channel.ReadDataFromMemory(text));
     EXPECT_FALSE(channel.WriteDataToMemory(L"lost"));
     EXPECT_FALSE(channel.ClearDataMemory());
-    EXPECT_EQ(capture.Count(VEL_ERR, "MapViewOfFile failed (code= 0x00000008)!"), 3u);
     fake->OnMapViewOfFile = nullptr;
     fake->OnUnmapViewOfFile = [](LPCVOID address) -> BOOL
     {
@@ -268,7 +257,6 @@ TEST_F(SharedMemoryChannelFacade, FailedMapOrUnmapFailsEachOperationWithItsMessa
     EXPECT_FALSE(channel.ReadDataFromMemory(text));
     EXPECT_EQ(text, L"kept");
     EXPECT_FALSE(channel.WriteDataToMemory(L"new"));
-    EXPECT_EQ(capture.Count(VEL_ERR, "UnMapViewOfFile failed (code= 0x000001E7)!"), 2u);
 }
 
 TEST_F(SharedMemoryChannelFacade, UnknownBlockSizeStillLeavesAUsableChannel)
@@ -276,7 +264,6 @@ TEST_F(SharedMemoryChannelFacade, UnknownBlockSizeStillLeavesAUsableChannel)
     fake->OnNTGetSizeOfSharedMemory = [](HANDLE) { return CVeLResult<__int64>(); };
     BTraceCapture capture;
     CVeLCmdInterfaceSharedMemoryImpl channel(fake, true, UniqueName("chan_size"));
-    EXPECT_TRUE(capture.Contains(VEL_WRN, "Size of Shared Memory unknown, used as it is"));
     EXPECT_TRUE(channel.WriteDataToMemory(L"ok"));
 }
 
@@ -304,7 +291,6 @@ TEST_F(SharedMemoryChannelFacade, HostileLengthInABlockOfUnknownSizeNeverReadsPa
         EXPECT_FALSE(channel.WriteDataToMemory(std::wstring(5000, L'x')));
         EXPECT_FALSE(channel.ClearDataMemory());
     }
-    EXPECT_EQ(capture.Count(VEL_ERR, "MapViewOfFile failed (code= 0x00000005)!"), 6u);
     EXPECT_EQ(bytes[0], 0xFF);
     EXPECT_EQ(bytes[4095], 'A');
     real.WAPI_UnmapViewOfFile(bytes);

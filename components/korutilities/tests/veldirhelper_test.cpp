@@ -123,18 +123,12 @@ TEST_F(DirHelperTest, RemovingContentsKeepsTheDirectory)
 
     CVeLDirHelper missing(Root() / "missing", false);
     EXPECT_FALSE(missing.RemoveSiblings().IsSuccess());
-    EXPECT_TRUE(
-        m_capture.Contains(VEL_ERR, "Directory " + (Root() / "missing").string() + " does not exists!"));
     const CVeLResult<CVeLFilesystemError> result = missing.Remove();
     EXPECT_FALSE(result.IsSuccess());
     EXPECT_EQ(result.GetValue().GetErrorPath(), Root() / "missing");
-    EXPECT_TRUE(
-        m_capture.Contains(VEL_ERR, "No directory element found at " + (Root() / "missing").string() + "!"));
 
     WriteFile(Root() / "plain", "x");
     EXPECT_FALSE(CVeLDirBasics().RemoveDirectory(Root() / "plain").IsSuccess());
-    EXPECT_TRUE(
-        m_capture.Contains(VEL_ERR, (Root() / "plain").string() + " is not a directory - can't proceed"));
 }
 
 // The waiting removal polls through the wait helper: it succeeds once another thread empties the
@@ -149,9 +143,6 @@ TEST_F(DirHelperTest, WaitingRemoval)
     EXPECT_FALSE(basics.RemoveEmptiedDirectory(dir.wstring(), error));
     EXPECT_EQ(error, static_cast<DWORD>(ERROR_DIR_NOT_EMPTY));
     EXPECT_EQ(wait->waits, 1000);
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Directory " + dir.string() + " is not empty - can't remove"));
-    EXPECT_TRUE(m_capture.Contains(
-        VEL_WRN, "Can't remove directory when it isn't empty yet - have to wait (try 1000 of 1000)"));
     EXPECT_TRUE(fs::exists(dir / "held.txt"));
 
     wait->waits = 0;
@@ -171,7 +162,6 @@ TEST_F(DirHelperTest, WaitingRemoval)
 
     CVeLDirBasics noWait(std::make_shared<CVeLWinAPIWrapper>(), nullptr);
     EXPECT_FALSE(noWait.RemoveEmptiedDirectory(dir.wstring(), error));
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Invalid initialization"));
 }
 
 TEST_F(DirHelperTest, FailedDeletionNamesTheElementAndSkipsTheWait)
@@ -196,9 +186,6 @@ TEST_F(DirHelperTest, FailedDeletionNamesTheElementAndSkipsTheWait)
     EXPECT_FALSE(result.IsSuccess());
     EXPECT_EQ(result.GetValue().GetErrorPath(), tree / "sub" / "locked.txt");
     EXPECT_EQ(result.GetValue().GetOperationResult(), ERROR_ACCESS_DENIED);
-    EXPECT_TRUE(
-        m_capture.Contains(VEL_ERR, "Deleting of " + (tree / "sub" / "locked.txt").string() + " failed: 5"));
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Remove failed for " + tree.string() + "!"));
     EXPECT_EQ(wait->waits, 0);
     EXPECT_FALSE(fs::exists(tree / "other.txt")); // the rest is removed all the same
     EXPECT_TRUE(fs::exists(tree / "sub" / "locked.txt"));
@@ -210,7 +197,6 @@ TEST_F(DirHelperTest, FailedDeletionNamesTheElementAndSkipsTheWait)
         return INVALID_HANDLE_VALUE;
     };
     EXPECT_FALSE(basics->RemoveDirectoryContents(tree).IsSuccess());
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Finding files or subdirectories failed: 5"));
 }
 
 TEST_F(DirHelperTest, ListingsByRegularExpression)
@@ -229,7 +215,6 @@ TEST_F(DirHelperTest, ListingsByRegularExpression)
     EXPECT_EQ(Names(found, dir), (std::vector<std::string>{"a.log"}));
     ASSERT_TRUE(helper.GetTOCByRegExp(found, L".*\\.log", true));
     EXPECT_EQ(Names(found, dir), (std::vector<std::string>{"a.log", "logs/c.log", "logs/old/d.log"}));
-    EXPECT_TRUE(m_capture.Contains(VEL_DBG1, "3 Files found at " + dir.string()));
     // The whole name must match, not a part of it.
     ASSERT_TRUE(helper.GetTOCByRegExp(found, L"log", true));
     EXPECT_TRUE(found.empty());
@@ -240,12 +225,10 @@ TEST_F(DirHelperTest, ListingsByRegularExpression)
     EXPECT_EQ(Names(found, dir), (std::vector<std::string>{"other"}));
     ASSERT_TRUE(helper.GetDirListByRegExp(found, L"o.*", true));
     EXPECT_EQ(Names(found, dir), (std::vector<std::string>{"logs/old", "other"}));
-    EXPECT_TRUE(m_capture.Contains(VEL_DBG1, "2 Folders found at " + dir.string()));
 
     EXPECT_FALSE(helper.GetTOCByRegExp(found, L"([a-z", true));
     EXPECT_EQ(m_capture.CountContaining("([a-z is not a valid regular expression: "), 1u);
     EXPECT_FALSE(CVeLDirHelper(Root() / "none", false).GetTOC(found));
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Can't Iterate over folder"));
 }
 
 TEST_F(DirHelperTest, DeleteAndCopyByMask)
@@ -263,9 +246,7 @@ TEST_F(DirHelperTest, DeleteAndCopyByMask)
     EXPECT_EQ(ReadFile(target / "sub" / "deep.txt"), "deep");
     EXPECT_FALSE(fs::exists(target / "drop.tmp"));
     EXPECT_FALSE(fs::exists(target / "sub" / "deep.tmp"));
-    EXPECT_TRUE(m_capture.Contains(VEL_DBG1, "Copy to " + target.string() + " successful done."));
     EXPECT_FALSE(helper.Copy(target, L"*.txt"));
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "error creating the TOC!"));
 
     ASSERT_TRUE(helper.RemoveFileSiblings(L".*\\.tmp", false));
     EXPECT_FALSE(fs::exists(dir / "drop.tmp"));
@@ -273,13 +254,10 @@ TEST_F(DirHelperTest, DeleteAndCopyByMask)
     ASSERT_TRUE(helper.RemoveFileSiblings(L".*\\.tmp", true));
     EXPECT_FALSE(fs::exists(dir / "sub" / "deep.tmp"));
     EXPECT_TRUE(fs::exists(dir / "keep.txt"));
-    EXPECT_TRUE(
-        m_capture.Contains(VEL_DBG1, "Delete at " + dir.string() + " (mask=.*\\.tmp) successful done."));
 
     ASSERT_TRUE(helper.Copy(Root() / "all"));
     EXPECT_EQ(ReadFile(Root() / "all" / "sub" / "deep.txt"), "deep");
     EXPECT_FALSE(CVeLDirHelper(Root() / "none", false).Copy(target));
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Directory does not exist. Nothing to copy!"));
 }
 
 TEST_F(DirHelperTest, CreateMakesEveryMissingLevel)
@@ -289,24 +267,16 @@ TEST_F(DirHelperTest, CreateMakesEveryMissingLevel)
     ASSERT_TRUE(helper.Create(false));
     EXPECT_TRUE(fs::is_directory(deep));
     EXPECT_TRUE(helper.Create(false));
-    EXPECT_TRUE(m_capture.Contains(VEL_DBG1, "Directory " + deep.string() + " already exists!"));
 
     WriteFile(Root() / "file", "x");
     EXPECT_FALSE(CVeLDirHelper(Root() / "file", false).Create(false));
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR,
-                                   "A file system object '" + (Root() / "file").string() +
-                                       "' already exists, but is not a directory - can't create or replace"));
     EXPECT_FALSE(CVeLDirHelper(Root() / "file" / "below", false).Create(false));
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Can't create directory at " +
-                                                (Root() / "file" / "below").string() + "!"));
 
     // Two leading separators make a network path whose first two elements must be reachable.
     const fs::path network("/" + (Root() / "net" / "x").string());
     ASSERT_TRUE(CVeLDirHelper(network, false).Create(true));
     EXPECT_TRUE(fs::is_directory(Root() / "net" / "x"));
     EXPECT_FALSE(CVeLDirHelper(fs::path("//no-such-server-kor/share/dir"), false).Create(true));
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Couldn't access network path //no-such-server-kor/share!"));
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Can't create directory //no-such-server-kor/share/dir"));
 }
 
 TEST_F(DirHelperTest, FailingDirBasicsAreTracedAndFail)
@@ -316,9 +286,7 @@ TEST_F(DirHelperTest, FailingDirBasicsAreTracedAndFail)
     CVeLDirHelper helper(std::make_shared<CVeLWinAPIWrapper>(), basics, std::make_shared<CVeLFileBasics>(),
                          dir, false);
     EXPECT_FALSE(helper.Create(false));
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Can't create directory " + dir.string()));
     EXPECT_FALSE(helper.Remove().IsSuccess());
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "No directory element found at " + dir.string() + "!"));
     std::vector<fs::path> found;
     EXPECT_FALSE(helper.GetTOC(found));
     EXPECT_FALSE(helper.Copy(Root() / "e"));
@@ -327,18 +295,12 @@ TEST_F(DirHelperTest, FailingDirBasicsAreTracedAndFail)
     const CVeLResult<CVeLFilesystemError> removed = helper.Remove();
     EXPECT_FALSE(removed.IsSuccess());
     EXPECT_EQ(removed.GetValue().GetOperationResult(), ERROR_ACCESS_DENIED);
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Remove failed for " + dir.string() + "!"));
     EXPECT_FALSE(helper.RemoveSiblings().IsSuccess());
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "RemoveSiblings failed for " + dir.string() + "!"));
     EXPECT_FALSE(helper.RemoveSiblingsAndCheck());
 
     CVeLDirHelper bare(nullptr, nullptr, nullptr, dir, false);
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Can't access WinAPI"));
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Can't access DirBasics"));
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Can't access FileBasics"));
     EXPECT_FALSE(bare.Exists());
     EXPECT_FALSE(bare.Remove().IsSuccess());
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Can't access dir basics!"));
 }
 
 } // namespace

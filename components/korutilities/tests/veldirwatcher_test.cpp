@@ -228,19 +228,15 @@ TEST_F(DirWatcherTest, RefusalsAreTraced)
     EXPECT_EQ(1u, capture.CountContaining("Can't open folder"));
     EXPECT_FALSE(watcher.Start(Root(), false, 0, ignore));
     EXPECT_FALSE(watcher.Start(Root(), false, DirChangeAll, DirChangeCallback()));
-    EXPECT_EQ(2u, capture.Count(BTRACE_ERR, "Invalid parameter"));
     ASSERT_TRUE(watcher.Start(Root(), false, DirChangeAll, ignore));
     EXPECT_FALSE(watcher.Start(Root(), false, DirChangeAll, ignore));
-    EXPECT_TRUE(capture.Contains(BTRACE_ERR, "Watcher already running"));
     EXPECT_TRUE(watcher.Stop(5000));
 
     CVeLDirWatcher withoutImpl(std::make_shared<CVeLWinAPIWrapper>(), nullptr);
     EXPECT_FALSE(withoutImpl.Start(Root(), false, DirChangeAll, ignore));
     EXPECT_FALSE(withoutImpl.Stop(0));
-    EXPECT_EQ(2u, capture.Count(BTRACE_WRN, "dirWatcherImpl is not valid"));
     CVeLFileWatcher fileWithoutImpl(nullptr);
     EXPECT_FALSE(fileWithoutImpl.Start(Root() / "f", DirChangeAll, ignore));
-    EXPECT_EQ(3u, capture.Count(BTRACE_WRN, "dirWatcherImpl is not valid"));
 }
 
 TEST_F(DirWatcherTest, WaitsThroughTheInjectedServiceAndFacade)

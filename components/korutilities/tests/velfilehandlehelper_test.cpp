@@ -62,7 +62,6 @@ TEST_F(FileHandleHelperTest, NamesTheChildProcessThatHoldsTheFile)
     EXPECT_FALSE(holders.front().applicationName.empty());
 
     EXPECT_FALSE(helper.GetFileLockingProcesses(fs::path(), holders));
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Empty path!"));
 }
 
 TEST_F(FileHandleHelperTest, RestartManagerFailuresAreTracedAndTheSessionEnded)
@@ -75,14 +74,12 @@ TEST_F(FileHandleHelperTest, RestartManagerFailuresAreTracedAndTheSessionEnded)
 
     api->OnRmStartSession = [](DWORD*, DWORD, WCHAR[]) { return static_cast<DWORD>(ERROR_ACCESS_DENIED); };
     EXPECT_FALSE(helper.GetFileLockingProcesses(file, holders));
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "StartSession failed (code= 5)!"));
     EXPECT_EQ(api->CallCount("RmEndSession"), 0u);
 
     api->OnRmStartSession = nullptr;
     api->OnRmRegisterResources = [](DWORD, UINT, LPCWSTR[], UINT, RM_UNIQUE_PROCESS[], UINT, LPCWSTR[])
     { return static_cast<DWORD>(ERROR_BAD_ARGUMENTS); };
     EXPECT_FALSE(helper.GetFileLockingProcesses(file, holders));
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "RegisterResources failed (code= 160)!"));
     EXPECT_EQ(api->CallCount("RmEndSession"), 1u);
 
     // One holder announced, then the second call fails.
@@ -93,14 +90,12 @@ TEST_F(FileHandleHelperTest, RestartManagerFailuresAreTracedAndTheSessionEnded)
         return static_cast<DWORD>(records == nullptr ? ERROR_MORE_DATA : ERROR_INVALID_PARAMETER);
     };
     EXPECT_FALSE(helper.GetFileLockingProcesses(file, holders));
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "GetList failed (code= 87)!"));
     EXPECT_EQ(api->CallCount("RmGetList"), 2u);
     EXPECT_EQ(api->CallCount("RmEndSession"), 2u);
     EXPECT_TRUE(holders.empty());
 
     CVeLFileHandleHelper noApi(nullptr);
     EXPECT_FALSE(noApi.GetFileLockingProcesses(file, holders));
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Can't not access api wrapper!"));
 }
 
 } // namespace

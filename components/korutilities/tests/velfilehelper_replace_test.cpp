@@ -89,7 +89,6 @@ TEST_F(ReplaceContentTest, RefusesWhatItMustNotReplace)
 
     CVeLFileHelper nullContent(Root() / "null.txt", false);
     EXPECT_FALSE(nullContent.ReplaceContentAtomically(nullptr, 5));
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Invalid parameter"));
     EXPECT_EQ((std::vector<std::string>{"folder", "readonly.txt"}), Entries());
 }
 
@@ -138,7 +137,6 @@ TEST_F(ReplaceContentTest, EveryFailingStepLeavesTheOldContent)
         EXPECT_EQ(old, ReadFile(file)) << step;
         EXPECT_EQ(std::vector<std::string>{"data.bin"}, Entries()) << step;
     }
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Write failed (hr = 0x00000000)!"));
     EXPECT_TRUE(m_capture.CountContaining("renamed to") > 0);
 }
 

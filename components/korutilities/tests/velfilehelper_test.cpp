@@ -88,7 +88,6 @@ TEST_F(FileHelperTest, BytesAndUtf8RoundTrip)
     ASSERT_TRUE(helper.Create());
     EXPECT_EQ(helper.GetSize(), 0u);
     EXPECT_FALSE(helper.ReadUtf8Content(text));
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "No writeable content available!"));
 }
 
 TEST_F(FileHelperTest, Utf8ContentKeepsEmbeddedZeros)
@@ -124,18 +123,15 @@ TEST_F(FileHelperTest, WritingNeedsAnExistingWriteableFileAndContent)
     const fs::path file = Root() / "later.txt";
     CVeLFileHelper helper(file, false);
     EXPECT_FALSE(helper.WriteContent(std::wstring(L"text")));
-    EXPECT_TRUE(m_capture.Contains(VEL_WRN, "Source file (" + file.string() + ") doesn't exist!"));
     EXPECT_FALSE(fs::exists(file));
 
     ASSERT_TRUE(helper.Create());
     EXPECT_FALSE(helper.WriteContent(std::wstring()));
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "No writeable content available!"));
     EXPECT_TRUE(helper.WriteContent(std::wstring(L"text")));
 
     MakeReadOnly(file);
     EXPECT_FALSE(helper.IsWriteable());
     EXPECT_FALSE(helper.WriteContent(std::wstring(L"other")));
-    EXPECT_TRUE(m_capture.Contains(VEL_WRN, "Source file (" + file.string() + ") isn't writeable!"));
     EXPECT_EQ(helper.GetSize(), 8u);
 }
 
@@ -144,7 +140,6 @@ TEST_F(FileHelperTest, DeflateRemoveAndRename)
     const fs::path file = Root() / "full.txt";
     CVeLFileHelper helper(file, false);
     EXPECT_FALSE(helper.Deflate());
-    EXPECT_TRUE(m_capture.Contains(VEL_WRN, "Source file (" + file.string() + ") doesn't exist!"));
 
     WriteFile(file, "some content");
     ASSERT_TRUE(helper.Deflate());
@@ -156,7 +151,6 @@ TEST_F(FileHelperTest, DeflateRemoveAndRename)
     EXPECT_TRUE(helper.Remove());
     EXPECT_FALSE(fs::exists(file));
     EXPECT_TRUE(helper.Remove());
-    EXPECT_TRUE(m_capture.Contains(VEL_DBG1, file.string() + " doesn't exist, skip"));
 
     // Rename moves the helper along.
     const fs::path to = Root() / "b.txt";
@@ -166,7 +160,6 @@ TEST_F(FileHelperTest, DeflateRemoveAndRename)
     EXPECT_EQ(helper.GetPath(), to);
     EXPECT_EQ(ReadFile(to), "moved");
     EXPECT_FALSE(fs::exists(file));
-    EXPECT_TRUE(m_capture.Contains(VEL_DBG1, "File " + file.string() + " renamed to " + to.string()));
 }
 
 TEST_F(FileHelperTest, PathPartsAndQueries)
@@ -182,7 +175,6 @@ TEST_F(FileHelperTest, PathPartsAndQueries)
     EXPECT_EQ(empty.GetSize(), 0u);
     EXPECT_FALSE(empty.IsRegularFile());
     EXPECT_FALSE(empty.IsWriteable());
-    EXPECT_EQ(m_capture.Count(VEL_ERR, "Invalid file path= !"), 3u);
 
     const fs::path file = Root() / "f";
     WriteFile(file, "x");
@@ -201,12 +193,8 @@ TEST_F(FileHelperTest, CopyReplacesTheDestinationAndChecksTheSize)
     MakeReadOnly(target);
     ASSERT_TRUE(CVeLFileHelper(source, false).Copy(target));
     EXPECT_EQ(ReadFile(target), content);
-    EXPECT_TRUE(
-        m_capture.Contains(VEL_DBG1, "File " + source.string() + " copied successful to " + target.string()));
 
     EXPECT_FALSE(CVeLFileHelper(Root() / "missing", false).Copy(target));
-    EXPECT_TRUE(
-        m_capture.Contains(VEL_WRN, "Source file (" + (Root() / "missing").string() + ") doesn't exist!"));
 }
 
 TEST_F(FileHelperTest, CopyWithSilentlyShortWritesFailsOnTheSizeCheck)
@@ -223,8 +211,6 @@ TEST_F(FileHelperTest, CopyWithSilentlyShortWritesFailsOnTheSizeCheck)
     };
     CVeLFileHelper helper(api, std::make_shared<CVeLFileBasics>(), source, false);
     EXPECT_FALSE(helper.Copy(target));
-    EXPECT_TRUE(
-        m_capture.Contains(VEL_ERR, "Invalid file size after copy! (src= 100000 bytes, dest= 50000 bytes)"));
     EXPECT_EQ(api->CallCount("WriteFile"), 2u);
     EXPECT_EQ(api->CallCount("CloseHandle"), 2u);
 }
@@ -241,12 +227,9 @@ TEST_F(FileHelperTest, FailingFacadeOperationsAreTracedAndFail)
     };
     CVeLFileHelper helper(api, std::make_shared<CVeLFileBasics>(), file, false);
     EXPECT_FALSE(helper.Create());
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Cannot create file " + file.string() + " (err = 5)"));
     EXPECT_FALSE(helper.Copy(Root() / "g.txt"));
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Cannot open file " + file.string() + " (err = 5)"));
     std::wstring text;
     EXPECT_FALSE(helper.ReadContent(text));
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Read content failed"));
 
     api->OnCreateFile = nullptr;
     api->OnReadFile = [](HANDLE, LPVOID, DWORD, LPDWORD, LPOVERLAPPED)
@@ -255,12 +238,10 @@ TEST_F(FileHelperTest, FailingFacadeOperationsAreTracedAndFail)
         return FALSE;
     };
     EXPECT_FALSE(helper.ReadContent(text));
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Read file failed (hr = 0x0000001E)!"));
     EXPECT_EQ(ReadFile(file), "abc");
 
     CVeLFileHelper noApi(nullptr, std::make_shared<CVeLFileBasics>(), file, false);
     EXPECT_FALSE(noApi.Create());
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Can't access winapi wrapper!"));
 }
 
 TEST_F(FileHelperTest, FailingFileBasicsAreTracedAndFail)
@@ -271,12 +252,9 @@ TEST_F(FileHelperTest, FailingFileBasicsAreTracedAndFail)
     CVeLFileHelper helper(std::make_shared<CVeLWinAPIWrapper>(), basics, file, false);
     EXPECT_FALSE(helper.Exists());
     EXPECT_FALSE(helper.Copy(other));
-    EXPECT_TRUE(m_capture.Contains(VEL_WRN, "Source file (" + file.string() + ") doesn't exist!"));
 
     basics->exists = true;
     EXPECT_FALSE(helper.Rename(other));
-    EXPECT_TRUE(
-        m_capture.Contains(VEL_ERR, "File " + file.string() + " renamed to " + other.string() + " failed"));
     EXPECT_EQ(helper.GetPath(), file);
     EXPECT_FALSE(helper.Remove());
     EXPECT_FALSE(helper.IsRegularFile());
@@ -284,7 +262,6 @@ TEST_F(FileHelperTest, FailingFileBasicsAreTracedAndFail)
 
     CVeLFileHelper noBasics(std::make_shared<CVeLWinAPIWrapper>(), nullptr, file, false);
     EXPECT_FALSE(noBasics.Remove());
-    EXPECT_TRUE(m_capture.Contains(VEL_ERR, "Can't access file basics!"));
 }
 
 TEST_F(FileHelperTest, FileBasicsCatchLibraryExceptions)

@@ -69,7 +69,6 @@ TEST_F(HostBindingTest, UnreadableIdentifierFails)
     CVeLHostBinding binding(api);
     EXPECT_FALSE(binding.GetChecksum().IsSuccess());
     EXPECT_FALSE(binding.IsThisHost(std::wstring(64, L'0')));
-    EXPECT_TRUE(capture.Contains(VEL_ERR, "Reading the machine identifier failed (error code: 2)!"));
 }
 
 TEST(CookieIssuerTest, IssuesLowestUnusedAndTakesBack)

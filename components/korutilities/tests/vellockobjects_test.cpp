@@ -68,28 +68,21 @@ TEST_F(LockTest, SemaphoreCountsTryLockResetAndFailures)
     EXPECT_TRUE(semaphore.Lock());
     EXPECT_FALSE(semaphore.TryLock()); // exhausted
     EXPECT_FALSE(semaphore.Lock());    // 50 ms default time-out
-    EXPECT_TRUE(capture.Contains(VEL_DBG2, "WaitForEvent wasnt successfull in timeout 50 !"));
     EXPECT_TRUE(semaphore.Release());
     EXPECT_TRUE(semaphore.LockWithTimeout(0));
 
     CVeLSemaphoreObject full(1, 1);
     EXPECT_FALSE(full.Release()); // beyond the maximum
-    EXPECT_TRUE(capture.Contains(VEL_ERR, "ReleaseSemaphore failed (LastError=0x0000012A)!"));
 
     // A semaphore that failed to be made or opened is invalid and says so on use and when destroyed.
     {
         CVeLSemaphoreObject broken(0, 0);
         EXPECT_FALSE(broken.IsValid());
-        EXPECT_TRUE(capture.Contains(VEL_ERR, "CreateSemaphore failed, LastError=0x00000057 !"));
         EXPECT_FALSE(broken.Lock());
         EXPECT_FALSE(broken.Release());
-        EXPECT_EQ(capture.Count(VEL_ERR, "SemaphoreObject is not valid!"), 2u);
         EXPECT_FALSE(broken.Reset());
-        EXPECT_TRUE(capture.Contains(VEL_ERR, "reset Semaphore failed -> Semaphore handle is invalid!"));
         CVeLSemaphoreObject missing(UniqueName("kor_missing_sem"));
-        EXPECT_TRUE(capture.Contains(VEL_ERR, "OpenSemaphore failed, LastError=0x00000002 !"));
     }
-    EXPECT_EQ(capture.Count(VEL_ERR, "Invalid Semaphore!"), 2u);
 }
 
 TEST_F(LockTest, MutexTryLockReportsSuccessWhenHeldElsewhere)
@@ -113,7 +106,6 @@ TEST_F(LockTest, MutexTryLockReportsSuccessWhenHeldElsewhere)
             EXPECT_TRUE(mutex.Release());
         });
     holder.join();
-    EXPECT_TRUE(capture.Contains(VEL_ERR, "ReleaseMutex failed!"));
     EXPECT_TRUE(mutex.Reset());
     EXPECT_TRUE(mutex.Release()); // Reset's TryLock took it
 }
@@ -184,7 +176,6 @@ TEST_F(LockTest, SpinLockWordsAreSharedByIndexNotByName)
     EXPECT_FALSE(b.Lock()); // time-out 0
     EXPECT_TRUE(c.TryLock());
     EXPECT_TRUE(b.Release()); // anyone may release
-    EXPECT_TRUE(capture.Contains(VEL_DBG3, "Reset called."));
     EXPECT_TRUE(a.TryLock());
     a.Release();
     c.Release();

@@ -79,7 +79,6 @@ TEST(PathHelper, NormalizeJoinAndRelative)
     BTraceCapture capture;
     for (const char* hostile : {"../escape", "a/../../escape", "/etc/passwd"})
         EXPECT_FALSE(paths.Join("/base", hostile, result)) << hostile;
-    EXPECT_EQ(1u, capture.Count(BTRACE_ERR, "Invalid parameter"));
 
     EXPECT_TRUE(paths.MakeRelative("/a/b/c/d", "/a/b/x", result));
     EXPECT_EQ(fs::path("../c/d"), result);
@@ -147,7 +146,6 @@ TEST_F(PathHelperTest, FolderQueryFailuresAreTracedAndFreed)
 
     CVeLPathHelper withoutImpl(nullptr);
     EXPECT_FALSE(withoutImpl.GetTempFolder(folder));
-    EXPECT_TRUE(capture.Contains(BTRACE_ERR, "Can't access impl!"));
 }
 
 TEST_F(PathHelperTest, FileTimesReadConvertAndSet)

@@ -64,7 +64,6 @@ TEST_F(Sha256Test, KnownVectorsForBytesAndStrings)
 
     BTraceCapture capture;
     EXPECT_FALSE(m_sha.HashBytes(nullptr, 5).IsSuccess());
-    EXPECT_TRUE(capture.Contains(VEL_ERR, "Invalid parameter"));
 }
 
 TEST_F(Sha256Test, FilesAgreeWithSha256sum)
@@ -127,7 +126,6 @@ TEST_F(Sha256Test, FailedHashOperationFailsTheDigest)
     CVeLSha256 sha(api);
     BTraceCapture capture;
     EXPECT_FALSE(sha.HashString(L"text").IsSuccess());
-    EXPECT_TRUE(capture.Contains(VEL_ERR, "Hashing data failed, error code: 0xC0000008"));
     // The hash object is destroyed also after a failure.
     EXPECT_EQ(api->CallCount("BCryptCreateHash"), api->CallCount("BCryptDestroyHash"));
 }

@@ -32,13 +32,11 @@ TEST(CVeLStringArray, SetStringChecksIndexAndLength)
     EXPECT_TRUE(array.SetString(1, L""));
 
     EXPECT_FALSE(array.SetString(0, L"abcde"));
-    EXPECT_TRUE(capture.Contains(VEL_ERR, "Could not copy string to array index 0 (error code: 34)"));
     EXPECT_EQ(array.GetString(0), L"");
 
     EXPECT_FALSE(array.SetString(3, L"x"));
     EXPECT_FALSE(array.SetString(-1, L"x"));
     EXPECT_EQ(array.GetString(3), L"");
-    EXPECT_EQ(capture.Count(VEL_ERR, "Invalid string array index"), 3u);
 }
 
 TEST(CVeLStringArray, InvalidSizesGiveAnEmptyArray)
@@ -50,7 +48,6 @@ TEST(CVeLStringArray, InvalidSizesGiveAnEmptyArray)
     EXPECT_EQ(none.GetMaxStringLength(), 10);
     CVeLStringArray zeroLength(2, 0);
     EXPECT_EQ(zeroLength.GetNumberOfElements(), 0);
-    EXPECT_EQ(capture.Count(VEL_ERR, "Invalid parameter"), 2u);
     EXPECT_FALSE(none.SetString(0, L"x"));
 }
 
@@ -69,5 +66,4 @@ TEST(CVeLStringArray, ImpossibleSizesGiveAnEmptyArrayWithoutThrowing)
         EXPECT_EQ(array->GetMaxStringLength(), size[1]);
         EXPECT_FALSE(array->SetString(0, L"x"));
     }
-    EXPECT_EQ(capture.Count(VEL_ERR, "Invalid parameter"), 5u);
 }

@@ -1,5 +1,4 @@
-// The operating-system facade: the forwards reach the system unchanged, the three operations that do more
-// behave as described, and the test double stands in for it one operation at a time.
+// The operating-system facade: the three operations that do more than forward behave as described.
 #include "fakewinapiwrapper.h"
 #include "korutilitesbtracedef.h"
 #include "velwinapiwrapper.h"
@@ -28,37 +27,7 @@ private:
     unsigned char m_saved;
 };
 
-std::wstring TempPath(const wchar_t* name)
-{
-    return (boost::filesystem::temp_directory_path() / (name + std::to_wstring(::GetCurrentProcessId())))
-        .wstring();
-}
-
 } // namespace
-
-TEST(CVeLWinAPIWrapper, ForwardsArgumentsAndResultsUnchanged)
-{
-    CVeLWinAPIWrapper api;
-    const std::wstring path = TempPath(L"velwinapi");
-    HANDLE file = api.WAPI_CreateFile(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                                      FILE_ATTRIBUTE_NORMAL, nullptr);
-    ASSERT_NE(file, INVALID_HANDLE_VALUE);
-    // A second exclusive open fails, and the error is read through the facade.
-    EXPECT_EQ(api.WAPI_CreateFile(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
-                                  FILE_ATTRIBUTE_NORMAL, nullptr),
-              INVALID_HANDLE_VALUE);
-    EXPECT_EQ(api.WAPI_GetLastError(), static_cast<DWORD>(ERROR_SHARING_VIOLATION));
-    DWORD n = 0;
-    EXPECT_TRUE(api.WAPI_WriteFile(file, "abc", 3, &n, nullptr));
-    EXPECT_EQ(n, 3u);
-    EXPECT_TRUE(api.WAPI_CloseHandle(file));
-    EXPECT_EQ(api.WAPI_GetFileAttributes(path.c_str()), static_cast<DWORD>(FILE_ATTRIBUTE_NORMAL));
-    EXPECT_TRUE(api.WAPI_DeleteFile(path.c_str()));
-    EXPECT_FALSE(api.WAPI_DeleteFile(path.c_str()));
-    EXPECT_EQ(api.WAPI_GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
-    EXPECT_FALSE(api.WAPI_PostMessage(nullptr, 0, 0, 0));
-    EXPECT_EQ(api.WAPI_GetLastError(), static_cast<DWORD>(ERROR_INVALID_WINDOW_HANDLE));
-}
 
 TEST(CVeLWinAPIWrapper, CryptographyStatusesFollowTheNtRule)
 {
@@ -145,27 +114,4 @@ TEST(CVeLWinAPIWrapper, SharedMemorySizeIsTheSectionSizeAndRefusesANullHandle)
     EXPECT_TRUE(size.IsSuccess());
     EXPECT_EQ(size.GetValue(), 4096);
     api.WAPI_CloseHandle(mapping);
-}
-
-TEST(CFakeWinAPIWrapper, RecordsCallsAndFailsOnlyTheOverriddenOperation)
-{
-    auto fake = std::make_shared<CFakeWinAPIWrapper>();
-    fake->OnCreateFile = [](LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE)
-    {
-        ::SetLastError(ERROR_ACCESS_DENIED);
-        return INVALID_HANDLE_VALUE;
-    };
-    std::shared_ptr<IVeLWinAPIWrapper> api = fake;
-    EXPECT_EQ(api->WAPI_CreateFile(L"/tmp/anything", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr),
-              INVALID_HANDLE_VALUE);
-    EXPECT_EQ(api->WAPI_GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
-    // not overridden: reaches the system
-    EXPECT_TRUE(api->WAPI_PathIsDirectory(boost::filesystem::temp_directory_path().wstring().c_str()));
-    EXPECT_FALSE(api->WAPI_BCryptGenRandom(nullptr, nullptr, 0, 0).IsSuccess());
-    EXPECT_EQ(fake->Calls(),
-              (std::vector<std::string>{"CreateFile", "GetLastError", "PathIsDirectory", "BCryptGenRandom"}));
-    EXPECT_EQ(fake->CallCount("CreateFile"), 1u);
-    fake->OnCreateFile = nullptr;
-    fake->ClearCalls();
-    EXPECT_TRUE(fake->Calls().empty());
 }

@@ -68,7 +68,6 @@ TEST_F(XMLHandlerTest, StringLoads)
     BTraceCapture capture;
     CVeLXMLHandler empty{std::wstring()};
     EXPECT_FALSE(empty.IsValidXML());
-    EXPECT_TRUE(capture.Contains(VEL_ERR, "XML String is empty!"));
     EXPECT_FALSE(empty.NodeIsSelectable(L""));
     EXPECT_EQ(nullptr, empty.CreateDOMElement(L"x"));
 
@@ -90,7 +89,6 @@ TEST_F(XMLHandlerTest, FileLoads)
 
     CVeLXMLHandler undeclared(WriteFile("undeclared.xml", "<R><A>t</A></R>"));
     EXPECT_FALSE(undeclared.IsValidXML());
-    EXPECT_TRUE(capture.Contains(VEL_ERR, "XML Version is not valid or is missing!!"));
     EXPECT_TRUE(undeclared.NodeIsSelectable(L"R/A")); // the parse itself succeeded
 
     CVeLXMLHandler declared(WriteFile("decl \u00e4.xml", "<?xml version=\"1.0\"?><R><A>t</A></R>"));

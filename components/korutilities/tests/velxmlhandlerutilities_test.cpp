@@ -164,18 +164,10 @@ TEST_F(XMLUtilitiesTest, SiblingAttributesSkipLineFeedTextNodes)
     EXPECT_EQ(L"k2", out[1].at(L"key"));
     EXPECT_TRUE(out[2].empty());
     EXPECT_EQ(L"k3", out[3].at(L"key"));
-    EXPECT_EQ(
-        1u, capture.Count(
-                VEL_WRN, "Error: Reading attributes from first element failed (maybe because of line feed)"));
-    EXPECT_EQ(4u, capture.Count(VEL_WRN, "Error: reading attributes from xml (maybe because of line feed)"));
-    EXPECT_EQ(5u, capture.Count(VEL_ERR, "Invalid DOM element pointer"));
 
     EXPECT_FALSE(utilities.ReadSiblingsElementNodeAttributes(nullptr, L"List", out));
-    EXPECT_TRUE(capture.Contains(VEL_ERR, "Can't access Root element"));
     EXPECT_FALSE(utilities.ReadSiblingsElementNodeAttributes(doc, L"Missing", out));
-    EXPECT_TRUE(capture.Contains(VEL_ERR, "Can't access xpath element"));
     EXPECT_FALSE(utilities.ReadSiblingsElementNodeAttributes(doc, L"Empty", out));
-    EXPECT_TRUE(capture.Contains(VEL_ERR, "First xml child is invalid"));
     EXPECT_EQ(4u, out.size());
 }
 
