@@ -1,6 +1,7 @@
 #include "w32p_file.h"
 #include "w32p_handles.h"
 #include "w32p_path.h"
+#include "w32p_share.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -37,6 +38,7 @@ struct FileObject : W32pObject
             if (lstat(deletePath.c_str(), &st) == 0 && st.st_dev == device && st.st_ino == inode)
                 unlink(deletePath.c_str());
         }
+        W32pShareRelease(shareFd, device, inode);
         if (ownsDescriptor)
             close(fd); // also releases the sharing lock of this open file description
     }
@@ -45,11 +47,13 @@ struct FileObject : W32pObject
     const bool readable;
     const bool writable;
     const bool regularFile; // reads loop until the count is met only on regular files
-    // FILE_FLAG_DELETE_ON_CLOSE: the path to remove at close and the identity of the file it named; set
-    // once before the handle is published.
-    std::string deletePath;
+    // Set once before the handle is published: the identity of the opened file; FILE_FLAG_DELETE_ON_CLOSE's
+    // path to remove at close (only while it still names that file); the registration in the file's open
+    // set (w32p_share.h), -1 for none.
     dev_t device = 0;
     ino_t inode = 0;
+    std::string deletePath;
+    int shareFd = -1;
     std::mutex attachmentLock;        // guards attachment
     std::shared_ptr<void> attachment; // state another area keeps per handle (a directory-change watch)
 };
@@ -306,53 +310,93 @@ std::shared_ptr<FileObject> LookupFile(HANDLE file)
     return W32pLookupHandleAs<FileObject>(file, W32pKind::File);
 }
 
+// Runs act (answering true on success, false with the last error set) while the object st describes is
+// held with delete access, as Windows' delete and rename open what they remove: while another open of it
+// does not share delete, act is not run and the answer is false with ERROR_SHARING_VIOLATION. Links are
+// acted on as links, which no handle of this layer holds.
+template <typename Act>
+bool WithDeleteAccess(const struct stat& st, Act act)
+{
+    if (!S_ISREG(st.st_mode) && !S_ISDIR(st.st_mode))
+        return act();
+    const int registration = W32pShareAcquire(st.st_dev, st.st_ino, FILE_SHARE_DELETE,
+                                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
+    if (registration < 0 && GetLastError() == ERROR_SHARING_VIOLATION)
+        return false;
+    const bool done = act();
+    const DWORD error = GetLastError();
+    W32pShareRelease(registration, st.st_dev, st.st_ino);
+    SetLastError(error);
+    return done;
+}
+
 } // namespace
 
-HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD shareMode, LPSECURITY_ATTRIBUTES /*security*/,
-                   DWORD creationDisposition, DWORD flagsAndAttributes, HANDLE /*templateFile*/)
+namespace
 {
-    std::string path;
-    if (!W32pPathToUtf8(fileName, path) || path.empty())
-    {
-        SetLastError(ERROR_PATH_NOT_FOUND);
-        return INVALID_HANDLE_VALUE;
-    }
-    const bool wantRead = (desiredAccess & (GENERIC_READ | GENERIC_ALL | FILE_READ_DATA)) != 0;
-    const bool wantWrite =
-        (desiredAccess & (GENERIC_WRITE | GENERIC_ALL | FILE_WRITE_DATA | FILE_APPEND_DATA)) != 0;
-    const bool create = creationDisposition == CREATE_NEW || creationDisposition == CREATE_ALWAYS ||
-                        creationDisposition == OPEN_ALWAYS;
-    const bool truncate = creationDisposition == CREATE_ALWAYS || creationDisposition == TRUNCATE_EXISTING;
-    const bool deleteOnClose = (flagsAndAttributes & FILE_FLAG_DELETE_ON_CLOSE) != 0;
-    if (creationDisposition < CREATE_NEW || creationDisposition > TRUNCATE_EXISTING ||
-        (truncate && !wantWrite))
+
+// What a CreateFileW call asks for, worked out from its arguments before anything is touched.
+struct OpenRequest
+{
+    DWORD disposition = 0;
+    DWORD flagsAndAttributes = 0;
+    DWORD shareMode = 0;
+    DWORD sharingClasses = 0; // FILE_SHARE_* bits of the access asked for (see W32pSharingClassesOf)
+    bool wantRead = false;
+    bool wantWrite = false;
+    bool create = false;
+    bool truncate = false;
+    bool deleteOnClose = false;
+};
+
+// The arguments as Windows checks them. False with ERROR_INVALID_PARAMETER for an unknown disposition,
+// share bits other than FILE_SHARE_READ, FILE_SHARE_WRITE and FILE_SHARE_DELETE, or truncation without
+// write access.
+bool ParseOpenRequest(DWORD desiredAccess, DWORD shareMode, DWORD disposition, DWORD flagsAndAttributes,
+                      OpenRequest& request)
+{
+    request.disposition = disposition;
+    request.flagsAndAttributes = flagsAndAttributes;
+    request.shareMode = shareMode;
+    request.deleteOnClose = (flagsAndAttributes & FILE_FLAG_DELETE_ON_CLOSE) != 0;
+    // Delete-on-close is delete access: other opens must share delete with it.
+    request.sharingClasses = W32pSharingClassesOf(desiredAccess | (request.deleteOnClose ? DELETE : 0));
+    request.wantRead = (desiredAccess & (GENERIC_READ | GENERIC_ALL | FILE_READ_DATA)) != 0;
+    request.wantWrite = (desiredAccess & (GENERIC_WRITE | GENERIC_ALL | FILE_WRITE_DATA | FILE_APPEND_DATA)) != 0;
+    request.create = disposition == CREATE_NEW || disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS;
+    request.truncate = disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING;
+    constexpr DWORD kShareBits = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    if (disposition < CREATE_NEW || disposition > TRUNCATE_EXISTING || (shareMode & ~kShareBits) != 0 ||
+        (request.truncate && !request.wantWrite))
     {
         SetLastError(ERROR_INVALID_PARAMETER);
-        return INVALID_HANDLE_VALUE;
+        return false;
     }
-    ResolvedPath where;
-    if (!ResolvePath(path, where))
-        return INVALID_HANDLE_VALUE;
+    return true;
+}
 
+// Opens or creates the object; existed tells whether it was there before. -1 with the last error set.
+int OpenDescriptor(const ResolvedPath& where, const OpenRequest& request, bool& existed)
+{
     // O_NONBLOCK keeps the open itself from waiting (a FIFO without a peer, a device that is not ready);
     // it is cleared again once the descriptor is there, so transfers behave as on an ordinary handle.
     int flags = O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
-    flags |= wantWrite ? (wantRead ? O_RDWR : O_WRONLY) : O_RDONLY;
-    const mode_t mode = (flagsAndAttributes & FILE_ATTRIBUTE_READONLY) ? 0444 : 0666;
+    flags |= request.wantWrite ? (request.wantRead ? O_RDWR : O_WRONLY) : O_RDONLY;
+    const mode_t mode = (request.flagsAndAttributes & FILE_ATTRIBUTE_READONLY) ? 0444 : 0666;
 
     // Creation goes first with O_EXCL, so that "existed before" is known without a race.
-    bool existed = true;
+    existed = true;
     int fd = -1;
-    if (create)
+    if (request.create)
     {
         fd = openat(where.at, where.name.c_str(), flags | O_CREAT | O_EXCL, mode);
         if (fd >= 0)
             existed = false;
-        else if (errno != EEXIST || creationDisposition == CREATE_NEW)
+        else if (errno != EEXIST || request.disposition == CREATE_NEW)
         {
             const int error = errno;
             SetLastError(error == EEXIST ? ERROR_FILE_EXISTS : ResolvedErrorFromErrno(where, error));
-            return INVALID_HANDLE_VALUE;
+            return -1;
         }
     }
     if (fd < 0)
@@ -361,13 +405,80 @@ HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD shareMode, LPSEC
         if (fd < 0)
         {
             SetLastError(ResolvedErrorFromErrno(where, errno));
-            return INVALID_HANDLE_VALUE;
+            return -1;
         }
     }
     const int statusFlags = fcntl(fd, F_GETFL);
     if (statusFlags != -1)
         fcntl(fd, F_SETFL, statusFlags & ~O_NONBLOCK);
+    return fd;
+}
 
+// Admits the open by the sharing rule: the exclusive or shared lock of the file itself (seen by every user)
+// and the user's open set of the file (see w32p_share.h). Opens without data access take part in neither,
+// as on Windows. False with the last error set; object->shareFd holds the registration on success.
+bool AdmitSharing(FileObject& object, const OpenRequest& request, const struct stat& st)
+{
+    if (request.sharingClasses == 0)
+        return true;
+    if (flock(object.fd, (request.shareMode == 0 ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0)
+    {
+        const int error = errno;
+        SetLastError(error == EWOULDBLOCK ? ERROR_SHARING_VIOLATION : W32pErrorFromErrno(error));
+        return false;
+    }
+    object.shareFd = W32pShareAcquire(st.st_dev, st.st_ino, request.sharingClasses, request.shareMode);
+    // An unreachable open set leaves the file lock as the only check, as before the open set existed.
+    return object.shareFd >= 0 || GetLastError() != ERROR_SHARING_VIOLATION;
+}
+
+// Refusals that depend on what was opened. Root passes every permission check of Linux; the read-only
+// attribute must hold for it as well.
+bool CheckOpenedObject(const OpenRequest& request, const struct stat& st, bool existed)
+{
+    if ((existed && (request.wantWrite || request.deleteOnClose) && IsReadOnly(st)) ||
+        (S_ISDIR(st.st_mode) && !(request.flagsAndAttributes & FILE_FLAG_BACKUP_SEMANTICS)))
+    {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return false;
+    }
+    return true;
+}
+
+// The steps after the open was admitted. Truncation waits for admission so that a refused open never
+// destroys another holder's data.
+bool FinishOpen(FileObject& object, const OpenRequest& request, const struct stat& st, bool existed)
+{
+    if (request.truncate && existed && st.st_size != 0 && ftruncate(object.fd, 0) != 0)
+    {
+        W32pSetLastErrorFromErrno();
+        return false;
+    }
+    if ((request.disposition == OPEN_ALWAYS || request.disposition == CREATE_ALWAYS) && existed &&
+        (request.flagsAndAttributes & FILE_ATTRIBUTE_READONLY))
+        fchmod(object.fd, st.st_mode & ~kWriteBits);
+    return true;
+}
+
+} // namespace
+
+HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD shareMode, LPSECURITY_ATTRIBUTES /*security*/,
+                   DWORD creationDisposition, DWORD flagsAndAttributes, HANDLE /*templateFile*/)
+{
+    OpenRequest request;
+    if (!ParseOpenRequest(desiredAccess, shareMode, creationDisposition, flagsAndAttributes, request))
+        return INVALID_HANDLE_VALUE;
+    std::string path;
+    if (!W32pPathToUtf8(fileName, path) || path.empty())
+    {
+        SetLastError(ERROR_PATH_NOT_FOUND);
+        return INVALID_HANDLE_VALUE;
+    }
+    ResolvedPath where;
+    bool existed = true;
+    int fd = -1;
+    if (!ResolvePath(path, where) || (fd = OpenDescriptor(where, request, existed)) < 0)
+        return INVALID_HANDLE_VALUE;
     struct stat st;
     if (fstat(fd, &st) != 0)
     {
@@ -375,41 +486,15 @@ HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD shareMode, LPSEC
         close(fd);
         return INVALID_HANDLE_VALUE;
     }
-    // Root passes every permission check of Linux; the read-only attribute must hold for it as well.
-    if ((existed && (wantWrite || deleteOnClose) && IsReadOnly(st)) ||
-        (S_ISDIR(st.st_mode) && !(flagsAndAttributes & FILE_FLAG_BACKUP_SEMANTICS)))
-    {
-        close(fd);
-        SetLastError(ERROR_ACCESS_DENIED);
+    // From here the object owns the descriptor and whatever registration it makes.
+    auto object = std::make_shared<FileObject>(fd, true, request.wantRead, request.wantWrite, S_ISREG(st.st_mode));
+    object->device = st.st_dev;
+    object->inode = st.st_ino;
+    if (!CheckOpenedObject(request, st, existed) || !AdmitSharing(*object, request, st) ||
+        !FinishOpen(*object, request, st, existed))
         return INVALID_HANDLE_VALUE;
-    }
-    if (flock(fd, (shareMode == 0 ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0)
-    {
-        const int error = errno;
-        close(fd);
-        SetLastError(error == EWOULDBLOCK ? ERROR_SHARING_VIOLATION : W32pErrorFromErrno(error));
-        return INVALID_HANDLE_VALUE;
-    }
-    // Truncation waits for the lock so that a refused open never destroys another holder's data.
-    if (truncate && existed && st.st_size != 0 && ftruncate(fd, 0) != 0)
-    {
-        W32pSetLastErrorFromErrno();
-        close(fd);
-        return INVALID_HANDLE_VALUE;
-    }
-    if (creationDisposition == OPEN_ALWAYS || creationDisposition == CREATE_ALWAYS)
-    {
-        if (existed && (flagsAndAttributes & FILE_ATTRIBUTE_READONLY))
-            fchmod(fd, st.st_mode & ~kWriteBits);
-    }
-
-    auto object = std::make_shared<FileObject>(fd, true, wantRead, wantWrite, S_ISREG(st.st_mode));
-    if (deleteOnClose && !S_ISDIR(st.st_mode))
-    {
+    if (request.deleteOnClose && !S_ISDIR(st.st_mode))
         object->deletePath = path;
-        object->device = st.st_dev;
-        object->inode = st.st_ino;
-    }
     HANDLE handle = W32pInsertHandle(object);
     if (handle == nullptr)
         return INVALID_HANDLE_VALUE; // the object closes the descriptor
@@ -658,12 +743,16 @@ BOOL DeleteFileW(LPCWSTR fileName)
         SetLastError(ERROR_ACCESS_DENIED);
         return FALSE;
     }
-    if (unlinkat(where.at, where.name.c_str(), 0) != 0)
-    {
-        W32pSetLastErrorFromErrno();
-        return FALSE;
-    }
-    return TRUE;
+    return WithDeleteAccess(st,
+                            [&]
+                            {
+                                if (unlinkat(where.at, where.name.c_str(), 0) == 0)
+                                    return true;
+                                W32pSetLastErrorFromErrno();
+                                return false;
+                            })
+               ? TRUE
+               : FALSE;
 }
 
 BOOL RemoveDirectoryW(LPCWSTR pathName)
@@ -1055,9 +1144,18 @@ BOOL MoveFileExW(LPCWSTR existingFileName, LPCWSTR newFileName, DWORD flags)
             return FALSE;
         }
     }
-    int error = RenameOnce(from, to, replace);
-    if (error == EXDEV && (flags & MOVEFILE_COPY_ALLOWED) && S_ISREG(source.st_mode))
-        error = CopyAcrossFileSystems(from, to, source, replace);
+    int error = 0;
+    const bool admitted = WithDeleteAccess(source,
+                                           [&]
+                                           {
+                                               error = RenameOnce(from, to, replace);
+                                               if (error == EXDEV && (flags & MOVEFILE_COPY_ALLOWED) &&
+                                                   S_ISREG(source.st_mode))
+                                                   error = CopyAcrossFileSystems(from, to, source, replace);
+                                               return true;
+                                           });
+    if (!admitted)
+        return FALSE;
     if (error == 0 && (flags & MOVEFILE_WRITE_THROUGH))
     {
         error = SyncFolderOf(to);

@@ -8,6 +8,7 @@
 // and is refused with ERROR_ACCESS_DENIED; it is never used, written to or waited for.
 #include "w32p_waitable.h"
 
+#include "w32p_share.h"
 #include "w32p_string.h"
 
 #include <atomic>
@@ -458,4 +459,9 @@ W32pNamedSegment::~W32pNamedSegment()
             unlinkat(dir.Get(), m_fileName.c_str(), 0);
     }
     close(m_fd);
+}
+
+int W32pOpenNamedObjectDir(bool create)
+{
+    return OpenUserDir(create);
 }
