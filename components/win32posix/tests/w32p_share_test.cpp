@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <fstream>
 
 namespace
@@ -71,16 +72,16 @@ std::wstring WideOf(const std::string& narrow)
     return std::wstring(narrow.begin(), narrow.end());
 }
 
-bool LockFilesLeft()
+// Whether the record of the open set of the file at path is still in the store.
+bool LockFileLeft(const std::string& path)
 {
-    bool found = false;
-    if (DIR* dir = opendir(NamedObjectDir().c_str()))
-    {
-        while (dirent* entry = readdir(dir))
-            found |= std::string(entry->d_name).rfind(".share-", 0) == 0;
-        closedir(dir);
-    }
-    return found;
+    struct stat st;
+    if (stat(path.c_str(), &st) != 0)
+        return false;
+    char name[80];
+    std::snprintf(name, sizeof name, "/.share-%llx-%llx", static_cast<unsigned long long>(st.st_dev),
+                  static_cast<unsigned long long>(st.st_ino));
+    return access((NamedObjectDir() + name).c_str(), F_OK) == 0;
 }
 
 } // namespace
@@ -124,7 +125,7 @@ TEST(Share, EveryPairOfOpensAcrossTwoProcesses)
         EXPECT_EQ(agreeing, ~std::uint64_t{0}) << "first open " << f;
         CloseHandle(first);
     }
-    EXPECT_FALSE(LockFilesLeft());
+    EXPECT_FALSE(LockFileLeft(dir.NarrowOf("m.txt")));
 }
 
 TEST(Share, DeleteAndRenameNeedDeleteShared)
@@ -201,7 +202,7 @@ TEST(Share, KilledHolderReleasesTheFile)
     HANDLE after = OpenAs(WideOf(narrow), Party{FILE_SHARE_READ, 0});
     EXPECT_NE(after, INVALID_HANDLE_VALUE);
     CloseHandle(after);
-    EXPECT_FALSE(LockFilesLeft());
+    EXPECT_FALSE(LockFileLeft(narrow));
 }
 
 TEST(Share, RefusedParameters)
