@@ -362,7 +362,8 @@ bool ParseOpenRequest(DWORD desiredAccess, DWORD shareMode, DWORD disposition, D
     // Delete-on-close is delete access: other opens must share delete with it.
     request.sharingClasses = W32pSharingClassesOf(desiredAccess | (request.deleteOnClose ? DELETE : 0));
     request.wantRead = (desiredAccess & (GENERIC_READ | GENERIC_ALL | FILE_READ_DATA)) != 0;
-    request.wantWrite = (desiredAccess & (GENERIC_WRITE | GENERIC_ALL | FILE_WRITE_DATA | FILE_APPEND_DATA)) != 0;
+    request.wantWrite =
+        (desiredAccess & (GENERIC_WRITE | GENERIC_ALL | FILE_WRITE_DATA | FILE_APPEND_DATA)) != 0;
     request.create = disposition == CREATE_NEW || disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS;
     request.truncate = disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING;
     constexpr DWORD kShareBits = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
@@ -487,7 +488,8 @@ HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD shareMode, LPSEC
         return INVALID_HANDLE_VALUE;
     }
     // From here the object owns the descriptor and whatever registration it makes.
-    auto object = std::make_shared<FileObject>(fd, true, request.wantRead, request.wantWrite, S_ISREG(st.st_mode));
+    auto object =
+        std::make_shared<FileObject>(fd, true, request.wantRead, request.wantWrite, S_ISREG(st.st_mode));
     object->device = st.st_dev;
     object->inode = st.st_ino;
     if (!CheckOpenedObject(request, st, existed) || !AdmitSharing(*object, request, st) ||
@@ -1145,15 +1147,15 @@ BOOL MoveFileExW(LPCWSTR existingFileName, LPCWSTR newFileName, DWORD flags)
         }
     }
     int error = 0;
-    const bool admitted = WithDeleteAccess(source,
-                                           [&]
-                                           {
-                                               error = RenameOnce(from, to, replace);
-                                               if (error == EXDEV && (flags & MOVEFILE_COPY_ALLOWED) &&
-                                                   S_ISREG(source.st_mode))
-                                                   error = CopyAcrossFileSystems(from, to, source, replace);
-                                               return true;
-                                           });
+    const bool admitted =
+        WithDeleteAccess(source,
+                         [&]
+                         {
+                             error = RenameOnce(from, to, replace);
+                             if (error == EXDEV && (flags & MOVEFILE_COPY_ALLOWED) && S_ISREG(source.st_mode))
+                                 error = CopyAcrossFileSystems(from, to, source, replace);
+                             return true;
+                         });
     if (!admitted)
         return FALSE;
     if (error == 0 && (flags & MOVEFILE_WRITE_THROUGH))

@@ -1,12 +1,16 @@
 // Files, directories, attributes and directory search.
 //
 // A file handle owns one Linux file descriptor. Where Linux differs from Windows, and what this layer does:
-// - Sharing: Windows checks share modes on every open; Linux has no such check. Here a handle opened with
-//   share mode 0 holds an exclusive lock of its open file description (flock, which is tied to the open
-//   file description and, unlike fcntl record locks, needs no particular access mode); any other share mode
-//   holds a shared one. So a second exclusive open through this layer fails with ERROR_SHARING_VIOLATION,
-//   also within one process, while programs that do not use this layer are not held back (the locks are
-//   advisory). Share modes other than 0 are not told apart.
+// - Sharing: an open asking for data access (read or execute, write or append, delete; delete-on-close
+//   counts as delete) is admitted by Windows' rule: every open of the file must share what the new one asks
+//   for, and the new one must share what every open holds; otherwise ERROR_SHARING_VIOLATION. DeleteFileW
+//   and MoveFileExW (of the source) count as delete access. Opens with other rights only (attributes, 0)
+//   are neither checked nor counted, as on Windows. The rule holds between the opens of one user through
+//   this layer, in one process and across processes, through the open set of w32p_share.h, which a killed
+//   holder leaves at once. Linux differs: between users only share mode 0 still counts, as an exclusive
+//   lock of the open file description (flock) that every other data-access open meets with a shared one;
+//   programs that do not use this layer are not held back (the locks are advisory), and a rename's target
+//   is not checked.
 // - Read-only: FILE_ATTRIBUTE_READONLY is "no write permission bit set". Root may write any file on Linux,
 //   so the opening, deleting and truncating calls check the bits themselves: a read-only file refuses
 //   writers with ERROR_ACCESS_DENIED whoever the caller is, as on Windows.
@@ -129,11 +133,11 @@ typedef void (*LPOVERLAPPED_COMPLETION_ROUTINE)(DWORD errorCode, DWORD bytesTran
 // Opens or creates a file (or, with FILE_FLAG_BACKUP_SEMANTICS, a directory). Failure:
 // INVALID_HANDLE_VALUE with ERROR_FILE_NOT_FOUND / ERROR_PATH_NOT_FOUND, ERROR_FILE_EXISTS (CREATE_NEW),
 // ERROR_ACCESS_DENIED (no permission, a read-only file opened for writing, a directory without
-// FILE_FLAG_BACKUP_SEMANTICS), ERROR_SHARING_VIOLATION, ERROR_INVALID_PARAMETER (bad disposition,
-// TRUNCATE_EXISTING without write access). CREATE_ALWAYS and OPEN_ALWAYS on an existing file succeed with
-// ERROR_ALREADY_EXISTS; otherwise a success leaves the last error 0. New files get permission 0666 less the
-// umask; FILE_ATTRIBUTE_READONLY in the attributes makes them 0444 less the umask. The security
-// attributes and the template are ignored.
+// FILE_FLAG_BACKUP_SEMANTICS), ERROR_SHARING_VIOLATION, ERROR_INVALID_PARAMETER (bad disposition, share bits
+// other than FILE_SHARE_*, TRUNCATE_EXISTING without write access). CREATE_ALWAYS and OPEN_ALWAYS on an
+// existing file succeed with ERROR_ALREADY_EXISTS; otherwise a success leaves the last error 0. New files get
+// permission 0666 less the umask; FILE_ATTRIBUTE_READONLY in the attributes makes them 0444 less the umask.
+// The security attributes and the template are ignored.
 W32P_API HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD shareMode,
                             LPSECURITY_ATTRIBUTES securityAttributes, DWORD creationDisposition,
                             DWORD flagsAndAttributes, HANDLE templateFile);

@@ -84,6 +84,12 @@ bool ForEachRun(unsigned mask, Act act)
     return true;
 }
 
+uid_t Me()
+{
+    static const uid_t me = geteuid(); // this layer never changes its user
+    return me;
+}
+
 // The folder of the store, opened once per process and kept: an open must not pay for a folder walk.
 int StoreDir()
 {
@@ -103,17 +109,17 @@ std::string LockFileName(dev_t device, ino_t inode)
     return name;
 }
 
-// True when name in dir still leads to the file open at fd.
-bool StillNamed(int dir, int fd, const std::string& name)
+// True when name in dir still leads to the file st describes.
+bool StillNamed(int dir, const std::string& name, const struct stat& st)
 {
-    struct stat a, b;
-    return fstat(fd, &a) == 0 && fstatat(dir, name.c_str(), &b, AT_SYMLINK_NOFOLLOW) == 0 &&
-           a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+    struct stat named;
+    return fstatat(dir, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 && named.st_dev == st.st_dev &&
+           named.st_ino == st.st_ino;
 }
 
 // Opens (making it on first use) the lock file name as one of the store's own files: a regular file of the
-// caller, closed to everybody else. -1 with the last error set otherwise.
-int OpenLockFile(int dir, const std::string& name)
+// caller, closed to everybody else, described in st. -1 with the last error set otherwise.
+int OpenLockFile(int dir, const std::string& name, struct stat& st)
 {
     const int fd = openat(dir, name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
     if (fd < 0)
@@ -121,8 +127,7 @@ int OpenLockFile(int dir, const std::string& name)
         W32pSetLastErrorFromErrno();
         return -1;
     }
-    struct stat st;
-    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_uid != geteuid() || (st.st_mode & 077) != 0 ||
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_uid != Me() || (st.st_mode & 077) != 0 ||
         ((st.st_mode & 0600) != 0600 && fchmod(fd, 0600) != 0))
     {
         close(fd);
@@ -156,8 +161,8 @@ bool AdmitLocked(int fd, DWORD access, DWORD shareMode)
         SetLastError(ERROR_SHARING_VIOLATION);
         return false;
     }
-    if (!ForEachRun(take, [fd](off_t start, off_t length)
-                    { return SetLock(fd, F_RDLCK, start, length, false); }))
+    if (!ForEachRun(take,
+                    [fd](off_t start, off_t length) { return SetLock(fd, F_RDLCK, start, length, false); }))
     {
         W32pSetLastErrorFromErrno();
         return false;
@@ -188,7 +193,8 @@ int W32pShareAcquire(dev_t device, ino_t inode, DWORD access, DWORD shareMode)
     const std::string name = LockFileName(device, inode);
     for (int round = 0; round < kMaxRounds; ++round)
     {
-        const int fd = OpenLockFile(dir, name);
+        struct stat st;
+        const int fd = OpenLockFile(dir, name, st);
         if (fd < 0)
             return -1;
         if (!SetLock(fd, F_RDLCK, kHolderByte, 1, true) || !SetLock(fd, F_WRLCK, kGateByte, 1, true))
@@ -197,7 +203,7 @@ int W32pShareAcquire(dev_t device, ino_t inode, DWORD access, DWORD shareMode)
             close(fd);
             return -1;
         }
-        if (!StillNamed(dir, fd, name))
+        if (!StillNamed(dir, name, st))
         {
             close(fd); // removed by its last leaver meanwhile: start over with the current one
             continue;
@@ -219,11 +225,10 @@ void W32pShareRelease(int descriptor, dev_t device, ino_t inode)
 {
     if (descriptor < 0)
         return;
-    // Nobody else registered: the whole record can be locked exclusively, and the lock file goes.
+    // Nobody else registered: the whole record can be locked exclusively, and the lock file goes. It is
+    // still the one named: whoever removes it must first lock byte 0 exclusively, which our hold prevented.
     const int dir = StoreDir();
-    const std::string name = LockFileName(device, inode);
-    if (dir >= 0 && SetLock(descriptor, F_WRLCK, kHolderByte, kGateByte + 1, false) &&
-        StillNamed(dir, descriptor, name))
-        unlinkat(dir, name.c_str(), 0);
+    if (dir >= 0 && SetLock(descriptor, F_WRLCK, kHolderByte, kGateByte + 1, false))
+        unlinkat(dir, LockFileName(device, inode).c_str(), 0);
     close(descriptor);
 }

@@ -61,7 +61,8 @@ std::uint64_t SecondOpensAgreeing(const std::wstring& path, const Party& first)
         const bool admitted = second != INVALID_HANDLE_VALUE;
         if (admitted)
             CloseHandle(second);
-        if (admitted == Admitted(first, PartyOf(i)) && (admitted || GetLastError() == ERROR_SHARING_VIOLATION))
+        if (admitted == Admitted(first, PartyOf(i)) &&
+            (admitted || GetLastError() == ERROR_SHARING_VIOLATION))
             agreeing |= std::uint64_t{1} << i;
     }
     return agreeing;
