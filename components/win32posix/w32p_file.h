@@ -133,11 +133,15 @@ typedef void (*LPOVERLAPPED_COMPLETION_ROUTINE)(DWORD errorCode, DWORD bytesTran
 // Opens or creates a file (or, with FILE_FLAG_BACKUP_SEMANTICS, a directory). Failure:
 // INVALID_HANDLE_VALUE with ERROR_FILE_NOT_FOUND / ERROR_PATH_NOT_FOUND, ERROR_FILE_EXISTS (CREATE_NEW),
 // ERROR_ACCESS_DENIED (no permission, a read-only file opened for writing, a directory without
-// FILE_FLAG_BACKUP_SEMANTICS), ERROR_SHARING_VIOLATION, ERROR_INVALID_PARAMETER (bad disposition, share bits
-// other than FILE_SHARE_*, TRUNCATE_EXISTING without write access). CREATE_ALWAYS and OPEN_ALWAYS on an
-// existing file succeed with ERROR_ALREADY_EXISTS; otherwise a success leaves the last error 0. New files get
-// permission 0666 less the umask; FILE_ATTRIBUTE_READONLY in the attributes makes them 0444 less the umask.
-// The security attributes and the template are ignored.
+// FILE_FLAG_BACKUP_SEMANTICS), ERROR_SHARING_VIOLATION (see "Sharing" above), ERROR_INVALID_PARAMETER (bad
+// disposition, share bits other than FILE_SHARE_READ, FILE_SHARE_WRITE and FILE_SHARE_DELETE,
+// TRUNCATE_EXISTING without write access). CREATE_ALWAYS and OPEN_ALWAYS on an existing file succeed with
+// ERROR_ALREADY_EXISTS; otherwise a success leaves the last error 0. New files get permission 0666 less the
+// umask; FILE_ATTRIBUTE_READONLY in the attributes makes them 0444 less the umask.
+// Differs from Windows: the security attributes and the template are ignored (Linux permissions come from
+// the umask); an open with access 0 still needs read permission on Linux, where Windows needs none; the
+// hidden, system, archive and temporary attributes and the FILE_FLAG_* hints other than
+// FILE_FLAG_BACKUP_SEMANTICS and FILE_FLAG_DELETE_ON_CLOSE are accepted and have no effect.
 W32P_API HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD shareMode,
                             LPSECURITY_ATTRIBUTES securityAttributes, DWORD creationDisposition,
                             DWORD flagsAndAttributes, HANDLE templateFile);
