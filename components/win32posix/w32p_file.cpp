@@ -264,34 +264,90 @@ void FillFindData(const std::wstring& wide, DWORD attributes, const struct stat&
     data.cFileName[n] = L'\0';
 }
 
-// Windows wildcard matching, case-insensitive: '*' any run, '?' exactly one character.
-bool WildcardMatch(const wchar_t* pattern, const wchar_t* name)
+// Directory-search wildcards as Windows matches them, case-insensitively. The caller's pattern is first
+// put in the file system's own form: "?" becomes DOS_QM, "*" before "." DOS_STAR, "." before "?" or "*"
+// DOS_DOT ("<", ">" and "\"" may also be written directly). Then:
+//   *        any run of characters;
+//   DOS_STAR any run of characters that does not take the name's last ".";
+//   DOS_QM   one character other than "."; at a "." or at the end of the name it matches nothing, along with
+//            the DOS_QMs that follow it (so "abc?" matches "abc", "*.tx?" matches "b.tx");
+//   DOS_DOT  a "." or, at the end of the name, nothing (so "name.*" matches "name").
+enum class WildToken : wchar_t
 {
-    const wchar_t* star = nullptr;
-    const wchar_t* resume = nullptr;
-    while (*name != L'\0')
+    Star = 0xF8F0,
+    DosStar,
+    DosQm,
+    DosDot,
+};
+
+std::wstring ToDosPattern(const std::wstring& pattern)
+{
+    std::wstring out;
+    for (std::size_t k = 0; k < pattern.size(); ++k)
     {
-        if (*pattern == L'*')
-        {
-            star = pattern++;
-            resume = name;
-        }
-        else if (*pattern == L'?' || std::towlower(*pattern) == std::towlower(*name))
-        {
-            ++pattern;
-            ++name;
-        }
-        else if (star != nullptr)
-        {
-            pattern = star + 1;
-            name = ++resume;
-        }
+        const wchar_t c = pattern[k];
+        const wchar_t next = k + 1 < pattern.size() ? pattern[k + 1] : L'\0';
+        if (c == L'?' || c == L'>')
+            out += static_cast<wchar_t>(WildToken::DosQm);
+        else if (c == L'<' || (c == L'*' && next == L'.'))
+            out += static_cast<wchar_t>(WildToken::DosStar);
+        else if (c == L'*')
+            out += static_cast<wchar_t>(WildToken::Star);
+        else if (c == L'"' || (c == L'.' && (next == L'?' || next == L'*')))
+            out += static_cast<wchar_t>(WildToken::DosDot);
         else
-            return false;
+            out += c;
     }
-    while (*pattern == L'*')
-        ++pattern;
-    return *pattern == L'\0';
+    return out;
+}
+
+// Whether name matches a pattern in the form ToDosPattern makes. matches[i * (n + 1) + j] answers whether
+// the pattern from i matches the name from j; filled from the ends backwards.
+bool WildcardMatch(const std::wstring& pattern, const wchar_t* name)
+{
+    const std::size_t m = pattern.size(), n = std::wcslen(name);
+    const std::size_t lastDot = std::wstring(name, n).rfind(L'.');
+    std::vector<char> matches((m + 1) * (n + 1), 0);
+    auto at = [&](std::size_t i, std::size_t j) -> char& { return matches[i * (n + 1) + j]; };
+    at(m, n) = 1;
+    for (std::size_t i = m; i-- > 0;)
+    {
+        const wchar_t p = pattern[i];
+        for (std::size_t j = n + 1; j-- > 0;)
+        {
+            const bool more = j < n;
+            if (p == static_cast<wchar_t>(WildToken::Star))
+                at(i, j) = at(i + 1, j) || (more && at(i, j + 1));
+            else if (p == static_cast<wchar_t>(WildToken::DosStar))
+                at(i, j) = at(i + 1, j) || (more && j != lastDot && at(i, j + 1));
+            else if (p == static_cast<wchar_t>(WildToken::DosQm))
+            {
+                std::size_t end = i;
+                while (end < m && pattern[end] == static_cast<wchar_t>(WildToken::DosQm))
+                    ++end;
+                at(i, j) = (more && name[j] != L'.') ? at(i + 1, j + 1) : at(end, j);
+            }
+            else if (p == static_cast<wchar_t>(WildToken::DosDot))
+                at(i, j) = more ? (name[j] == L'.' && at(i + 1, j + 1)) : at(i + 1, j);
+            else
+                at(i, j) = more && std::towlower(p) == std::towlower(name[j]) && at(i + 1, j + 1);
+        }
+    }
+    return at(0, 0) != 0;
+}
+
+// Whether text holds a character that is a wildcard or is never part of a name ("*?<>\"|"): the mapping of
+// w32p_path.h carries such characters of Linux names as private-use characters, so here they are the
+// caller's.
+bool HasWildcardOrInvalid(const wchar_t* begin, const wchar_t* end)
+{
+    return std::find_if(begin, end,
+                        [](wchar_t c) { return std::wcschr(L"*?<>\"|", c) != nullptr && c != 0; }) != end;
+}
+
+bool HasWildcardOrInvalid(LPCWSTR text)
+{
+    return text != nullptr && HasWildcardOrInvalid(text, text + std::wcslen(text));
 }
 
 bool CaseInsensitiveLess(const WIN32_FIND_DATAW& a, const WIN32_FIND_DATAW& b)
@@ -470,6 +526,11 @@ HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD shareMode, LPSEC
     if (!ParseOpenRequest(desiredAccess, shareMode, creationDisposition, flagsAndAttributes, request))
         return INVALID_HANDLE_VALUE;
     std::string path;
+    if (HasWildcardOrInvalid(fileName))
+    {
+        SetLastError(ERROR_INVALID_NAME);
+        return INVALID_HANDLE_VALUE;
+    }
     if (!W32pPathToUtf8(fileName, path) || path.empty())
     {
         SetLastError(ERROR_PATH_NOT_FOUND);
@@ -625,6 +686,11 @@ namespace
 // path: ERROR_PATH_NOT_FOUND.
 bool ResolveWide(LPCWSTR wide, std::string& path, ResolvedPath& where)
 {
+    if (HasWildcardOrInvalid(wide))
+    {
+        SetLastError(ERROR_INVALID_NAME);
+        return false;
+    }
     if (!W32pPathToUtf8(wide, path) || path.empty())
     {
         SetLastError(ERROR_PATH_NOT_FOUND);
@@ -892,9 +958,18 @@ HANDLE FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData)
     std::size_t nameStart = length;
     while (nameStart > 0 && fileName[nameStart - 1] != L'\\' && fileName[nameStart - 1] != L'/')
         --nameStart;
-    std::wstring namePattern(fileName + nameStart, fileName + length);
-    if (namePattern == L"*.*")
-        namePattern = L"*"; // Windows matches names without a dot too
+    if (HasWildcardOrInvalid(fileName, fileName + nameStart))
+    {
+        SetLastError(ERROR_INVALID_NAME);
+        return INVALID_HANDLE_VALUE;
+    }
+    // Windows drops trailing dots and spaces of the last element ("*.txt." is "*.txt").
+    std::size_t nameEnd = length;
+    while (nameEnd > nameStart && (fileName[nameEnd - 1] == L'.' || fileName[nameEnd - 1] == L' '))
+        --nameEnd;
+    if (nameEnd == nameStart)
+        nameEnd = length; // "." and ".." stay what they are
+    const std::wstring namePattern = ToDosPattern(std::wstring(fileName + nameStart, fileName + nameEnd));
 
     const std::size_t slash = pattern.rfind('/');
     std::string directory = slash == std::string::npos ? "." : pattern.substr(0, slash == 0 ? 1 : slash);
@@ -920,7 +995,7 @@ HANDLE FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData)
                                   {
                                       const std::string name = entry;
                                       const std::wstring wideName = W32pNativeToWide(name);
-                                      if (!WildcardMatch(namePattern.c_str(), wideName.c_str()))
+                                      if (!WildcardMatch(namePattern, wideName.c_str()))
                                           return true;
                                       DWORD attributes;
                                       struct stat st;

@@ -157,7 +157,10 @@ W32P_API HANDLE GetStdHandle(DWORD which);
 
 // ERROR_ALREADY_EXISTS for any existing object at the path, ERROR_PATH_NOT_FOUND when a parent is missing.
 W32P_API BOOL CreateDirectoryW(LPCWSTR pathName, LPSECURITY_ATTRIBUTES securityAttributes);
-// INVALID_FILE_ATTRIBUTES with ERROR_FILE_NOT_FOUND / ERROR_PATH_NOT_FOUND for a missing object.
+// INVALID_FILE_ATTRIBUTES with ERROR_FILE_NOT_FOUND / ERROR_PATH_NOT_FOUND for a missing object, and
+// ERROR_INVALID_NAME for a name holding a wildcard or "<", ">", "\"", "|" (so do CreateFileW,
+// CreateDirectoryW, SetFileAttributesW, DeleteFileW). Differs from Windows: trailing dots and spaces of a
+// name are kept, since on Linux they are part of the name (the lossless mapping of w32p_path.h).
 W32P_API DWORD GetFileAttributesW(LPCWSTR fileName);
 W32P_API BOOL GetFileAttributesExW(LPCWSTR fileName, GET_FILEEX_INFO_LEVELS infoLevel, LPVOID information);
 // Only FILE_ATTRIBUTE_READONLY has an effect: set, it removes every write permission bit; clear
@@ -176,9 +179,14 @@ W32P_API BOOL PathIsDirectoryW(LPCWSTR path);
 // TRUE only for a directory without entries other than "." and "..".
 W32P_API BOOL PathIsDirectoryEmptyW(LPCWSTR path);
 
-// Wildcard search ("*" any run of characters, "?" one character) in the directory part of pattern. "." and
-// ".." come first, then the other names in case-insensitive order. No match: ERROR_FILE_NOT_FOUND; a
-// missing directory: ERROR_PATH_NOT_FOUND; a pattern ending in a separator: ERROR_FILE_NOT_FOUND.
+// Wildcard search in the directory part of pattern, with the wildcards of Windows: "*" any run of
+// characters, "?" one character or nothing before a dot or at the end ("abc?" finds "abc"), "*." and
+// "name.*" take names without an extension, "<", ">" and "\"" are the file system's own wildcards, and
+// trailing dots and spaces of the pattern are dropped. "." and ".." come first, then the other names in
+// case-insensitive order. No match: ERROR_FILE_NOT_FOUND; a missing directory: ERROR_PATH_NOT_FOUND; a
+// pattern ending in a separator: ERROR_FILE_NOT_FOUND; a wildcard or "|" in the directory part:
+// ERROR_INVALID_NAME. Differs from Windows: short (8.3) names do not exist here, so a pattern never matches
+// through one and cAlternateFileName stays empty.
 W32P_API HANDLE FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData);
 // FALSE with ERROR_NO_MORE_FILES after the last entry.
 W32P_API BOOL FindNextFileW(HANDLE findFile, LPWIN32_FIND_DATAW findData);
