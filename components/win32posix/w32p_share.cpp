@@ -34,9 +34,8 @@ constexpr off_t kGateByte = 7;
 constexpr int kClasses = 3;
 constexpr int kMaxRounds = 100;
 
-// Sets (type F_RDLCK, F_WRLCK) or clears (F_UNLCK) a lock on length bytes from start of fd's open file
-// description; wait blocks until it is granted.
-bool SetLock(int fd, short type, off_t start, off_t length, bool wait)
+// A lock request of type on length bytes from start.
+struct flock Range(short type, off_t start, off_t length)
 {
     struct flock fl;
     std::memset(&fl, 0, sizeof fl);
@@ -44,6 +43,14 @@ bool SetLock(int fd, short type, off_t start, off_t length, bool wait)
     fl.l_whence = SEEK_SET;
     fl.l_start = start;
     fl.l_len = length;
+    return fl;
+}
+
+// Sets (type F_RDLCK, F_WRLCK) or clears (F_UNLCK) a lock on length bytes from start of fd's open file
+// description; wait blocks until it is granted.
+bool SetLock(int fd, short type, off_t start, off_t length, bool wait)
+{
+    struct flock fl = Range(type, start, length);
     while (fcntl(fd, wait ? F_OFD_SETLKW : F_OFD_SETLK, &fl) != 0)
         if (errno != EINTR)
             return false;
@@ -53,12 +60,7 @@ bool SetLock(int fd, short type, off_t start, off_t length, bool wait)
 // Whether another open file description holds a lock on any of length bytes from start.
 bool OthersHold(int fd, off_t start, off_t length)
 {
-    struct flock fl;
-    std::memset(&fl, 0, sizeof fl);
-    fl.l_type = F_WRLCK;
-    fl.l_whence = SEEK_SET;
-    fl.l_start = start;
-    fl.l_len = length;
+    struct flock fl = Range(F_WRLCK, start, length);
     return fcntl(fd, F_OFD_GETLK, &fl) != 0 || fl.l_type != F_UNLCK;
 }
 

@@ -85,47 +85,53 @@ bool LockFileLeft(const std::string& path)
     return access((NamedObjectDir() + name).c_str(), F_OK) == 0;
 }
 
+// Holds each of the 64 first opens of a scratch file in turn and hands it to check(path, first index).
+template <typename Check>
+void ForEveryFirstOpen(ScratchDir& dir, Check check)
+{
+    const std::wstring path = dir.Wide(L"m.txt");
+    std::ofstream(dir.NarrowOf("m.txt")) << "x";
+    for (int f = 0; f < 64; ++f)
+    {
+        HANDLE first = OpenAs(path, PartyOf(f));
+        ASSERT_NE(first, INVALID_HANDLE_VALUE) << f;
+        check(path, f);
+        CloseHandle(first);
+    }
+}
+
 } // namespace
 
 TEST(Share, EveryPairOfOpensInOneProcess)
 {
     ScratchDir dir;
-    const std::wstring path = dir.Wide(L"m.txt");
-    std::ofstream(dir.NarrowOf("m.txt")) << "x";
-    for (int f = 0; f < 64; ++f)
-    {
-        HANDLE first = OpenAs(path, PartyOf(f));
-        ASSERT_NE(first, INVALID_HANDLE_VALUE) << f;
-        EXPECT_EQ(SecondOpensAgreeing(path, PartyOf(f)), ~std::uint64_t{0}) << "first open " << f;
-        CloseHandle(first);
-    }
+    ForEveryFirstOpen(
+        dir, [](const std::wstring& path, int f)
+        { EXPECT_EQ(SecondOpensAgreeing(path, PartyOf(f)), ~std::uint64_t{0}) << "first open " << f; });
 }
 
 TEST(Share, EveryPairOfOpensAcrossTwoProcesses)
 {
     ScratchDir dir;
-    const std::wstring path = dir.Wide(L"m.txt");
-    std::ofstream(dir.NarrowOf("m.txt")) << "x";
-    for (int f = 0; f < 64; ++f)
-    {
-        HANDLE first = OpenAs(path, PartyOf(f));
-        ASSERT_NE(first, INVALID_HANDLE_VALUE) << f;
-        int pipes[2];
-        ASSERT_EQ(pipe(pipes), 0);
-        const pid_t child = ForkChild(
-            [&]
-            {
-                const std::uint64_t agreeing = SecondOpensAgreeing(path, PartyOf(f));
-                return write(pipes[1], &agreeing, sizeof agreeing) == sizeof agreeing ? 0 : 1;
-            });
-        std::uint64_t agreeing = 0;
-        EXPECT_EQ(read(pipes[0], &agreeing, sizeof agreeing), static_cast<ssize_t>(sizeof agreeing));
-        EXPECT_EQ(JoinChild(child), 0);
-        close(pipes[0]);
-        close(pipes[1]);
-        EXPECT_EQ(agreeing, ~std::uint64_t{0}) << "first open " << f;
-        CloseHandle(first);
-    }
+    ForEveryFirstOpen(
+        dir,
+        [](const std::wstring& path, int f)
+        {
+            int pipes[2];
+            ASSERT_EQ(pipe(pipes), 0);
+            const pid_t child = ForkChild(
+                [&]
+                {
+                    const std::uint64_t agreeing = SecondOpensAgreeing(path, PartyOf(f));
+                    return write(pipes[1], &agreeing, sizeof agreeing) == sizeof agreeing ? 0 : 1;
+                });
+            std::uint64_t agreeing = 0;
+            EXPECT_EQ(read(pipes[0], &agreeing, sizeof agreeing), static_cast<ssize_t>(sizeof agreeing));
+            EXPECT_EQ(JoinChild(child), 0);
+            close(pipes[0]);
+            close(pipes[1]);
+            EXPECT_EQ(agreeing, ~std::uint64_t{0}) << "first open " << f;
+        });
     EXPECT_FALSE(LockFileLeft(dir.NarrowOf("m.txt")));
 }
 
