@@ -1,4 +1,5 @@
 #include "velwinapiwrapper.h"
+#include "velmoduleloaderimpl.h"
 #include "korutilitesbtracedef.h"
 #include "velstringconverter.h"
 
@@ -93,20 +94,14 @@ CVeLResult<__int64> CVeLWinAPIWrapper::WAPI_NTGetSizeOfSharedMemory(HANDLE mappi
         VEL_TRACE(VEL_ERR, "No handle available!");
         return CVeLResult<__int64>();
     }
-    HMODULE ntdll = ::LoadLibraryW(L"ntdll.dll");
-    if (ntdll == nullptr)
-    {
-        const DWORD error = ::GetLastError();
-        VEL_TRACE(VEL_ERR, "LoadLibrary %s failed (code=0x%08X)!", "ntdll.dll", error);
+    // The loader traces "LoadLibrary %s failed (code=0x%08X)!" or "GetProcAddress failed (code=0x%08X)!"
+    // itself; ntdll stays loaded by the process, so unloading the loader's reference is harmless.
+    CVeLModuleLoaderImpl ntdll(std::make_shared<CVeLWinAPIWrapper>());
+    if (!ntdll.Load(L"ntdll.dll"))
         return CVeLResult<__int64>();
-    }
-    FARPROC address = ::GetProcAddress(ntdll, "NtQuerySection");
+    FARPROC address = ntdll.GetFunction("NtQuerySection");
     if (address == nullptr)
-    {
-        const DWORD error = ::GetLastError();
-        VEL_TRACE(VEL_ERR, "GetProcAddress failed (code=0x%08X)!", error);
         return CVeLResult<__int64>();
-    }
     // Through void*: the loader hands out a generic function pointer.
     auto query = reinterpret_cast<NtQuerySectionFunction>(reinterpret_cast<void*>(address));
     SectionBasicRecord information = {};
@@ -612,4 +607,53 @@ BOOL CVeLWinAPIWrapper::WAPI_SystemTimeToTzSpecificLocalTime(const TIME_ZONE_INF
                                                              LPSYSTEMTIME localTime) const
 {
     return ::SystemTimeToTzSpecificLocalTime(timeZone, universalTime, localTime);
+}
+
+// Processes and libraries.
+
+HMODULE CVeLWinAPIWrapper::WAPI_LoadLibrary(LPCWSTR fileName) const
+{
+    return ::LoadLibraryW(fileName);
+}
+
+FARPROC CVeLWinAPIWrapper::WAPI_GetProcAddress(HMODULE module, LPCSTR procName) const
+{
+    return ::GetProcAddress(module, procName);
+}
+
+BOOL CVeLWinAPIWrapper::WAPI_FreeLibrary(HMODULE module) const
+{
+    return ::FreeLibrary(module);
+}
+
+LPWCH CVeLWinAPIWrapper::WAPI_GetEnvironmentStrings() const
+{
+    return ::GetEnvironmentStringsW();
+}
+
+BOOL CVeLWinAPIWrapper::WAPI_FreeEnvironmentStrings(LPWCH block) const
+{
+    return ::FreeEnvironmentStringsW(block);
+}
+
+BOOL CVeLWinAPIWrapper::WAPI_GenerateConsoleCtrlEvent(DWORD ctrlEvent, DWORD processGroupId) const
+{
+    return ::GenerateConsoleCtrlEvent(ctrlEvent, processGroupId);
+}
+
+DWORD CVeLWinAPIWrapper::WAPI_GetProcessId(HANDLE process) const
+{
+    return ::GetProcessId(process);
+}
+
+DWORD CVeLWinAPIWrapper::WAPI_RmShutdown(DWORD sessionHandle, ULONG actionFlags,
+                                         RM_WRITE_STATUS_CALLBACK status) const
+{
+    return ::RmShutdown(sessionHandle, actionFlags, status);
+}
+
+DWORD CVeLWinAPIWrapper::WAPI_RmRestart(DWORD sessionHandle, DWORD restartFlags,
+                                        RM_WRITE_STATUS_CALLBACK status) const
+{
+    return ::RmRestart(sessionHandle, restartFlags, status);
 }

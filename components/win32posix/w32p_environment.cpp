@@ -6,6 +6,8 @@
 #include <mutex>
 #include <string>
 
+extern char** environ;
+
 namespace
 {
 
@@ -82,5 +84,39 @@ BOOL SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value)
         W32pSetLastErrorFromErrno();
         return FALSE;
     }
+    return TRUE;
+}
+
+LPWCH GetEnvironmentStringsW()
+{
+    std::wstring block;
+    {
+        std::lock_guard<std::mutex> guard(g_environmentLock);
+        for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry)
+        {
+            const int n = MultiByteToWideChar(CP_UTF8, 0, *entry, -1, nullptr, 0);
+            if (n <= 1)
+                continue;
+            std::wstring wide(static_cast<std::size_t>(n), L'\0');
+            MultiByteToWideChar(CP_UTF8, 0, *entry, -1, &wide[0], n);
+            block.append(wide.c_str(), static_cast<std::size_t>(n)); // with its terminator
+        }
+    }
+    block += L'\0';
+    if (block.size() == 1)
+        block += L'\0'; // an empty block is still two zeros
+    auto* copy = static_cast<LPWCH>(std::malloc(block.size() * sizeof(WCHAR)));
+    if (copy == nullptr)
+    {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+    std::wmemcpy(copy, block.data(), block.size());
+    return copy;
+}
+
+BOOL FreeEnvironmentStringsW(LPWCH block)
+{
+    std::free(block);
     return TRUE;
 }
