@@ -3,6 +3,7 @@
 #include "w32p_file.h"
 #include "w32p_handles.h"
 #include "w32p_path.h"
+#include "w32p_share.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -39,6 +40,7 @@ struct FileObject : W32pObject
             if (lstat(deletePath.c_str(), &st) == 0 && st.st_dev == device && st.st_ino == inode)
                 unlink(deletePath.c_str());
         }
+        W32pShareRelease(shareFd, device, inode);
         if (ownsDescriptor)
             close(fd); // also releases the sharing lock of this open file description
     }
@@ -47,11 +49,13 @@ struct FileObject : W32pObject
     const bool readable;
     const bool writable;
     const bool regularFile; // reads loop until the count is met only on regular files
-    // FILE_FLAG_DELETE_ON_CLOSE: the path to remove at close and the identity of the file it named; set
-    // once before the handle is published.
-    std::string deletePath;
+    // Set once before the handle is published: the identity of the opened file; FILE_FLAG_DELETE_ON_CLOSE's
+    // path to remove at close (only while it still names that file); the registration in the file's open
+    // set (w32p_share.h), -1 for none.
     dev_t device = 0;
     ino_t inode = 0;
+    std::string deletePath;
+    int shareFd = -1;
     std::mutex attachmentLock;        // guards attachment
     std::shared_ptr<void> attachment; // state another area keeps per handle (a directory-change watch)
 };
@@ -262,34 +266,90 @@ void FillFindData(const std::wstring& wide, DWORD attributes, const struct stat&
     data.cFileName[n] = L'\0';
 }
 
-// Windows wildcard matching, case-insensitive: '*' any run, '?' exactly one character.
-bool WildcardMatch(const wchar_t* pattern, const wchar_t* name)
+// Directory-search wildcards as Windows matches them, case-insensitively. The caller's pattern is first
+// put in the file system's own form: "?" becomes DOS_QM, "*" before "." DOS_STAR, "." before "?" or "*"
+// DOS_DOT ("<", ">" and "\"" may also be written directly). Then:
+//   *        any run of characters;
+//   DOS_STAR any run of characters that does not take the name's last ".";
+//   DOS_QM   one character other than "."; at a "." or at the end of the name it matches nothing, along with
+//            the DOS_QMs that follow it (so "abc?" matches "abc", "*.tx?" matches "b.tx");
+//   DOS_DOT  a "." or, at the end of the name, nothing (so "name.*" matches "name").
+enum class WildToken : wchar_t
 {
-    const wchar_t* star = nullptr;
-    const wchar_t* resume = nullptr;
-    while (*name != L'\0')
+    Star = 0xF8F0,
+    DosStar,
+    DosQm,
+    DosDot,
+};
+
+std::wstring ToDosPattern(const std::wstring& pattern)
+{
+    std::wstring out;
+    for (std::size_t k = 0; k < pattern.size(); ++k)
     {
-        if (*pattern == L'*')
-        {
-            star = pattern++;
-            resume = name;
-        }
-        else if (*pattern == L'?' || std::towlower(*pattern) == std::towlower(*name))
-        {
-            ++pattern;
-            ++name;
-        }
-        else if (star != nullptr)
-        {
-            pattern = star + 1;
-            name = ++resume;
-        }
+        const wchar_t c = pattern[k];
+        const wchar_t next = k + 1 < pattern.size() ? pattern[k + 1] : L'\0';
+        if (c == L'?' || c == L'>')
+            out += static_cast<wchar_t>(WildToken::DosQm);
+        else if (c == L'<' || (c == L'*' && next == L'.'))
+            out += static_cast<wchar_t>(WildToken::DosStar);
+        else if (c == L'*')
+            out += static_cast<wchar_t>(WildToken::Star);
+        else if (c == L'"' || (c == L'.' && (next == L'?' || next == L'*')))
+            out += static_cast<wchar_t>(WildToken::DosDot);
         else
-            return false;
+            out += c;
     }
-    while (*pattern == L'*')
-        ++pattern;
-    return *pattern == L'\0';
+    return out;
+}
+
+// Whether name matches a pattern in the form ToDosPattern makes. matches[i * (n + 1) + j] answers whether
+// the pattern from i matches the name from j; filled from the ends backwards.
+bool WildcardMatch(const std::wstring& pattern, const wchar_t* name)
+{
+    const std::size_t m = pattern.size(), n = std::wcslen(name);
+    const std::size_t lastDot = std::wstring(name, n).rfind(L'.');
+    std::vector<char> matches((m + 1) * (n + 1), 0);
+    auto at = [&](std::size_t i, std::size_t j) -> char& { return matches[i * (n + 1) + j]; };
+    at(m, n) = 1;
+    for (std::size_t i = m; i-- > 0;)
+    {
+        const wchar_t p = pattern[i];
+        for (std::size_t j = n + 1; j-- > 0;)
+        {
+            const bool more = j < n;
+            if (p == static_cast<wchar_t>(WildToken::Star))
+                at(i, j) = at(i + 1, j) || (more && at(i, j + 1));
+            else if (p == static_cast<wchar_t>(WildToken::DosStar))
+                at(i, j) = at(i + 1, j) || (more && j != lastDot && at(i, j + 1));
+            else if (p == static_cast<wchar_t>(WildToken::DosQm))
+            {
+                std::size_t end = i;
+                while (end < m && pattern[end] == static_cast<wchar_t>(WildToken::DosQm))
+                    ++end;
+                at(i, j) = (more && name[j] != L'.') ? at(i + 1, j + 1) : at(end, j);
+            }
+            else if (p == static_cast<wchar_t>(WildToken::DosDot))
+                at(i, j) = more ? (name[j] == L'.' && at(i + 1, j + 1)) : at(i + 1, j);
+            else
+                at(i, j) = more && std::towlower(p) == std::towlower(name[j]) && at(i + 1, j + 1);
+        }
+    }
+    return at(0, 0) != 0;
+}
+
+// Whether text holds a character that is a wildcard or is never part of a name ("*?<>\"|"): the mapping of
+// w32p_path.h carries such characters of Linux names as private-use characters, so here they are the
+// caller's.
+bool HasWildcardOrInvalid(const wchar_t* begin, const wchar_t* end)
+{
+    return std::find_if(begin, end,
+                        [](wchar_t c) { return std::wcschr(L"*?<>\"|", c) != nullptr && c != 0; }) != end;
+}
+
+bool HasWildcardOrInvalid(LPCWSTR text)
+{
+    return text != nullptr && HasWildcardOrInvalid(text, text + std::wcslen(text));
 }
 
 bool CaseInsensitiveLess(const WIN32_FIND_DATAW& a, const WIN32_FIND_DATAW& b)
@@ -308,53 +368,94 @@ std::shared_ptr<FileObject> LookupFile(HANDLE file)
     return W32pLookupHandleAs<FileObject>(file, W32pKind::File);
 }
 
+// Runs act (answering true on success, false with the last error set) while the object st describes is
+// held with delete access, as Windows' delete and rename open what they remove: while another open of it
+// does not share delete, act is not run and the answer is false with ERROR_SHARING_VIOLATION. Links are
+// acted on as links, which no handle of this layer holds.
+template <typename Act>
+bool WithDeleteAccess(const struct stat& st, Act act)
+{
+    if (!S_ISREG(st.st_mode) && !S_ISDIR(st.st_mode))
+        return act();
+    const int registration = W32pShareAcquire(st.st_dev, st.st_ino, FILE_SHARE_DELETE,
+                                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
+    if (registration < 0 && GetLastError() == ERROR_SHARING_VIOLATION)
+        return false;
+    const bool done = act();
+    const DWORD error = GetLastError();
+    W32pShareRelease(registration, st.st_dev, st.st_ino);
+    SetLastError(error);
+    return done;
+}
+
 } // namespace
 
-HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD shareMode, LPSECURITY_ATTRIBUTES /*security*/,
-                   DWORD creationDisposition, DWORD flagsAndAttributes, HANDLE /*templateFile*/)
+namespace
 {
-    std::string path;
-    if (!W32pPathToUtf8(fileName, path) || path.empty())
-    {
-        SetLastError(ERROR_PATH_NOT_FOUND);
-        return INVALID_HANDLE_VALUE;
-    }
-    const bool wantRead = (desiredAccess & (GENERIC_READ | GENERIC_ALL | FILE_READ_DATA)) != 0;
-    const bool wantWrite =
+
+// What a CreateFileW call asks for, worked out from its arguments before anything is touched.
+struct OpenRequest
+{
+    DWORD disposition = 0;
+    DWORD flagsAndAttributes = 0;
+    DWORD shareMode = 0;
+    DWORD sharingClasses = 0; // FILE_SHARE_* bits of the access asked for (see W32pSharingClassesOf)
+    bool wantRead = false;
+    bool wantWrite = false;
+    bool create = false;
+    bool truncate = false;
+    bool deleteOnClose = false;
+};
+
+// The arguments as Windows checks them. False with ERROR_INVALID_PARAMETER for an unknown disposition,
+// share bits other than FILE_SHARE_READ, FILE_SHARE_WRITE and FILE_SHARE_DELETE, or truncation without
+// write access.
+bool ParseOpenRequest(DWORD desiredAccess, DWORD shareMode, DWORD disposition, DWORD flagsAndAttributes,
+                      OpenRequest& request)
+{
+    request.disposition = disposition;
+    request.flagsAndAttributes = flagsAndAttributes;
+    request.shareMode = shareMode;
+    request.deleteOnClose = (flagsAndAttributes & FILE_FLAG_DELETE_ON_CLOSE) != 0;
+    // Delete-on-close is delete access: other opens must share delete with it.
+    request.sharingClasses = W32pSharingClassesOf(desiredAccess | (request.deleteOnClose ? DELETE : 0));
+    request.wantRead = (desiredAccess & (GENERIC_READ | GENERIC_ALL | FILE_READ_DATA)) != 0;
+    request.wantWrite =
         (desiredAccess & (GENERIC_WRITE | GENERIC_ALL | FILE_WRITE_DATA | FILE_APPEND_DATA)) != 0;
-    const bool create = creationDisposition == CREATE_NEW || creationDisposition == CREATE_ALWAYS ||
-                        creationDisposition == OPEN_ALWAYS;
-    const bool truncate = creationDisposition == CREATE_ALWAYS || creationDisposition == TRUNCATE_EXISTING;
-    const bool deleteOnClose = (flagsAndAttributes & FILE_FLAG_DELETE_ON_CLOSE) != 0;
-    if (creationDisposition < CREATE_NEW || creationDisposition > TRUNCATE_EXISTING ||
-        (truncate && !wantWrite))
+    request.create = disposition == CREATE_NEW || disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS;
+    request.truncate = disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING;
+    constexpr DWORD kShareBits = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    if (disposition < CREATE_NEW || disposition > TRUNCATE_EXISTING || (shareMode & ~kShareBits) != 0 ||
+        (request.truncate && !request.wantWrite))
     {
         SetLastError(ERROR_INVALID_PARAMETER);
-        return INVALID_HANDLE_VALUE;
+        return false;
     }
-    ResolvedPath where;
-    if (!ResolvePath(path, where))
-        return INVALID_HANDLE_VALUE;
+    return true;
+}
 
+// Opens or creates the object; existed tells whether it was there before. -1 with the last error set.
+int OpenDescriptor(const ResolvedPath& where, const OpenRequest& request, bool& existed)
+{
     // O_NONBLOCK keeps the open itself from waiting (a FIFO without a peer, a device that is not ready);
     // it is cleared again once the descriptor is there, so transfers behave as on an ordinary handle.
     int flags = O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
-    flags |= wantWrite ? (wantRead ? O_RDWR : O_WRONLY) : O_RDONLY;
-    const mode_t mode = (flagsAndAttributes & FILE_ATTRIBUTE_READONLY) ? 0444 : 0666;
+    flags |= request.wantWrite ? (request.wantRead ? O_RDWR : O_WRONLY) : O_RDONLY;
+    const mode_t mode = (request.flagsAndAttributes & FILE_ATTRIBUTE_READONLY) ? 0444 : 0666;
 
     // Creation goes first with O_EXCL, so that "existed before" is known without a race.
-    bool existed = true;
+    existed = true;
     int fd = -1;
-    if (create)
+    if (request.create)
     {
         fd = openat(where.at, where.name.c_str(), flags | O_CREAT | O_EXCL, mode);
         if (fd >= 0)
             existed = false;
-        else if (errno != EEXIST || creationDisposition == CREATE_NEW)
+        else if (errno != EEXIST || request.disposition == CREATE_NEW)
         {
             const int error = errno;
             SetLastError(error == EEXIST ? ERROR_FILE_EXISTS : ResolvedErrorFromErrno(where, error));
-            return INVALID_HANDLE_VALUE;
+            return -1;
         }
     }
     if (fd < 0)
@@ -363,13 +464,85 @@ HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD shareMode, LPSEC
         if (fd < 0)
         {
             SetLastError(ResolvedErrorFromErrno(where, errno));
-            return INVALID_HANDLE_VALUE;
+            return -1;
         }
     }
     const int statusFlags = fcntl(fd, F_GETFL);
     if (statusFlags != -1)
         fcntl(fd, F_SETFL, statusFlags & ~O_NONBLOCK);
+    return fd;
+}
 
+// Admits the open by the sharing rule: the exclusive or shared lock of the file itself (seen by every user)
+// and the user's open set of the file (see w32p_share.h). Opens without data access take part in neither,
+// as on Windows. False with the last error set; object->shareFd holds the registration on success.
+bool AdmitSharing(FileObject& object, const OpenRequest& request, const struct stat& st)
+{
+    if (request.sharingClasses == 0)
+        return true;
+    if (flock(object.fd, (request.shareMode == 0 ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0)
+    {
+        const int error = errno;
+        SetLastError(error == EWOULDBLOCK ? ERROR_SHARING_VIOLATION : W32pErrorFromErrno(error));
+        return false;
+    }
+    object.shareFd = W32pShareAcquire(st.st_dev, st.st_ino, request.sharingClasses, request.shareMode);
+    // An unreachable open set leaves the file lock as the only check, as before the open set existed.
+    return object.shareFd >= 0 || GetLastError() != ERROR_SHARING_VIOLATION;
+}
+
+// Refusals that depend on what was opened. Root passes every permission check of Linux; the read-only
+// attribute must hold for it as well.
+bool CheckOpenedObject(const OpenRequest& request, const struct stat& st, bool existed)
+{
+    if ((existed && (request.wantWrite || request.deleteOnClose) && IsReadOnly(st)) ||
+        (S_ISDIR(st.st_mode) && !(request.flagsAndAttributes & FILE_FLAG_BACKUP_SEMANTICS)))
+    {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return false;
+    }
+    return true;
+}
+
+// The steps after the open was admitted. Truncation waits for admission so that a refused open never
+// destroys another holder's data.
+bool FinishOpen(FileObject& object, const OpenRequest& request, const struct stat& st, bool existed)
+{
+    if (request.truncate && existed && st.st_size != 0 && ftruncate(object.fd, 0) != 0)
+    {
+        W32pSetLastErrorFromErrno();
+        return false;
+    }
+    if ((request.disposition == OPEN_ALWAYS || request.disposition == CREATE_ALWAYS) && existed &&
+        (request.flagsAndAttributes & FILE_ATTRIBUTE_READONLY))
+        fchmod(object.fd, st.st_mode & ~kWriteBits);
+    return true;
+}
+
+} // namespace
+
+HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD shareMode, LPSECURITY_ATTRIBUTES /*security*/,
+                   DWORD creationDisposition, DWORD flagsAndAttributes, HANDLE /*templateFile*/)
+{
+    OpenRequest request;
+    if (!ParseOpenRequest(desiredAccess, shareMode, creationDisposition, flagsAndAttributes, request))
+        return INVALID_HANDLE_VALUE;
+    std::string path;
+    if (HasWildcardOrInvalid(fileName))
+    {
+        SetLastError(ERROR_INVALID_NAME);
+        return INVALID_HANDLE_VALUE;
+    }
+    if (!W32pPathToUtf8(fileName, path) || path.empty())
+    {
+        SetLastError(ERROR_PATH_NOT_FOUND);
+        return INVALID_HANDLE_VALUE;
+    }
+    ResolvedPath where;
+    bool existed = true;
+    int fd = -1;
+    if (!ResolvePath(path, where) || (fd = OpenDescriptor(where, request, existed)) < 0)
+        return INVALID_HANDLE_VALUE;
     struct stat st;
     if (fstat(fd, &st) != 0)
     {
@@ -377,41 +550,16 @@ HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD shareMode, LPSEC
         close(fd);
         return INVALID_HANDLE_VALUE;
     }
-    // Root passes every permission check of Linux; the read-only attribute must hold for it as well.
-    if ((existed && (wantWrite || deleteOnClose) && IsReadOnly(st)) ||
-        (S_ISDIR(st.st_mode) && !(flagsAndAttributes & FILE_FLAG_BACKUP_SEMANTICS)))
-    {
-        close(fd);
-        SetLastError(ERROR_ACCESS_DENIED);
+    // From here the object owns the descriptor and whatever registration it makes.
+    auto object =
+        std::make_shared<FileObject>(fd, true, request.wantRead, request.wantWrite, S_ISREG(st.st_mode));
+    object->device = st.st_dev;
+    object->inode = st.st_ino;
+    if (!CheckOpenedObject(request, st, existed) || !AdmitSharing(*object, request, st) ||
+        !FinishOpen(*object, request, st, existed))
         return INVALID_HANDLE_VALUE;
-    }
-    if (flock(fd, (shareMode == 0 ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0)
-    {
-        const int error = errno;
-        close(fd);
-        SetLastError(error == EWOULDBLOCK ? ERROR_SHARING_VIOLATION : W32pErrorFromErrno(error));
-        return INVALID_HANDLE_VALUE;
-    }
-    // Truncation waits for the lock so that a refused open never destroys another holder's data.
-    if (truncate && existed && st.st_size != 0 && ftruncate(fd, 0) != 0)
-    {
-        W32pSetLastErrorFromErrno();
-        close(fd);
-        return INVALID_HANDLE_VALUE;
-    }
-    if (creationDisposition == OPEN_ALWAYS || creationDisposition == CREATE_ALWAYS)
-    {
-        if (existed && (flagsAndAttributes & FILE_ATTRIBUTE_READONLY))
-            fchmod(fd, st.st_mode & ~kWriteBits);
-    }
-
-    auto object = std::make_shared<FileObject>(fd, true, wantRead, wantWrite, S_ISREG(st.st_mode));
-    if (deleteOnClose && !S_ISDIR(st.st_mode))
-    {
+    if (request.deleteOnClose && !S_ISDIR(st.st_mode))
         object->deletePath = path;
-        object->device = st.st_dev;
-        object->inode = st.st_ino;
-    }
     HANDLE handle = W32pInsertHandle(object);
     if (handle == nullptr)
         return INVALID_HANDLE_VALUE; // the object closes the descriptor
@@ -540,6 +688,11 @@ namespace
 // path: ERROR_PATH_NOT_FOUND.
 bool ResolveWide(LPCWSTR wide, std::string& path, ResolvedPath& where)
 {
+    if (HasWildcardOrInvalid(wide))
+    {
+        SetLastError(ERROR_INVALID_NAME);
+        return false;
+    }
     if (!W32pPathToUtf8(wide, path) || path.empty())
     {
         SetLastError(ERROR_PATH_NOT_FOUND);
@@ -660,12 +813,16 @@ BOOL DeleteFileW(LPCWSTR fileName)
         SetLastError(ERROR_ACCESS_DENIED);
         return FALSE;
     }
-    if (unlinkat(where.at, where.name.c_str(), 0) != 0)
-    {
-        W32pSetLastErrorFromErrno();
-        return FALSE;
-    }
-    return TRUE;
+    return WithDeleteAccess(st,
+                            [&]
+                            {
+                                if (unlinkat(where.at, where.name.c_str(), 0) == 0)
+                                    return true;
+                                W32pSetLastErrorFromErrno();
+                                return false;
+                            })
+               ? TRUE
+               : FALSE;
 }
 
 BOOL RemoveDirectoryW(LPCWSTR pathName)
@@ -803,9 +960,18 @@ HANDLE FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData)
     std::size_t nameStart = length;
     while (nameStart > 0 && fileName[nameStart - 1] != L'\\' && fileName[nameStart - 1] != L'/')
         --nameStart;
-    std::wstring namePattern(fileName + nameStart, fileName + length);
-    if (namePattern == L"*.*")
-        namePattern = L"*"; // Windows matches names without a dot too
+    if (HasWildcardOrInvalid(fileName, fileName + nameStart))
+    {
+        SetLastError(ERROR_INVALID_NAME);
+        return INVALID_HANDLE_VALUE;
+    }
+    // Windows drops trailing dots and spaces of the last element ("*.txt." is "*.txt").
+    std::size_t nameEnd = length;
+    while (nameEnd > nameStart && (fileName[nameEnd - 1] == L'.' || fileName[nameEnd - 1] == L' '))
+        --nameEnd;
+    if (nameEnd == nameStart)
+        nameEnd = length; // "." and ".." stay what they are
+    const std::wstring namePattern = ToDosPattern(std::wstring(fileName + nameStart, fileName + nameEnd));
 
     const std::size_t slash = pattern.rfind('/');
     std::string directory = slash == std::string::npos ? "." : pattern.substr(0, slash == 0 ? 1 : slash);
@@ -831,7 +997,7 @@ HANDLE FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData)
                                   {
                                       const std::string name = entry;
                                       const std::wstring wideName = W32pNativeToWide(name);
-                                      if (!WildcardMatch(namePattern.c_str(), wideName.c_str()))
+                                      if (!WildcardMatch(namePattern, wideName.c_str()))
                                           return true;
                                       DWORD attributes;
                                       struct stat st;
@@ -1057,9 +1223,18 @@ BOOL MoveFileExW(LPCWSTR existingFileName, LPCWSTR newFileName, DWORD flags)
             return FALSE;
         }
     }
-    int error = RenameOnce(from, to, replace);
-    if (error == EXDEV && (flags & MOVEFILE_COPY_ALLOWED) && S_ISREG(source.st_mode))
-        error = CopyAcrossFileSystems(from, to, source, replace);
+    int error = 0;
+    const bool admitted =
+        WithDeleteAccess(source,
+                         [&]
+                         {
+                             error = RenameOnce(from, to, replace);
+                             if (error == EXDEV && (flags & MOVEFILE_COPY_ALLOWED) && S_ISREG(source.st_mode))
+                                 error = CopyAcrossFileSystems(from, to, source, replace);
+                             return true;
+                         });
+    if (!admitted)
+        return FALSE;
     if (error == 0 && (flags & MOVEFILE_WRITE_THROUGH))
     {
         error = SyncFolderOf(to);

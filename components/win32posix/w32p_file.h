@@ -1,12 +1,16 @@
 // Files, directories, attributes and directory search.
 //
 // A file handle owns one Linux file descriptor. Where Linux differs from Windows, and what this layer does:
-// - Sharing: Windows checks share modes on every open; Linux has no such check. Here a handle opened with
-//   share mode 0 holds an exclusive lock of its open file description (flock, which is tied to the open
-//   file description and, unlike fcntl record locks, needs no particular access mode); any other share mode
-//   holds a shared one. So a second exclusive open through this layer fails with ERROR_SHARING_VIOLATION,
-//   also within one process, while programs that do not use this layer are not held back (the locks are
-//   advisory). Share modes other than 0 are not told apart.
+// - Sharing: an open asking for data access (read or execute, write or append, delete; delete-on-close
+//   counts as delete) is admitted by Windows' rule: every open of the file must share what the new one asks
+//   for, and the new one must share what every open holds; otherwise ERROR_SHARING_VIOLATION. DeleteFileW
+//   and MoveFileExW (of the source) count as delete access. Opens with other rights only (attributes, 0)
+//   are neither checked nor counted, as on Windows. The rule holds between the opens of one user through
+//   this layer, in one process and across processes, through the open set of w32p_share.h, which a killed
+//   holder leaves at once. Linux differs: between users only share mode 0 still counts, as an exclusive
+//   lock of the open file description (flock) that every other data-access open meets with a shared one;
+//   programs that do not use this layer are not held back (the locks are advisory), and a rename's target
+//   is not checked.
 // - Read-only: FILE_ATTRIBUTE_READONLY is "no write permission bit set". Root may write any file on Linux,
 //   so the opening, deleting and truncating calls check the bits themselves: a read-only file refuses
 //   writers with ERROR_ACCESS_DENIED whoever the caller is, as on Windows.
@@ -129,11 +133,15 @@ typedef void (*LPOVERLAPPED_COMPLETION_ROUTINE)(DWORD errorCode, DWORD bytesTran
 // Opens or creates a file (or, with FILE_FLAG_BACKUP_SEMANTICS, a directory). Failure:
 // INVALID_HANDLE_VALUE with ERROR_FILE_NOT_FOUND / ERROR_PATH_NOT_FOUND, ERROR_FILE_EXISTS (CREATE_NEW),
 // ERROR_ACCESS_DENIED (no permission, a read-only file opened for writing, a directory without
-// FILE_FLAG_BACKUP_SEMANTICS), ERROR_SHARING_VIOLATION, ERROR_INVALID_PARAMETER (bad disposition,
+// FILE_FLAG_BACKUP_SEMANTICS), ERROR_SHARING_VIOLATION (see "Sharing" above), ERROR_INVALID_PARAMETER (bad
+// disposition, share bits other than FILE_SHARE_READ, FILE_SHARE_WRITE and FILE_SHARE_DELETE,
 // TRUNCATE_EXISTING without write access). CREATE_ALWAYS and OPEN_ALWAYS on an existing file succeed with
 // ERROR_ALREADY_EXISTS; otherwise a success leaves the last error 0. New files get permission 0666 less the
-// umask; FILE_ATTRIBUTE_READONLY in the attributes makes them 0444 less the umask. The security
-// attributes and the template are ignored.
+// umask; FILE_ATTRIBUTE_READONLY in the attributes makes them 0444 less the umask.
+// Differs from Windows: the security attributes and the template are ignored (Linux permissions come from
+// the umask); an open with access 0 still needs read permission on Linux, where Windows needs none; the
+// hidden, system, archive and temporary attributes and the FILE_FLAG_* hints other than
+// FILE_FLAG_BACKUP_SEMANTICS and FILE_FLAG_DELETE_ON_CLOSE are accepted and have no effect.
 W32P_API HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD shareMode,
                             LPSECURITY_ATTRIBUTES securityAttributes, DWORD creationDisposition,
                             DWORD flagsAndAttributes, HANDLE templateFile);
@@ -149,7 +157,10 @@ W32P_API HANDLE GetStdHandle(DWORD which);
 
 // ERROR_ALREADY_EXISTS for any existing object at the path, ERROR_PATH_NOT_FOUND when a parent is missing.
 W32P_API BOOL CreateDirectoryW(LPCWSTR pathName, LPSECURITY_ATTRIBUTES securityAttributes);
-// INVALID_FILE_ATTRIBUTES with ERROR_FILE_NOT_FOUND / ERROR_PATH_NOT_FOUND for a missing object.
+// INVALID_FILE_ATTRIBUTES with ERROR_FILE_NOT_FOUND / ERROR_PATH_NOT_FOUND for a missing object, and
+// ERROR_INVALID_NAME for a name holding a wildcard or "<", ">", "\"", "|" (so do CreateFileW,
+// CreateDirectoryW, SetFileAttributesW, DeleteFileW). Differs from Windows: trailing dots and spaces of a
+// name are kept, since on Linux they are part of the name (the lossless mapping of w32p_path.h).
 W32P_API DWORD GetFileAttributesW(LPCWSTR fileName);
 W32P_API BOOL GetFileAttributesExW(LPCWSTR fileName, GET_FILEEX_INFO_LEVELS infoLevel, LPVOID information);
 // Only FILE_ATTRIBUTE_READONLY has an effect: set, it removes every write permission bit; clear
@@ -168,9 +179,14 @@ W32P_API BOOL PathIsDirectoryW(LPCWSTR path);
 // TRUE only for a directory without entries other than "." and "..".
 W32P_API BOOL PathIsDirectoryEmptyW(LPCWSTR path);
 
-// Wildcard search ("*" any run of characters, "?" one character) in the directory part of pattern. "." and
-// ".." come first, then the other names in case-insensitive order. No match: ERROR_FILE_NOT_FOUND; a
-// missing directory: ERROR_PATH_NOT_FOUND; a pattern ending in a separator: ERROR_FILE_NOT_FOUND.
+// Wildcard search in the directory part of pattern, with the wildcards of Windows: "*" any run of
+// characters, "?" one character or nothing before a dot or at the end ("abc?" finds "abc"), "*." and
+// "name.*" take names without an extension, "<", ">" and "\"" are the file system's own wildcards, and
+// trailing dots and spaces of the pattern are dropped. "." and ".." come first, then the other names in
+// case-insensitive order. No match: ERROR_FILE_NOT_FOUND; a missing directory: ERROR_PATH_NOT_FOUND; a
+// pattern ending in a separator: ERROR_FILE_NOT_FOUND; a wildcard or "|" in the directory part:
+// ERROR_INVALID_NAME. Differs from Windows: short (8.3) names do not exist here, so a pattern never matches
+// through one and cAlternateFileName stays empty.
 W32P_API HANDLE FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData);
 // FALSE with ERROR_NO_MORE_FILES after the last entry.
 W32P_API BOOL FindNextFileW(HANDLE findFile, LPWIN32_FIND_DATAW findData);

@@ -9,6 +9,7 @@
 // The contract, and where Linux differs from Windows, are in w32p_waitable.h.
 #include "w32p_waitable.h"
 
+#include "w32p_share.h"
 #include "w32p_string.h"
 
 #include <atomic>
@@ -482,4 +483,9 @@ W32pNamedSegment::~W32pNamedSegment()
             unlinkat(dir.Get(), m_fileName.c_str(), 0);
     }
     close(m_fd);
+}
+
+int W32pOpenNamedObjectDir(bool create)
+{
+    return OpenUserDir(create);
 }

@@ -270,7 +270,6 @@ TEST(Find, WildcardsOrderAndWindowsErrors)
     WriteText(dir.NarrowOf("a1.txt"), "1");
     WriteText(dir.NarrowOf("noext"), "1");
     EXPECT_EQ(FindAll(dir.Wide(L"*.TXT"), error), (std::vector<std::wstring>{L"a.txt", L"a1.txt"}));
-    EXPECT_EQ(FindAll(dir.Wide(L"a?.txt"), error), (std::vector<std::wstring>{L"a1.txt"}));
     EXPECT_EQ(FindAll(dir.Wide(L"*.*"), error),
               (std::vector<std::wstring>{L".", L"..", L"a.txt", L"a1.txt", L"B.log", L"empty", L"noext"}));
 
@@ -290,6 +289,65 @@ TEST(Find, WildcardsOrderAndWindowsErrors)
                      ERROR_FILE_NOT_FOUND);
     EXPECT_W32_FAILS(FindFirstFileW(dir.Wide(L"empty\\").c_str(), &data), INVALID_HANDLE_VALUE,
                      ERROR_FILE_NOT_FOUND);
+}
+
+// The directory-search wildcards of Windows: "?" may match nothing before a dot or at the end, "*." and
+// ".*" take names without an extension, and trailing dots and spaces of the pattern are dropped.
+TEST(Find, DosWildcardSemantics)
+{
+    ScratchDir dir;
+    for (const char* name : {"a.txt", "ab.txt", "abc", "b.tx", "noext", "x.y.z"})
+        WriteText(dir.NarrowOf(name), "1");
+    using Names = std::vector<std::wstring>;
+    const Names all{L".", L"..", L"a.txt", L"ab.txt", L"abc", L"b.tx", L"noext", L"x.y.z"};
+    const struct
+    {
+        const wchar_t* pattern;
+        Names found; // empty: ERROR_FILE_NOT_FOUND
+    } rows[] = {
+        {L"*.*", all},
+        {L"*.", all},
+        {L"a?.txt", {L"a.txt", L"ab.txt"}},
+        {L"abc?", {L"abc"}},
+        {L"ab??", {L"abc"}},
+        {L"*.tx?", {L"a.txt", L"ab.txt", L"b.tx"}},
+        {L"*.txt.", {L"a.txt", L"ab.txt"}},
+        {L"a.txt ", {L"a.txt"}},
+        {L"noext.", {L"noext"}},
+        {L"noext.*", {L"noext"}},
+        {L"x.*", {L"x.y.z"}},
+        {L"*.z", {L"x.y.z"}},
+        {L"*.t", {}},
+        {L"a<.txt", {L"a.txt", L"ab.txt"}},
+        {L"ABC", {L"abc"}},
+    };
+    for (const auto& row : rows)
+    {
+        DWORD error = 0;
+        EXPECT_EQ(FindAll(dir.Wide(row.pattern), error), row.found)
+            << std::string(row.pattern, row.pattern + wcslen(row.pattern));
+        EXPECT_EQ(error, static_cast<DWORD>(row.found.empty() ? ERROR_FILE_NOT_FOUND : ERROR_NO_MORE_FILES));
+    }
+}
+
+// Wildcards and characters that are never part of a name are refused by the calls that take one name.
+TEST(File, WildcardsAndInvalidCharactersAreInvalidNames)
+{
+    ScratchDir dir;
+    WriteText(dir.NarrowOf("a.txt"), "1");
+    WIN32_FILE_ATTRIBUTE_DATA data;
+    WIN32_FIND_DATAW found;
+    for (const wchar_t* name : {L"*.txt", L"a?.txt", L"a<", L"a>b", L"a\"b", L"a|b"})
+    {
+        const std::wstring path = dir.Wide(name);
+        EXPECT_W32_FAILS(GetFileAttributesW(path.c_str()), INVALID_FILE_ATTRIBUTES, ERROR_INVALID_NAME);
+        EXPECT_W32_FAILS(GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data), FALSE,
+                         ERROR_INVALID_NAME);
+        EXPECT_W32_FAILS(Open(path, GENERIC_READ, 0, OPEN_ALWAYS), INVALID_HANDLE_VALUE, ERROR_INVALID_NAME);
+        EXPECT_W32_FAILS(DeleteFileW(path.c_str()), FALSE, ERROR_INVALID_NAME);
+        EXPECT_W32_FAILS(FindFirstFileW((path + L"\\*").c_str(), &found), INVALID_HANDLE_VALUE,
+                         ERROR_INVALID_NAME);
+    }
 }
 
 TEST(File, AttributesEx)
