@@ -179,4 +179,9 @@ public:
     virtual BOOL WAPI_SystemTimeToTzSpecificLocalTime(const TIME_ZONE_INFORMATION* timeZone,
                                                       const SYSTEMTIME* universalTime,
                                                       LPSYSTEMTIME localTime) const = 0; // 86
+
+    // Configuration and versions: registry values by index, environment expansion of REG_EXPAND_SZ text.
+    virtual LONG WAPI_RegEnumValue(HKEY key, DWORD index, LPWSTR valueName, LPDWORD valueNameSize, LPDWORD reserved,
+                                   LPDWORD type, LPBYTE data, LPDWORD dataSize) const = 0;   // 87
+    virtual DWORD WAPI_ExpandEnvironmentStrings(LPCWSTR source, LPWSTR buffer, DWORD size) const = 0; // 88
 };

@@ -613,3 +613,15 @@ BOOL CVeLWinAPIWrapper::WAPI_SystemTimeToTzSpecificLocalTime(const TIME_ZONE_INF
 {
     return ::SystemTimeToTzSpecificLocalTime(timeZone, universalTime, localTime);
 }
+
+// Configuration and versions.
+LONG CVeLWinAPIWrapper::WAPI_RegEnumValue(HKEY key, DWORD index, LPWSTR valueName, LPDWORD valueNameSize,
+                                          LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD dataSize) const
+{
+    return ::RegEnumValueW(key, index, valueName, valueNameSize, reserved, type, data, dataSize);
+}
+
+DWORD CVeLWinAPIWrapper::WAPI_ExpandEnvironmentStrings(LPCWSTR source, LPWSTR buffer, DWORD size) const
+{
+    return ::ExpandEnvironmentStringsW(source, buffer, size);
+}

@@ -162,6 +162,11 @@ public:
                                               const SYSTEMTIME* universalTime,
                                               LPSYSTEMTIME localTime) const override;
 
+    // Configuration and versions.
+    LONG WAPI_RegEnumValue(HKEY key, DWORD index, LPWSTR valueName, LPDWORD valueNameSize, LPDWORD reserved,
+                           LPDWORD type, LPBYTE data, LPDWORD dataSize) const override;
+    DWORD WAPI_ExpandEnvironmentStrings(LPCWSTR source, LPWSTR buffer, DWORD size) const override;
+
 private:
     // The start-up record as "name=value" entries for the process-creation trace; "Null" for a null record.
     std::wstring STARTUPINFOToString(STARTUPINFOW* startupInfo) const;

@@ -253,6 +253,13 @@ public:
                        (const TIME_ZONE_INFORMATION* timeZone, const SYSTEMTIME* universalTime,
                         LPSYSTEMTIME localTime),
                        (timeZone, universalTime, localTime))
+    // Configuration and versions.
+    KOR_FAKE_OPERATION(LONG, RegEnumValue,
+                       (HKEY key, DWORD index, LPWSTR valueName, LPDWORD valueNameSize, LPDWORD reserved,
+                        LPDWORD type, LPBYTE data, LPDWORD dataSize),
+                       (key, index, valueName, valueNameSize, reserved, type, data, dataSize))
+    KOR_FAKE_OPERATION(DWORD, ExpandEnvironmentStrings, (LPCWSTR source, LPWSTR buffer, DWORD size),
+                       (source, buffer, size))
 
 private:
     void Record(const char* name) const

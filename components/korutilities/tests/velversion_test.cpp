@@ -49,7 +49,9 @@ TEST(VeLVersion, ParsesOnlyOneToFourDecimalPartsInRange)
         const CVeLResult<CVeLVersion> parsed = CVeLVersion::Parse(c.text);
         EXPECT_EQ(parsed.IsSuccess(), c.valid) << "'" << c.text << "'";
         if (c.valid && parsed.IsSuccess())
+        {
             EXPECT_EQ(parsed.GetValue().ToString(), c.full) << "'" << c.text << "'";
+        }
     }
 }
 

@@ -1,0 +1,91 @@
+#include "velregistry.h"
+#include "korutilitesbtracedef.h"
+#include "velregistryimpl.h"
+#include "velwinapiwrapper.h"
+
+#include <cstring>
+
+// Each public call forwards to the implementation, or traces and answers false.
+#define VEL_REGISTRY_FORWARD(call)                                                                           \
+    if (!m_impl)                                                                                             \
+    {                                                                                                        \
+        VEL_TRACE(VEL_ERR, "Can't access impl!");                                                            \
+        return false;                                                                                        \
+    }                                                                                                        \
+    return m_impl->call
+
+CVeLRegistry::CVeLRegistry() : m_impl(new CVeLRegistryImpl(std::make_shared<CVeLWinAPIWrapper>())) {}
+
+CVeLRegistry::CVeLRegistry(std::shared_ptr<IVeLWinAPIWrapper> api)
+{
+    if (!api)
+    {
+        VEL_TRACE(VEL_ERR, "Can't access winapi wrapper!");
+        return;
+    }
+    m_impl.reset(new CVeLRegistryImpl(std::move(api)));
+}
+
+CVeLRegistry::~CVeLRegistry() {}
+
+bool CVeLRegistry::ReadString(HKEY root, const std::wstring& subKey, const std::wstring& name,
+                              std::wstring& value) const
+{
+    VEL_REGISTRY_FORWARD(ReadString(root, subKey, name, value));
+}
+
+bool CVeLRegistry::ReadMultiString(HKEY root, const std::wstring& subKey, const std::wstring& name,
+                                   std::vector<std::wstring>& values) const
+{
+    VEL_REGISTRY_FORWARD(ReadMultiString(root, subKey, name, values));
+}
+
+bool CVeLRegistry::ReadDword(HKEY root, const std::wstring& subKey, const std::wstring& name, DWORD& value) const
+{
+    VEL_REGISTRY_FORWARD(ReadDword(root, subKey, name, value));
+}
+
+bool CVeLRegistry::ReadQword(HKEY root, const std::wstring& subKey, const std::wstring& name, ULONGLONG& value) const
+{
+    VEL_REGISTRY_FORWARD(ReadQword(root, subKey, name, value));
+}
+
+bool CVeLRegistry::ReadBinary(HKEY root, const std::wstring& subKey, const std::wstring& name,
+                              std::vector<BYTE>& value) const
+{
+    VEL_REGISTRY_FORWARD(ReadBinary(root, subKey, name, value));
+}
+
+bool CVeLRegistry::ReadValue(HKEY root, const std::wstring& subKey, const std::wstring& name,
+                             VeLRegistryValue& value) const
+{
+    VEL_REGISTRY_FORWARD(ReadValue(root, subKey, name, value));
+}
+
+bool CVeLRegistry::EnumerateSubKeys(HKEY root, const std::wstring& subKey, std::vector<std::wstring>& names) const
+{
+    VEL_REGISTRY_FORWARD(EnumerateSubKeys(root, subKey, names));
+}
+
+bool CVeLRegistry::EnumerateValues(HKEY root, const std::wstring& subKey,
+                                   std::vector<VeLRegistryValue>& values) const
+{
+    VEL_REGISTRY_FORWARD(EnumerateValues(root, subKey, values));
+}
+
+std::vector<std::wstring> CVeLRegistry::DataToStrings(const std::vector<BYTE>& data)
+{
+    std::wstring text(data.size() / sizeof(wchar_t), L'\0');
+    if (!text.empty())
+        std::memcpy(&text[0], data.data(), text.size() * sizeof(wchar_t));
+    std::vector<std::wstring> strings;
+    for (std::size_t start = 0; start < text.size();)
+    {
+        const std::size_t end = std::min(text.find(L'\0', start), text.size());
+        if (end == start)
+            break; // the empty string that ends a list
+        strings.push_back(text.substr(start, end - start));
+        start = end + 1;
+    }
+    return strings;
+}
