@@ -180,8 +180,12 @@ public:
                                                       const SYSTEMTIME* universalTime,
                                                       LPSYSTEMTIME localTime) const = 0; // 86
 
-    // Configuration and versions: registry values by index, environment expansion of REG_EXPAND_SZ text.
+    // Configuration and versions: registry values by index, environment expansion of REG_EXPAND_SZ text,
+    // version resources of executable files.
     virtual LONG WAPI_RegEnumValue(HKEY key, DWORD index, LPWSTR valueName, LPDWORD valueNameSize, LPDWORD reserved,
                                    LPDWORD type, LPBYTE data, LPDWORD dataSize) const = 0;   // 87
     virtual DWORD WAPI_ExpandEnvironmentStrings(LPCWSTR source, LPWSTR buffer, DWORD size) const = 0; // 88
+    virtual DWORD WAPI_GetFileVersionInfoSize(LPCWSTR fileName, LPDWORD handle) const = 0;            // 89
+    virtual BOOL WAPI_GetFileVersionInfo(LPCWSTR fileName, DWORD handle, DWORD size, LPVOID data) const = 0; // 90
+    virtual BOOL WAPI_VerQueryValue(LPCVOID block, LPCWSTR subBlock, LPVOID* buffer, PUINT length) const = 0; // 91
 };

@@ -625,3 +625,18 @@ DWORD CVeLWinAPIWrapper::WAPI_ExpandEnvironmentStrings(LPCWSTR source, LPWSTR bu
 {
     return ::ExpandEnvironmentStringsW(source, buffer, size);
 }
+
+DWORD CVeLWinAPIWrapper::WAPI_GetFileVersionInfoSize(LPCWSTR fileName, LPDWORD handle) const
+{
+    return ::GetFileVersionInfoSizeW(fileName, handle);
+}
+
+BOOL CVeLWinAPIWrapper::WAPI_GetFileVersionInfo(LPCWSTR fileName, DWORD handle, DWORD size, LPVOID data) const
+{
+    return ::GetFileVersionInfoW(fileName, handle, size, data);
+}
+
+BOOL CVeLWinAPIWrapper::WAPI_VerQueryValue(LPCVOID block, LPCWSTR subBlock, LPVOID* buffer, PUINT length) const
+{
+    return ::VerQueryValueW(block, subBlock, buffer, length);
+}

@@ -166,6 +166,9 @@ public:
     LONG WAPI_RegEnumValue(HKEY key, DWORD index, LPWSTR valueName, LPDWORD valueNameSize, LPDWORD reserved,
                            LPDWORD type, LPBYTE data, LPDWORD dataSize) const override;
     DWORD WAPI_ExpandEnvironmentStrings(LPCWSTR source, LPWSTR buffer, DWORD size) const override;
+    DWORD WAPI_GetFileVersionInfoSize(LPCWSTR fileName, LPDWORD handle) const override;
+    BOOL WAPI_GetFileVersionInfo(LPCWSTR fileName, DWORD handle, DWORD size, LPVOID data) const override;
+    BOOL WAPI_VerQueryValue(LPCVOID block, LPCWSTR subBlock, LPVOID* buffer, PUINT length) const override;
 
 private:
     // The start-up record as "name=value" entries for the process-creation trace; "Null" for a null record.

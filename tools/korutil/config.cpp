@@ -2,6 +2,7 @@
 // values and the installed-components file, each through its library class.
 #include "korutil.h"
 
+#include <velfileversion.h>
 #include <velinifile.h>
 #include <velregistry.h>
 #include <velstringconverter.h>
@@ -10,6 +11,7 @@
 
 #include <boost/filesystem/operations.hpp>
 
+#include <algorithm>
 #include <cstdio>
 #include <cwctype>
 #include <map>
@@ -35,15 +37,17 @@ std::wstring Text(const std::wstring& argument)
 }
 
 // The positionals after the sub-verb (all but FILE arguments as typed); empty sub when there is none.
-bool SubVerb(Invocation& invocation, bool firstIsFile, std::wstring& sub, std::vector<std::wstring>& args)
+bool SubVerb(Invocation& invocation, const std::vector<std::wstring>& fileSubVerbs, std::wstring& sub,
+             std::vector<std::wstring>& args)
 {
     CVeLCommandLine cmd;
     if (!ParseArguments(invocation, cmd))
         return false;
     args = cmd.GetPositionals();
+    sub = args.empty() ? std::wstring() : args[0];
+    const bool firstIsFile = std::find(fileSubVerbs.begin(), fileSubVerbs.end(), sub) != fileSubVerbs.end();
     for (std::size_t i = firstIsFile ? 2 : 1; i < args.size(); ++i)
         args[i] = Text(args[i]);
-    sub = args.empty() ? std::wstring() : args[0];
     if (!args.empty())
         args.erase(args.begin());
     return true;
@@ -150,13 +154,25 @@ int RegQuery(Invocation& invocation, const std::vector<std::wstring>& args)
     return kExitOk;
 }
 
+int VersionOf(Invocation& invocation, const std::vector<std::wstring>& args)
+{
+    if (args.size() != 1)
+        return UsageError(invocation, "expected FILE");
+    CVeLFileVersion reader;
+    CVeLVersion version;
+    if (!reader.GetFileVersion(ToPath(args[0]), version))
+        return Failure("version of", ToText(args[0]) + ": no version resource" + DescribeError(LastError()));
+    PrintLine(Utf8(version.ToString()));
+    return kExitOk;
+}
+
 } // namespace
 
 int RunIni(Invocation& invocation)
 {
     std::wstring sub;
     std::vector<std::wstring> args;
-    if (!SubVerb(invocation, true, sub, args))
+    if (!SubVerb(invocation, {L"get", L"set"}, sub, args))
         return kExitUsage;
     if (sub == L"get")
         return IniGet(invocation, args);
@@ -169,7 +185,7 @@ int RunReg(Invocation& invocation)
 {
     std::wstring sub;
     std::vector<std::wstring> args;
-    if (!SubVerb(invocation, false, sub, args))
+    if (!SubVerb(invocation, {}, sub, args))
         return kExitUsage;
     if (sub == L"query")
         return RegQuery(invocation, args);
@@ -180,10 +196,12 @@ int RunVersion(Invocation& invocation)
 {
     std::wstring sub;
     std::vector<std::wstring> args;
-    if (!SubVerb(invocation, false, sub, args))
+    if (!SubVerb(invocation, {L"of"}, sub, args))
         return kExitUsage;
+    if (sub == L"of")
+        return VersionOf(invocation, args);
     if (sub != L"compare")
-        return UsageError(invocation, sub.empty() ? "expected compare" : "unknown sub-verb '" + ToText(sub) + "'");
+        return UsageError(invocation, sub.empty() ? "expected compare or of" : "unknown sub-verb '" + ToText(sub) + "'");
     if (args.size() != 2)
         return UsageError(invocation, "expected A B");
     const CVeLResult<CVeLVersion> a = CVeLVersion::Parse(args[0]);
@@ -198,7 +216,7 @@ int RunVersions(Invocation& invocation)
 {
     std::wstring sub;
     std::vector<std::wstring> args;
-    if (!SubVerb(invocation, true, sub, args))
+    if (!SubVerb(invocation, {L"list"}, sub, args))
         return kExitUsage;
     if (sub != L"list")
         return UsageError(invocation, sub.empty() ? "expected list" : "unknown sub-verb '" + ToText(sub) + "'");

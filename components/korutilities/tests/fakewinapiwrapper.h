@@ -260,6 +260,11 @@ public:
                        (key, index, valueName, valueNameSize, reserved, type, data, dataSize))
     KOR_FAKE_OPERATION(DWORD, ExpandEnvironmentStrings, (LPCWSTR source, LPWSTR buffer, DWORD size),
                        (source, buffer, size))
+    KOR_FAKE_OPERATION(DWORD, GetFileVersionInfoSize, (LPCWSTR fileName, LPDWORD handle), (fileName, handle))
+    KOR_FAKE_OPERATION(BOOL, GetFileVersionInfo, (LPCWSTR fileName, DWORD handle, DWORD size, LPVOID data),
+                       (fileName, handle, size, data))
+    KOR_FAKE_OPERATION(BOOL, VerQueryValue, (LPCVOID block, LPCWSTR subBlock, LPVOID* buffer, PUINT length),
+                       (block, subBlock, buffer, length))
 
 private:
     void Record(const char* name) const
