@@ -17,12 +17,14 @@ public:
     // "1", "true", "yes", "on" and "0", "false", "no", "off" in any case; defaultValue for anything else.
     virtual bool GetBool(const std::wstring& section, const std::wstring& key, bool defaultValue) const = 0;
     // A decimal number with "." as the separator whatever the locale; defaultValue when not one.
-    virtual double GetReal(const std::wstring& section, const std::wstring& key, double defaultValue) const = 0;
+    virtual double GetReal(const std::wstring& section, const std::wstring& key,
+                           double defaultValue) const = 0;
     virtual bool HasKey(const std::wstring& section, const std::wstring& key) const = 0;
     virtual bool GetSectionNames(std::vector<std::wstring>& names) const = 0;
     virtual bool GetKeyNames(const std::wstring& section, std::vector<std::wstring>& names) const = 0;
 
-    virtual bool WriteString(const std::wstring& section, const std::wstring& key, const std::wstring& value) = 0;
+    virtual bool WriteString(const std::wstring& section, const std::wstring& key,
+                             const std::wstring& value) = 0;
     virtual bool WriteInt(const std::wstring& section, const std::wstring& key, int value) = 0;
     virtual bool WriteBool(const std::wstring& section, const std::wstring& key, bool value) = 0;
     virtual bool WriteReal(const std::wstring& section, const std::wstring& key, double value) = 0;

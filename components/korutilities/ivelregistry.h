@@ -24,14 +24,16 @@ public:
                             std::wstring& value) const = 0;
     virtual bool ReadMultiString(HKEY root, const std::wstring& subKey, const std::wstring& name,
                                  std::vector<std::wstring>& values) const = 0;
-    virtual bool ReadDword(HKEY root, const std::wstring& subKey, const std::wstring& name, DWORD& value) const = 0;
+    virtual bool ReadDword(HKEY root, const std::wstring& subKey, const std::wstring& name,
+                           DWORD& value) const = 0;
     virtual bool ReadQword(HKEY root, const std::wstring& subKey, const std::wstring& name,
                            ULONGLONG& value) const = 0;
     virtual bool ReadBinary(HKEY root, const std::wstring& subKey, const std::wstring& name,
                             std::vector<BYTE>& value) const = 0;
     virtual bool ReadValue(HKEY root, const std::wstring& subKey, const std::wstring& name,
                            VeLRegistryValue& value) const = 0;
-    virtual bool EnumerateSubKeys(HKEY root, const std::wstring& subKey, std::vector<std::wstring>& names) const = 0;
+    virtual bool EnumerateSubKeys(HKEY root, const std::wstring& subKey,
+                                  std::vector<std::wstring>& names) const = 0;
     virtual bool EnumerateValues(HKEY root, const std::wstring& subKey,
                                  std::vector<VeLRegistryValue>& values) const = 0;
 };

@@ -180,12 +180,29 @@ public:
                                                       const SYSTEMTIME* universalTime,
                                                       LPSYSTEMTIME localTime) const = 0; // 86
 
+    // Processes and libraries: loading modules and finding their functions, the whole environment block,
+    // the polite console request to end, the id behind a process handle, and the Restart Manager's
+    // shutdown and restart. Each forwards to the Win32 function of its name.
+    virtual HMODULE WAPI_LoadLibrary(LPCWSTR fileName) const = 0;                                // 87
+    virtual FARPROC WAPI_GetProcAddress(HMODULE module, LPCSTR procName) const = 0;              // 88
+    virtual BOOL WAPI_FreeLibrary(HMODULE module) const = 0;                                     // 89
+    virtual LPWCH WAPI_GetEnvironmentStrings() const = 0;                                        // 90
+    virtual BOOL WAPI_FreeEnvironmentStrings(LPWCH block) const = 0;                             // 91
+    virtual BOOL WAPI_GenerateConsoleCtrlEvent(DWORD ctrlEvent, DWORD processGroupId) const = 0; // 92
+    virtual DWORD WAPI_GetProcessId(HANDLE process) const = 0;                                   // 93
+    virtual DWORD WAPI_RmShutdown(DWORD sessionHandle, ULONG actionFlags,
+                                  RM_WRITE_STATUS_CALLBACK status) const = 0; // 94
+    virtual DWORD WAPI_RmRestart(DWORD sessionHandle, DWORD restartFlags,
+                                 RM_WRITE_STATUS_CALLBACK status) const = 0; // 95
     // Configuration and versions: registry values by index, environment expansion of REG_EXPAND_SZ text,
     // version resources of executable files.
-    virtual LONG WAPI_RegEnumValue(HKEY key, DWORD index, LPWSTR valueName, LPDWORD valueNameSize, LPDWORD reserved,
-                                   LPDWORD type, LPBYTE data, LPDWORD dataSize) const = 0;   // 87
-    virtual DWORD WAPI_ExpandEnvironmentStrings(LPCWSTR source, LPWSTR buffer, DWORD size) const = 0; // 88
-    virtual DWORD WAPI_GetFileVersionInfoSize(LPCWSTR fileName, LPDWORD handle) const = 0;            // 89
-    virtual BOOL WAPI_GetFileVersionInfo(LPCWSTR fileName, DWORD handle, DWORD size, LPVOID data) const = 0; // 90
-    virtual BOOL WAPI_VerQueryValue(LPCVOID block, LPCWSTR subBlock, LPVOID* buffer, PUINT length) const = 0; // 91
+    virtual LONG WAPI_RegEnumValue(HKEY key, DWORD index, LPWSTR valueName, LPDWORD valueNameSize,
+                                   LPDWORD reserved, LPDWORD type, LPBYTE data,
+                                   LPDWORD dataSize) const = 0;                                       // 96
+    virtual DWORD WAPI_ExpandEnvironmentStrings(LPCWSTR source, LPWSTR buffer, DWORD size) const = 0; // 97
+    virtual DWORD WAPI_GetFileVersionInfoSize(LPCWSTR fileName, LPDWORD handle) const = 0;            // 98
+    virtual BOOL WAPI_GetFileVersionInfo(LPCWSTR fileName, DWORD handle, DWORD size,
+                                         LPVOID data) const = 0; // 99
+    virtual BOOL WAPI_VerQueryValue(LPCVOID block, LPCWSTR subBlock, LPVOID* buffer,
+                                    PUINT length) const = 0; // 100
 };

@@ -38,7 +38,8 @@ bool CVeLFileVersion::GetProductVersion(const fs::path& file, CVeLVersion& versi
     VEL_FILEVERSION_FORWARD(GetProductVersion(file, version));
 }
 
-bool CVeLFileVersion::GetVersionString(const fs::path& file, const std::wstring& name, std::wstring& value) const
+bool CVeLFileVersion::GetVersionString(const fs::path& file, const std::wstring& name,
+                                       std::wstring& value) const
 {
     VEL_FILEVERSION_FORWARD(GetVersionString(file, name, value));
 }

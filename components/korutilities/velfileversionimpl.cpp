@@ -31,7 +31,8 @@ bool CVeLFileVersionImpl::ReadBlock(const fs::path& file, std::vector<BYTE>& blo
     const DWORD size = m_api->WAPI_GetFileVersionInfoSize(name.c_str(), &handle);
     if (size == 0)
     {
-        VEL_TRACE(VEL_ERR, "No version resource in %s (err = %ld)!", Utf8(file).c_str(), m_api->WAPI_GetLastError());
+        VEL_TRACE(VEL_ERR, "No version resource in %s (err = %ld)!", Utf8(file).c_str(),
+                  m_api->WAPI_GetLastError());
         return false;
     }
     block.assign(size, 0);
@@ -79,7 +80,8 @@ bool CVeLFileVersionImpl::GetProductVersion(const fs::path& file, CVeLVersion& v
     return ReadFixed(file, true, version);
 }
 
-bool CVeLFileVersionImpl::GetVersionString(const fs::path& file, const std::wstring& name, std::wstring& value) const
+bool CVeLFileVersionImpl::GetVersionString(const fs::path& file, const std::wstring& name,
+                                           std::wstring& value) const
 {
     std::vector<BYTE> block;
     if (!ReadBlock(file, block))
@@ -87,8 +89,8 @@ bool CVeLFileVersionImpl::GetVersionString(const fs::path& file, const std::wstr
     std::wstring table = kDefaultTable;
     LPVOID data = nullptr;
     UINT length = 0;
-    if (m_api->WAPI_VerQueryValue(block.data(), L"\\VarFileInfo\\Translation", &data, &length) && data != nullptr &&
-        length >= 4)
+    if (m_api->WAPI_VerQueryValue(block.data(), L"\\VarFileInfo\\Translation", &data, &length) &&
+        data != nullptr && length >= 4)
     {
         WORD pair[2];
         std::memcpy(pair, data, sizeof pair);
@@ -99,8 +101,8 @@ bool CVeLFileVersionImpl::GetVersionString(const fs::path& file, const std::wstr
     const std::wstring path = L"\\StringFileInfo\\" + table + L"\\" + name;
     if (!m_api->WAPI_VerQueryValue(block.data(), path.c_str(), &data, &length) || data == nullptr)
     {
-        VEL_TRACE(VEL_ERR, "No version text %s in %s!", CVeLStringConverter::ConvertStdWStringToStdString(name).c_str(),
-                  Utf8(file).c_str());
+        VEL_TRACE(VEL_ERR, "No version text %s in %s!",
+                  CVeLStringConverter::ConvertStdWStringToStdString(name).c_str(), Utf8(file).c_str());
         return false;
     }
     const wchar_t* text = static_cast<const wchar_t*>(data);

@@ -14,7 +14,8 @@ namespace fs = boost::filesystem;
     }                                                                                                        \
     return m_impl->call
 
-CVeLIniFile::CVeLIniFile(const fs::path& file) : m_impl(new CVeLIniFileImpl(std::make_shared<CVeLWinAPIWrapper>(), file))
+CVeLIniFile::CVeLIniFile(const fs::path& file)
+    : m_impl(new CVeLIniFileImpl(std::make_shared<CVeLWinAPIWrapper>(), file))
 {
 }
 

@@ -43,7 +43,8 @@ public:
     bool GetSectionNames(std::vector<std::wstring>& names) const override;
     bool GetKeyNames(const std::wstring& section, std::vector<std::wstring>& names) const override;
 
-    bool WriteString(const std::wstring& section, const std::wstring& key, const std::wstring& value) override;
+    bool WriteString(const std::wstring& section, const std::wstring& key,
+                     const std::wstring& value) override;
     bool WriteInt(const std::wstring& section, const std::wstring& key, int value) override;
     bool WriteBool(const std::wstring& section, const std::wstring& key, bool value) override;
     bool WriteReal(const std::wstring& section, const std::wstring& key, double value) override;

@@ -92,8 +92,8 @@ std::wstring CVeLIniFileImpl::Read(const wchar_t* section, const wchar_t* key, c
     for (DWORD size = kFirstBufferSize; size <= kLargestBufferSize; size *= 4)
     {
         std::wstring buffer(size, L'\0');
-        const DWORD length =
-            m_api->WAPI_GetPrivateProfileString(section, key, defaultValue, &buffer[0], size, m_wideFile.c_str());
+        const DWORD length = m_api->WAPI_GetPrivateProfileString(section, key, defaultValue, &buffer[0], size,
+                                                                 m_wideFile.c_str());
         if (length < size - (list ? 2 : 1))
         {
             buffer.resize(length);
@@ -140,7 +140,8 @@ int CVeLIniFileImpl::GetInt(const std::wstring& section, const std::wstring& key
     const std::wstring magnitude = text.substr(digits + (hex ? 2 : 0));
     const unsigned long long value = std::wcstoull(magnitude.c_str(), &end, hex ? 16 : 10);
     const unsigned long long limit = negative ? 0x80000000ull : static_cast<unsigned long long>(INT_MAX);
-    if (magnitude.empty() || !std::iswxdigit(magnitude[0]) || *end != L'\0' || errno == ERANGE || value > limit)
+    if (magnitude.empty() || !std::iswxdigit(magnitude[0]) || *end != L'\0' || errno == ERANGE ||
+        value > limit)
     {
         VEL_TRACE(VEL_WRN, "Value '%s' of %s is no whole number!", Utf8(text).c_str(), Utf8(key).c_str());
         return defaultValue;
@@ -160,7 +161,8 @@ bool CVeLIniFileImpl::GetBool(const std::wstring& section, const std::wstring& k
     return defaultValue;
 }
 
-double CVeLIniFileImpl::GetReal(const std::wstring& section, const std::wstring& key, double defaultValue) const
+double CVeLIniFileImpl::GetReal(const std::wstring& section, const std::wstring& key,
+                                double defaultValue) const
 {
     const std::wstring text = Trimmed(GetString(section, key, L""));
     double value = 0;
@@ -193,7 +195,8 @@ bool CVeLIniFileImpl::GetKeyNames(const std::wstring& section, std::vector<std::
     return ReadList(section.c_str(), names);
 }
 
-bool CVeLIniFileImpl::WriteString(const std::wstring& section, const std::wstring& key, const std::wstring& value)
+bool CVeLIniFileImpl::WriteString(const std::wstring& section, const std::wstring& key,
+                                  const std::wstring& value)
 {
     return Change(section.c_str(), key.c_str(), value.c_str());
 }
@@ -253,9 +256,11 @@ bool CVeLIniFileImpl::Change(const wchar_t* section, const wchar_t* key, const w
     auto basics = std::make_shared<CVeLFileBasics>();
     CVeLFileHelper copy(m_api, basics, scratch, false);
     bool done = CopyToScratch(scratch);
-    if (done && !m_api->WAPI_WritePrivateProfileString(section, key, value, CVeLPathConverter::ToWide(scratch).c_str()))
+    if (done && !m_api->WAPI_WritePrivateProfileString(section, key, value,
+                                                       CVeLPathConverter::ToWide(scratch).c_str()))
     {
-        VEL_TRACE(VEL_ERR, "Can't write %s (err = %ld)!", Utf8(m_wideFile).c_str(), m_api->WAPI_GetLastError());
+        VEL_TRACE(VEL_ERR, "Can't write %s (err = %ld)!", Utf8(m_wideFile).c_str(),
+                  m_api->WAPI_GetLastError());
         done = false;
     }
     boost::shared_ptr<unsigned char> content;

@@ -22,7 +22,8 @@ public:
     bool GetSectionNames(std::vector<std::wstring>& names) const override;
     bool GetKeyNames(const std::wstring& section, std::vector<std::wstring>& names) const override;
 
-    bool WriteString(const std::wstring& section, const std::wstring& key, const std::wstring& value) override;
+    bool WriteString(const std::wstring& section, const std::wstring& key,
+                     const std::wstring& value) override;
     bool WriteInt(const std::wstring& section, const std::wstring& key, int value) override;
     bool WriteBool(const std::wstring& section, const std::wstring& key, bool value) override;
     bool WriteReal(const std::wstring& section, const std::wstring& key, double value) override;
@@ -31,7 +32,8 @@ public:
 
 private:
     // The profile read with a buffer grown until the answer fits; list answers keep their terminators.
-    std::wstring Read(const wchar_t* section, const wchar_t* key, const wchar_t* defaultValue, bool list) const;
+    std::wstring Read(const wchar_t* section, const wchar_t* key, const wchar_t* defaultValue,
+                      bool list) const;
     bool ReadList(const wchar_t* section, std::vector<std::wstring>& names) const;
     // The crash-safe change: copy, change the copy, put it in place (null key or value deletes).
     bool Change(const wchar_t* section, const wchar_t* key, const wchar_t* value);

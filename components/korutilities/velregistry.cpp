@@ -40,12 +40,14 @@ bool CVeLRegistry::ReadMultiString(HKEY root, const std::wstring& subKey, const 
     VEL_REGISTRY_FORWARD(ReadMultiString(root, subKey, name, values));
 }
 
-bool CVeLRegistry::ReadDword(HKEY root, const std::wstring& subKey, const std::wstring& name, DWORD& value) const
+bool CVeLRegistry::ReadDword(HKEY root, const std::wstring& subKey, const std::wstring& name,
+                             DWORD& value) const
 {
     VEL_REGISTRY_FORWARD(ReadDword(root, subKey, name, value));
 }
 
-bool CVeLRegistry::ReadQword(HKEY root, const std::wstring& subKey, const std::wstring& name, ULONGLONG& value) const
+bool CVeLRegistry::ReadQword(HKEY root, const std::wstring& subKey, const std::wstring& name,
+                             ULONGLONG& value) const
 {
     VEL_REGISTRY_FORWARD(ReadQword(root, subKey, name, value));
 }
@@ -62,7 +64,8 @@ bool CVeLRegistry::ReadValue(HKEY root, const std::wstring& subKey, const std::w
     VEL_REGISTRY_FORWARD(ReadValue(root, subKey, name, value));
 }
 
-bool CVeLRegistry::EnumerateSubKeys(HKEY root, const std::wstring& subKey, std::vector<std::wstring>& names) const
+bool CVeLRegistry::EnumerateSubKeys(HKEY root, const std::wstring& subKey,
+                                    std::vector<std::wstring>& names) const
 {
     VEL_REGISTRY_FORWARD(EnumerateSubKeys(root, subKey, names));
 }

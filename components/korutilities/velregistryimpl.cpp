@@ -77,15 +77,16 @@ bool CVeLRegistryImpl::ReadValue(HKEY root, const std::wstring& subKey, const st
     return false;
 }
 
-bool CVeLRegistryImpl::ReadTyped(HKEY root, const std::wstring& subKey, const std::wstring& name, DWORD wantedType,
-                                 std::vector<BYTE>& data) const
+bool CVeLRegistryImpl::ReadTyped(HKEY root, const std::wstring& subKey, const std::wstring& name,
+                                 DWORD wantedType, std::vector<BYTE>& data) const
 {
     VeLRegistryValue value;
     if (!ReadValue(root, subKey, name, value))
         return false;
     if (value.type != wantedType)
     {
-        VEL_TRACE(VEL_ERR, "Registry value %s has type %lu, not %lu!", Utf8(name).c_str(), value.type, wantedType);
+        VEL_TRACE(VEL_ERR, "Registry value %s has type %lu, not %lu!", Utf8(name).c_str(), value.type,
+                  wantedType);
         return false;
     }
     data.swap(value.data);
@@ -139,7 +140,8 @@ bool CVeLRegistryImpl::ReadMultiString(HKEY root, const std::wstring& subKey, co
     return true;
 }
 
-bool CVeLRegistryImpl::ReadDword(HKEY root, const std::wstring& subKey, const std::wstring& name, DWORD& value) const
+bool CVeLRegistryImpl::ReadDword(HKEY root, const std::wstring& subKey, const std::wstring& name,
+                                 DWORD& value) const
 {
     std::vector<BYTE> data;
     if (!ReadTyped(root, subKey, name, REG_DWORD, data))
@@ -174,7 +176,8 @@ bool CVeLRegistryImpl::ReadBinary(HKEY root, const std::wstring& subKey, const s
     return ReadTyped(root, subKey, name, REG_BINARY, value);
 }
 
-bool CVeLRegistryImpl::EnumerateSubKeys(HKEY root, const std::wstring& subKey, std::vector<std::wstring>& names) const
+bool CVeLRegistryImpl::EnumerateSubKeys(HKEY root, const std::wstring& subKey,
+                                        std::vector<std::wstring>& names) const
 {
     names.clear();
     HKEY key = nullptr;
@@ -200,7 +203,8 @@ bool CVeLRegistryImpl::ReadValueAt(HKEY key, DWORD index, DWORD longestName, VeL
 {
     std::wstring name(longestName + 1, L'\0');
     DWORD nameSize = longestName + 1, size = 0;
-    LONG status = m_api->WAPI_RegEnumValue(key, index, &name[0], &nameSize, nullptr, &value.type, nullptr, &size);
+    LONG status =
+        m_api->WAPI_RegEnumValue(key, index, &name[0], &nameSize, nullptr, &value.type, nullptr, &size);
     if (status == ERROR_SUCCESS)
     {
         value.data.resize(size);
@@ -224,8 +228,8 @@ bool CVeLRegistryImpl::EnumerateValues(HKEY root, const std::wstring& subKey,
         return false;
     KeyHolder holder(*m_api, key);
     DWORD count = 0, longestName = 0;
-    LONG status = m_api->WAPI_RegQueryInfoKey(key, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &count,
-                                              &longestName, nullptr, nullptr, nullptr);
+    LONG status = m_api->WAPI_RegQueryInfoKey(key, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                                              &count, &longestName, nullptr, nullptr, nullptr);
     for (DWORD index = 0; status == ERROR_SUCCESS && index < count; ++index)
     {
         VeLRegistryValue value;

@@ -16,14 +16,18 @@ public:
                     std::wstring& value) const override;
     bool ReadMultiString(HKEY root, const std::wstring& subKey, const std::wstring& name,
                          std::vector<std::wstring>& values) const override;
-    bool ReadDword(HKEY root, const std::wstring& subKey, const std::wstring& name, DWORD& value) const override;
-    bool ReadQword(HKEY root, const std::wstring& subKey, const std::wstring& name, ULONGLONG& value) const override;
+    bool ReadDword(HKEY root, const std::wstring& subKey, const std::wstring& name,
+                   DWORD& value) const override;
+    bool ReadQword(HKEY root, const std::wstring& subKey, const std::wstring& name,
+                   ULONGLONG& value) const override;
     bool ReadBinary(HKEY root, const std::wstring& subKey, const std::wstring& name,
                     std::vector<BYTE>& value) const override;
     bool ReadValue(HKEY root, const std::wstring& subKey, const std::wstring& name,
                    VeLRegistryValue& value) const override;
-    bool EnumerateSubKeys(HKEY root, const std::wstring& subKey, std::vector<std::wstring>& names) const override;
-    bool EnumerateValues(HKEY root, const std::wstring& subKey, std::vector<VeLRegistryValue>& values) const override;
+    bool EnumerateSubKeys(HKEY root, const std::wstring& subKey,
+                          std::vector<std::wstring>& names) const override;
+    bool EnumerateValues(HKEY root, const std::wstring& subKey,
+                         std::vector<VeLRegistryValue>& values) const override;
 
 private:
     // Opens subKey for reading; the key is closed through the facade when the holder ends.

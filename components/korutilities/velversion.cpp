@@ -39,7 +39,8 @@ CVeLVersion::CVeLVersion(WORD major, WORD minor, WORD build, WORD revision)
 CVeLVersion CVeLVersion::FromFixed(DWORD mostSignificant, DWORD leastSignificant)
 {
     return CVeLVersion(static_cast<WORD>(mostSignificant >> 16), static_cast<WORD>(mostSignificant & 0xFFFF),
-                       static_cast<WORD>(leastSignificant >> 16), static_cast<WORD>(leastSignificant & 0xFFFF));
+                       static_cast<WORD>(leastSignificant >> 16),
+                       static_cast<WORD>(leastSignificant & 0xFFFF));
 }
 
 CVeLResult<CVeLVersion> CVeLVersion::Parse(const std::wstring& text)
@@ -60,7 +61,8 @@ CVeLResult<CVeLVersion> CVeLVersion::Parse(const std::wstring& text)
             break;
         ++at;
     }
-    VEL_TRACE(VEL_ERR, "Invalid version text '%s'!", CVeLStringConverter::ConvertStdWStringToStdString(text).c_str());
+    VEL_TRACE(VEL_ERR, "Invalid version text '%s'!",
+              CVeLStringConverter::ConvertStdWStringToStdString(text).c_str());
     return CVeLResult<CVeLVersion>();
 }
 
@@ -74,8 +76,8 @@ int CVeLVersion::Compare(const CVeLVersion& other) const
 
 std::wstring CVeLVersion::ToString() const
 {
-    return std::to_wstring(m_parts[0]) + L"." + std::to_wstring(m_parts[1]) + L"." + std::to_wstring(m_parts[2]) +
-           L"." + std::to_wstring(m_parts[3]);
+    return std::to_wstring(m_parts[0]) + L"." + std::to_wstring(m_parts[1]) + L"." +
+           std::to_wstring(m_parts[2]) + L"." + std::to_wstring(m_parts[3]);
 }
 
 std::wstring CVeLVersion::ToShortString() const

@@ -17,12 +17,14 @@ const wchar_t kComponent[] = L"Component";
 
 std::wstring Attribute(const DOMElement* element, const wchar_t* name)
 {
-    return CVeLXMLCharConverter::ToWString(element->getAttribute(CVeLXMLCharConverter::ToXMLCh(name).c_str()));
+    return CVeLXMLCharConverter::ToWString(
+        element->getAttribute(CVeLXMLCharConverter::ToXMLCh(name).c_str()));
 }
 
 void SetAttribute(DOMElement* element, const wchar_t* name, const std::wstring& value)
 {
-    element->setAttribute(CVeLXMLCharConverter::ToXMLCh(name).c_str(), CVeLXMLCharConverter::ToXMLCh(value).c_str());
+    element->setAttribute(CVeLXMLCharConverter::ToXMLCh(name).c_str(),
+                          CVeLXMLCharConverter::ToXMLCh(value).c_str());
 }
 
 bool IsComponent(const DOMNode* node)
@@ -60,7 +62,8 @@ std::wstring CVeLVersionsXMLHandler::LoadText(const fs::path& file)
     if (size >= 2 && bytes.get()[0] == 0xFF && bytes.get()[1] == 0xFE)
         helper.ReadContent(text);
     else
-        CVeLStringConverter::ConvertUTF8Chars2StdWString(reinterpret_cast<const char*>(bytes.get()), size, text);
+        CVeLStringConverter::ConvertUTF8Chars2StdWString(reinterpret_cast<const char*>(bytes.get()), size,
+                                                         text);
     return WithPlainDeclaration(text);
 }
 
@@ -87,7 +90,8 @@ bool CVeLVersionsXMLHandler::VersionsAreValid() const
     if (!GetDOMBranch(L"Versions", root))
         return false;
     for (DOMNode* node = root->getFirstChild(); node != nullptr; node = node->getNextSibling())
-        if (IsComponent(node) && !CVeLVersion::Parse(Attribute(static_cast<DOMElement*>(node), L"version")).IsSuccess())
+        if (IsComponent(node) &&
+            !CVeLVersion::Parse(Attribute(static_cast<DOMElement*>(node), L"version")).IsSuccess())
             return false;
     return true;
 }
@@ -124,7 +128,8 @@ bool CVeLVersionsXMLHandler::FindComponent(const std::wstring& name, VeLInstalle
             component = candidate;
             return true;
         }
-    VEL_TRACE(VEL_DBG1, "Component %s not installed", CVeLStringConverter::ConvertStdWStringToStdString(name).c_str());
+    VEL_TRACE(VEL_DBG1, "Component %s not installed",
+              CVeLStringConverter::ConvertStdWStringToStdString(name).c_str());
     return false;
 }
 
@@ -144,7 +149,8 @@ bool CVeLVersionsXMLHandler::SetComponent(const VeLInstalledComponent& component
     const std::wstring name = component.name;
     if (!Usable())
         return false;
-    if (name.empty() || name.find_first_of(L" \t\r\n") == 0 || name.find_last_of(L" \t\r\n") == name.size() - 1)
+    if (name.empty() || name.find_first_of(L" \t\r\n") == 0 ||
+        name.find_last_of(L" \t\r\n") == name.size() - 1)
     {
         VEL_TRACE(VEL_ERR, "Invalid parameter");
         return false;
@@ -173,7 +179,8 @@ bool CVeLVersionsXMLHandler::RemoveComponent(const std::wstring& name)
     DOMElement* element = FindElement(name);
     if (element == nullptr)
     {
-        VEL_TRACE(VEL_ERR, "Component %s not installed!", CVeLStringConverter::ConvertStdWStringToStdString(name).c_str());
+        VEL_TRACE(VEL_ERR, "Component %s not installed!",
+                  CVeLStringConverter::ConvertStdWStringToStdString(name).c_str());
         return false;
     }
     element->getParentNode()->removeChild(element)->release();

@@ -1,4 +1,5 @@
 #include "velwinapiwrapper.h"
+#include "velmoduleloaderimpl.h"
 #include "korutilitesbtracedef.h"
 #include "velstringconverter.h"
 
@@ -93,20 +94,14 @@ CVeLResult<__int64> CVeLWinAPIWrapper::WAPI_NTGetSizeOfSharedMemory(HANDLE mappi
         VEL_TRACE(VEL_ERR, "No handle available!");
         return CVeLResult<__int64>();
     }
-    HMODULE ntdll = ::LoadLibraryW(L"ntdll.dll");
-    if (ntdll == nullptr)
-    {
-        const DWORD error = ::GetLastError();
-        VEL_TRACE(VEL_ERR, "LoadLibrary %s failed (code=0x%08X)!", "ntdll.dll", error);
+    // The loader traces "LoadLibrary %s failed (code=0x%08X)!" or "GetProcAddress failed (code=0x%08X)!"
+    // itself; ntdll stays loaded by the process, so unloading the loader's reference is harmless.
+    CVeLModuleLoaderImpl ntdll(std::make_shared<CVeLWinAPIWrapper>());
+    if (!ntdll.Load(L"ntdll.dll"))
         return CVeLResult<__int64>();
-    }
-    FARPROC address = ::GetProcAddress(ntdll, "NtQuerySection");
+    FARPROC address = ntdll.GetFunction("NtQuerySection");
     if (address == nullptr)
-    {
-        const DWORD error = ::GetLastError();
-        VEL_TRACE(VEL_ERR, "GetProcAddress failed (code=0x%08X)!", error);
         return CVeLResult<__int64>();
-    }
     // Through void*: the loader hands out a generic function pointer.
     auto query = reinterpret_cast<NtQuerySectionFunction>(reinterpret_cast<void*>(address));
     SectionBasicRecord information = {};
@@ -614,29 +609,80 @@ BOOL CVeLWinAPIWrapper::WAPI_SystemTimeToTzSpecificLocalTime(const TIME_ZONE_INF
     return ::SystemTimeToTzSpecificLocalTime(timeZone, universalTime, localTime);
 }
 
-// Configuration and versions.
-LONG CVeLWinAPIWrapper::WAPI_RegEnumValue(HKEY key, DWORD index, LPWSTR valueName, LPDWORD valueNameSize,
-                                          LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD dataSize) const
+// Processes and libraries.
+
+HMODULE CVeLWinAPIWrapper::WAPI_LoadLibrary(LPCWSTR fileName) const
 {
-    return ::RegEnumValueW(key, index, valueName, valueNameSize, reserved, type, data, dataSize);
+    return ::LoadLibraryW(fileName);
 }
 
-DWORD CVeLWinAPIWrapper::WAPI_ExpandEnvironmentStrings(LPCWSTR source, LPWSTR buffer, DWORD size) const
+FARPROC CVeLWinAPIWrapper::WAPI_GetProcAddress(HMODULE module, LPCSTR procName) const
 {
-    return ::ExpandEnvironmentStringsW(source, buffer, size);
+    return ::GetProcAddress(module, procName);
 }
 
-DWORD CVeLWinAPIWrapper::WAPI_GetFileVersionInfoSize(LPCWSTR fileName, LPDWORD handle) const
+BOOL CVeLWinAPIWrapper::WAPI_FreeLibrary(HMODULE module) const
 {
-    return ::GetFileVersionInfoSizeW(fileName, handle);
+    return ::FreeLibrary(module);
 }
 
-BOOL CVeLWinAPIWrapper::WAPI_GetFileVersionInfo(LPCWSTR fileName, DWORD handle, DWORD size, LPVOID data) const
+LPWCH CVeLWinAPIWrapper::WAPI_GetEnvironmentStrings() const
 {
-    return ::GetFileVersionInfoW(fileName, handle, size, data);
+    return ::GetEnvironmentStringsW();
 }
 
-BOOL CVeLWinAPIWrapper::WAPI_VerQueryValue(LPCVOID block, LPCWSTR subBlock, LPVOID* buffer, PUINT length) const
+BOOL CVeLWinAPIWrapper::WAPI_FreeEnvironmentStrings(LPWCH block) const
 {
-    return ::VerQueryValueW(block, subBlock, buffer, length);
+    return ::FreeEnvironmentStringsW(block);
 }
+
+BOOL CVeLWinAPIWrapper::WAPI_GenerateConsoleCtrlEvent(DWORD ctrlEvent, DWORD processGroupId) const
+{
+    return ::GenerateConsoleCtrlEvent(ctrlEvent, processGroupId);
+}
+
+DWORD CVeLWinAPIWrapper::WAPI_GetProcessId(HANDLE process) const
+{
+    return ::GetProcessId(process);
+}
+
+DWORD CVeLWinAPIWrapper::WAPI_RmShutdown(DWORD sessionHandle, ULONG actionFlags,
+                                         RM_WRITE_STATUS_CALLBACK status) const
+{
+    return ::RmShutdown(sessionHandle, actionFlags, status);
+}
+
+DWORD CVeLWinAPIWrapper::WAPI_RmRestart(DWORD sessionHandle, DWORD restartFlags,
+                                        RM_WRITE_STATUS_CALLBACK status) const
+{
+    return ::RmRestart(sessionHandle, restartFlags, status);
+
+    // Configuration and versions.
+    LONG CVeLWinAPIWrapper::WAPI_RegEnumValue(HKEY key, DWORD index, LPWSTR valueName, LPDWORD valueNameSize,
+                                              LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD dataSize)
+        const
+    {
+        return ::RegEnumValueW(key, index, valueName, valueNameSize, reserved, type, data, dataSize);
+    }
+
+    DWORD CVeLWinAPIWrapper::WAPI_ExpandEnvironmentStrings(LPCWSTR source, LPWSTR buffer, DWORD size) const
+    {
+        return ::ExpandEnvironmentStringsW(source, buffer, size);
+    }
+
+    DWORD CVeLWinAPIWrapper::WAPI_GetFileVersionInfoSize(LPCWSTR fileName, LPDWORD handle) const
+    {
+        return ::GetFileVersionInfoSizeW(fileName, handle);
+    }
+
+    BOOL CVeLWinAPIWrapper::WAPI_GetFileVersionInfo(LPCWSTR fileName, DWORD handle, DWORD size, LPVOID data)
+        const
+    {
+        return ::GetFileVersionInfoW(fileName, handle, size, data);
+    }
+
+    BOOL CVeLWinAPIWrapper::WAPI_VerQueryValue(LPCVOID block, LPCWSTR subBlock, LPVOID * buffer, PUINT length)
+        const
+    {
+        return ::VerQueryValueW(block, subBlock, buffer, length);
+    }

@@ -161,6 +161,18 @@ public:
     BOOL WAPI_SystemTimeToTzSpecificLocalTime(const TIME_ZONE_INFORMATION* timeZone,
                                               const SYSTEMTIME* universalTime,
                                               LPSYSTEMTIME localTime) const override;
+    // Processes and libraries.
+    HMODULE WAPI_LoadLibrary(LPCWSTR fileName) const override;
+    FARPROC WAPI_GetProcAddress(HMODULE module, LPCSTR procName) const override;
+    BOOL WAPI_FreeLibrary(HMODULE module) const override;
+    LPWCH WAPI_GetEnvironmentStrings() const override;
+    BOOL WAPI_FreeEnvironmentStrings(LPWCH block) const override;
+    BOOL WAPI_GenerateConsoleCtrlEvent(DWORD ctrlEvent, DWORD processGroupId) const override;
+    DWORD WAPI_GetProcessId(HANDLE process) const override;
+    DWORD WAPI_RmShutdown(DWORD sessionHandle, ULONG actionFlags,
+                          RM_WRITE_STATUS_CALLBACK status) const override;
+    DWORD WAPI_RmRestart(DWORD sessionHandle, DWORD restartFlags,
+                         RM_WRITE_STATUS_CALLBACK status) const override;
 
     // Configuration and versions.
     LONG WAPI_RegEnumValue(HKEY key, DWORD index, LPWSTR valueName, LPDWORD valueNameSize, LPDWORD reserved,

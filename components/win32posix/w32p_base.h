@@ -51,6 +51,7 @@ typedef CHAR* LPSTR;
 typedef const CHAR* LPCSTR;
 typedef const CHAR* LPCCH;
 typedef const WCHAR* LPCWCH;
+typedef WCHAR* LPWCH;
 typedef LONG NTSTATUS;
 typedef int errno_t;
 typedef std::size_t rsize_t;

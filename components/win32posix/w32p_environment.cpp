@@ -7,6 +7,8 @@
 #include <mutex>
 #include <string>
 
+extern char** environ;
+
 namespace
 {
 
@@ -86,41 +88,75 @@ BOOL SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value)
     return TRUE;
 }
 
-DWORD ExpandEnvironmentStringsW(LPCWSTR source, LPWSTR buffer, DWORD size)
+LPWCH GetEnvironmentStringsW()
 {
-    if (source == nullptr)
+    std::wstring block;
     {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return 0;
-    }
-    const std::wstring text = source;
-    std::wstring expanded;
-    std::size_t at = 0;
-    while (at < text.size())
-    {
-        const std::size_t open = text.find(L'%', at);
-        const std::size_t close = open == std::wstring::npos ? open : text.find(L'%', open + 1);
-        if (close == std::wstring::npos)
-            break;
-        expanded += text.substr(at, open - at);
-        const std::wstring name = text.substr(open + 1, close - open - 1);
-        DWORD needed = name.empty() ? 0 : GetEnvironmentVariableW(name.c_str(), nullptr, 0);
-        std::wstring value(needed, L'\0');
-        if (needed > 0 && GetEnvironmentVariableW(name.c_str(), &value[0], needed) + 1 == needed)
+        std::lock_guard<std::mutex> guard(g_environmentLock);
+        for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry)
         {
-            value.resize(needed - 1);
-            expanded += value;
-            at = close + 1;
-        }
-        else
-        {
-            expanded += text.substr(open, close - open); // not set: the "%NAME" stays, the "%" may open another
-            at = close;
+            const int n = MultiByteToWideChar(CP_UTF8, 0, *entry, -1, nullptr, 0);
+            if (n <= 1)
+                continue;
+            std::wstring wide(static_cast<std::size_t>(n), L'\0');
+            MultiByteToWideChar(CP_UTF8, 0, *entry, -1, &wide[0], n);
+            block.append(wide.c_str(), static_cast<std::size_t>(n)); // with its terminator
         }
     }
-    expanded += text.substr(std::min(at, text.size()));
-    const DWORD needed = static_cast<DWORD>(expanded.size() + 1);
-    if (buffer != nullptr && size >= needed)
-        std::wmemcpy(buffer, expanded.c_str(), needed);
-    return needed;
+    block += L'\0';
+    if (block.size() == 1)
+        block += L'\0'; // an empty block is still two zeros
+    auto* copy = static_cast<LPWCH>(std::malloc(block.size() * sizeof(WCHAR)));
+    if (copy == nullptr)
+    {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+    std::wmemcpy(copy, block.data(), block.size());
+    return copy;
 }
+
+BOOL FreeEnvironmentStringsW(LPWCH block)
+{
+    std::free(block);
+    return TRUE;
+
+    DWORD ExpandEnvironmentStringsW(LPCWSTR source, LPWSTR buffer, DWORD size)
+    {
+        if (source == nullptr)
+        {
+            SetLastError(ERROR_INVALID_PARAMETER);
+            return 0;
+        }
+        const std::wstring text = source;
+        std::wstring expanded;
+        std::size_t at = 0;
+        while (at < text.size())
+        {
+            const std::size_t open = text.find(L'%', at);
+            const std::size_t close = open == std::wstring::npos ? open : text.find(L'%', open + 1);
+            if (close == std::wstring::npos)
+                break;
+            expanded += text.substr(at, open - at);
+            const std::wstring name = text.substr(open + 1, close - open - 1);
+            DWORD needed = name.empty() ? 0 : GetEnvironmentVariableW(name.c_str(), nullptr, 0);
+            std::wstring value(needed, L'\0');
+            if (needed > 0 && GetEnvironmentVariableW(name.c_str(), &value[0], needed) + 1 == needed)
+            {
+                value.resize(needed - 1);
+                expanded += value;
+                at = close + 1;
+            }
+            else
+            {
+                expanded +=
+                    text.substr(open, close - open); // not set: the "%NAME" stays, the "%" may open another
+                at = close;
+            }
+        }
+        expanded += text.substr(std::min(at, text.size()));
+        const DWORD needed = static_cast<DWORD>(expanded.size() + 1);
+        if (buffer != nullptr && size >= needed)
+            std::wmemcpy(buffer, expanded.c_str(), needed);
+        return needed;
+    }

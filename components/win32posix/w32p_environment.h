@@ -12,6 +12,11 @@ W32P_API DWORD GetEnvironmentVariableW(LPCWSTR name, LPWSTR buffer, DWORD size);
 // A null value deletes the variable. An empty name or one containing '=' fails with
 // ERROR_INVALID_PARAMETER.
 W32P_API BOOL SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value);
+// The whole environment as one block of "NAME=VALUE" strings, each ended by a zero, with an empty string at
+// the end (two zeros for an empty environment); null with ERROR_NOT_ENOUGH_MEMORY. Free it with
+// FreeEnvironmentStringsW.
+W32P_API LPWCH GetEnvironmentStringsW();
+W32P_API BOOL FreeEnvironmentStringsW(LPWCH block);
 // source with each %NAME% of a set variable replaced by its value; a name that is not set, and a lone
 // "%", stay as written. Returns the size needed including the terminator; the text is copied only when
 // buffer holds that many characters. A null source: 0 with ERROR_INVALID_PARAMETER.

@@ -49,7 +49,8 @@ bool FileOffset(const Bytes& bytes, std::uint64_t sections, std::uint32_t count,
     {
         std::uint32_t start, rawSize, rawOffset;
         const std::uint64_t record = sections + 40ull * i;
-        if (!bytes.U32(record + 12, start) || !bytes.U32(record + 16, rawSize) || !bytes.U32(record + 20, rawOffset))
+        if (!bytes.U32(record + 12, start) || !bytes.U32(record + 16, rawSize) ||
+            !bytes.U32(record + 20, rawOffset))
             return false;
         if (address >= start && address - start < rawSize)
         {
@@ -61,7 +62,8 @@ bool FileOffset(const Bytes& bytes, std::uint64_t sections, std::uint32_t count,
 }
 
 // The file offset of the resource directory, with the section table for later address lookups.
-bool ResourceDirectory(const Bytes& bytes, std::uint64_t& directory, std::uint64_t& sections, std::uint32_t& count)
+bool ResourceDirectory(const Bytes& bytes, std::uint64_t& directory, std::uint64_t& sections,
+                       std::uint32_t& count)
 {
     std::uint32_t mz, peOffset, signature, optionalSize, magic, address;
     if (!bytes.U16(0, mz) || mz != 0x5A4D || !bytes.U32(0x3C, peOffset) || !bytes.U32(peOffset, signature) ||
@@ -69,10 +71,12 @@ bool ResourceDirectory(const Bytes& bytes, std::uint64_t& directory, std::uint64
         return false;
     const std::uint64_t fileHeader = static_cast<std::uint64_t>(peOffset) + 4;
     const std::uint64_t optional = fileHeader + 20;
-    if (!bytes.U16(fileHeader + 2, count) || !bytes.U16(fileHeader + 16, optionalSize) || !bytes.U16(optional, magic))
+    if (!bytes.U16(fileHeader + 2, count) || !bytes.U16(fileHeader + 16, optionalSize) ||
+        !bytes.U16(optional, magic))
         return false;
     const std::uint64_t entry = optional + (magic == 0x20B ? 128 : magic == 0x10B ? 112 : 0);
-    if (entry == optional || entry + 8 > optional + optionalSize || !bytes.U32(entry, address) || address == 0)
+    if (entry == optional || entry + 8 > optional + optionalSize || !bytes.U32(entry, address) ||
+        address == 0)
         return false;
     sections = optional + optionalSize;
     return FileOffset(bytes, sections, count, address, directory);

@@ -2,6 +2,7 @@
 #include "w32p_process.h"
 #include "w32p_path.h"
 
+#include "w32p_file.h"
 #include "w32p_string.h"
 #include "w32p_sync.h"
 #include "w32p_waitable.h"
@@ -282,76 +283,131 @@ std::vector<std::wstring> W32pSplitCommandLine(LPCWSTR commandLine)
     return words;
 }
 
-BOOL CreateProcessW(LPCWSTR applicationName, LPWSTR commandLine, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES,
-                    BOOL, DWORD creationFlags, LPVOID environment, LPCWSTR currentDirectory, LPSTARTUPINFOW,
-                    LPPROCESS_INFORMATION processInformation)
+namespace
 {
-    if (processInformation == nullptr || (applicationName == nullptr && commandLine == nullptr))
+
+// What posix_spawn needs for one start: the program, its argument and environment vectors (pointing into
+// the owned strings), and the file actions (working folder, standard handles).
+struct SpawnRequest
+{
+    std::string program;
+    bool search = false; // look the program up in PATH
+    std::vector<std::string> arguments;
+    std::vector<char*> argv;
+    std::vector<std::string> environmentStrings;
+    std::vector<char*> envp; // empty: this process's environment
+    posix_spawn_file_actions_t actions;
+    posix_spawnattr_t attributes;
+    SpawnRequest()
     {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return FALSE;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawnattr_init(&attributes);
     }
-    if (creationFlags & CREATE_SUSPENDED)
+    ~SpawnRequest()
     {
-        SetLastError(ERROR_NOT_SUPPORTED);
-        return FALSE;
+        posix_spawn_file_actions_destroy(&actions);
+        posix_spawnattr_destroy(&attributes);
     }
+    SpawnRequest(const SpawnRequest&) = delete;
+    SpawnRequest& operator=(const SpawnRequest&) = delete;
+};
+
+// Step 1: the program and its arguments from the application name and the command line.
+bool ComposeArguments(LPCWSTR applicationName, LPWSTR commandLine, SpawnRequest& request)
+{
     std::vector<std::wstring> words = W32pSplitCommandLine(commandLine);
     if (words.empty())
         words.push_back(applicationName);
     const std::wstring programWide = applicationName != nullptr ? std::wstring(applicationName) : words[0];
-    const std::string program = W32pWideToNative(programWide.data(), programWide.size());
-    if (program.empty())
+    request.program = W32pWideToNative(programWide.data(), programWide.size());
+    if (request.program.empty())
     {
         SetLastError(ERROR_INVALID_PARAMETER);
-        return FALSE;
+        return false;
     }
-    std::vector<std::string> arguments;
+    request.search = applicationName == nullptr && request.program.find('/') == std::string::npos;
     for (const std::wstring& word : words)
-        arguments.push_back(Utf8(word));
-    std::vector<char*> argv;
-    for (std::string& argument : arguments)
-        argv.push_back(&argument[0]);
-    argv.push_back(nullptr);
+        request.arguments.push_back(Utf8(word));
+    for (std::string& argument : request.arguments)
+        request.argv.push_back(&argument[0]);
+    request.argv.push_back(nullptr);
+    return true;
+}
 
-    std::vector<std::string> environmentStrings;
-    std::vector<char*> envp;
-    if (environment != nullptr)
+// Step 2: the environment block, when one is given.
+void ComposeEnvironment(LPVOID environment, DWORD creationFlags, SpawnRequest& request)
+{
+    if (environment == nullptr)
+        return;
+    request.environmentStrings =
+        EnvironmentStrings(environment, (creationFlags & CREATE_UNICODE_ENVIRONMENT) != 0);
+    for (std::string& entry : request.environmentStrings)
+        request.envp.push_back(&entry[0]);
+    request.envp.push_back(nullptr);
+}
+
+// Step 3: the working folder, which must be an existing directory.
+bool ComposeDirectory(LPCWSTR currentDirectory, SpawnRequest& request)
+{
+    if (currentDirectory == nullptr)
+        return true;
+    const std::string directory = W32pWideToNative(currentDirectory, std::wcslen(currentDirectory));
+    struct stat st;
+    if (directory.empty() || stat(directory.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
     {
-        environmentStrings =
-            EnvironmentStrings(environment, (creationFlags & CREATE_UNICODE_ENVIRONMENT) != 0);
-        for (std::string& entry : environmentStrings)
-            envp.push_back(&entry[0]);
-        envp.push_back(nullptr);
+        SetLastError(ERROR_DIRECTORY);
+        return false;
     }
+    posix_spawn_file_actions_addchdir_np(&request.actions, directory.c_str());
+    return true;
+}
 
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    if (currentDirectory != nullptr)
+// Step 4: standard handles (STARTF_USESTDHANDLES) and the process group (CREATE_NEW_PROCESS_GROUP). A null
+// standard handle leaves that stream as this process has it; a handle that is no file fails the start.
+bool ComposeStartup(DWORD creationFlags, LPSTARTUPINFOW startupInfo, SpawnRequest& request)
+{
+    if (startupInfo != nullptr && (startupInfo->dwFlags & STARTF_USESTDHANDLES) != 0)
     {
-        const std::string directory = W32pWideToNative(currentDirectory, std::wcslen(currentDirectory));
-        struct stat st;
-        if (stat(directory.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
+        const HANDLE handles[3] = {startupInfo->hStdInput, startupInfo->hStdOutput, startupInfo->hStdError};
+        for (int target = 0; target < 3; ++target)
         {
-            posix_spawn_file_actions_destroy(&actions);
-            SetLastError(ERROR_DIRECTORY);
-            return FALSE;
+            if (handles[target] == nullptr || handles[target] == INVALID_HANDLE_VALUE)
+                continue;
+            const int fd = W32pFileDescriptorOfHandle(handles[target]);
+            if (fd < 0)
+                return false; // ERROR_INVALID_HANDLE is set
+            posix_spawn_file_actions_adddup2(&request.actions, fd, target);
         }
-        posix_spawn_file_actions_addchdir_np(&actions, directory.c_str());
     }
+    if (creationFlags & CREATE_NEW_PROCESS_GROUP)
+    {
+        posix_spawnattr_setpgroup(&request.attributes, 0);
+        posix_spawnattr_setflags(&request.attributes, POSIX_SPAWN_SETPGROUP);
+    }
+    return true;
+}
+
+// Step 5: the start itself; the pid, or 0 with the last error set.
+pid_t Spawn(SpawnRequest& request)
+{
     pid_t pid = 0;
-    const bool search = applicationName == nullptr && program.find('/') == std::string::npos;
-    char** childEnvironment = environment != nullptr ? envp.data() : environ;
-    const int error =
-        search ? posix_spawnp(&pid, program.c_str(), &actions, nullptr, argv.data(), childEnvironment)
-               : posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), childEnvironment);
-    posix_spawn_file_actions_destroy(&actions);
+    char** childEnvironment = request.envp.empty() ? environ : request.envp.data();
+    const int error = request.search
+                          ? posix_spawnp(&pid, request.program.c_str(), &request.actions, &request.attributes,
+                                         request.argv.data(), childEnvironment)
+                          : posix_spawn(&pid, request.program.c_str(), &request.actions, &request.attributes,
+                                        request.argv.data(), childEnvironment);
     if (error != 0)
     {
         SetLastError(SpawnError(error));
-        return FALSE;
+        return 0;
     }
+    return pid;
+}
 
+// Step 6: the shared state of a started child, its watcher and its two handles.
+BOOL AdoptChild(pid_t pid, LPPROCESS_INFORMATION processInformation)
+{
     auto state = std::make_shared<ProcessState>();
     state->pid = pid;
     state->reap = true;
@@ -368,14 +424,38 @@ BOOL CreateProcessW(LPCWSTR applicationName, LPWSTR commandLine, LPSECURITY_ATTR
         std::lock_guard<std::mutex> guard(children.lock);
         children.byPid[pid] = state;
     }
-    HANDLE process = W32pInsertHandle(std::make_shared<Process>(state, W32pKind::Process));
-    HANDLE thread = W32pInsertHandle(std::make_shared<Process>(state, W32pKind::Thread));
-    processInformation->hProcess = process;
-    processInformation->hThread = thread;
+    processInformation->hProcess = W32pInsertHandle(std::make_shared<Process>(state, W32pKind::Process));
+    processInformation->hThread = W32pInsertHandle(std::make_shared<Process>(state, W32pKind::Thread));
     processInformation->dwProcessId = static_cast<DWORD>(pid);
     processInformation->dwThreadId = static_cast<DWORD>(pid);
     SetLastError(ERROR_SUCCESS);
     return TRUE;
+}
+
+} // namespace
+
+BOOL CreateProcessW(LPCWSTR applicationName, LPWSTR commandLine, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES,
+                    BOOL, DWORD creationFlags, LPVOID environment, LPCWSTR currentDirectory,
+                    LPSTARTUPINFOW startupInfo, LPPROCESS_INFORMATION processInformation)
+{
+    if (processInformation == nullptr || (applicationName == nullptr && commandLine == nullptr))
+    {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    if (creationFlags & CREATE_SUSPENDED)
+    {
+        SetLastError(ERROR_NOT_SUPPORTED);
+        return FALSE;
+    }
+    SpawnRequest request;
+    if (!ComposeArguments(applicationName, commandLine, request))
+        return FALSE;
+    ComposeEnvironment(environment, creationFlags, request);
+    if (!ComposeDirectory(currentDirectory, request) || !ComposeStartup(creationFlags, startupInfo, request))
+        return FALSE;
+    const pid_t pid = Spawn(request);
+    return pid != 0 ? AdoptChild(pid, processInformation) : FALSE;
 }
 
 HANDLE OpenProcess(DWORD, BOOL, DWORD processId)
@@ -479,4 +559,54 @@ DWORD WaitForInputIdle(HANDLE process, DWORD)
     if (process != GetCurrentProcess() && !W32pLookupHandleAs<Process>(process, W32pKind::Process))
         return WAIT_FAILED;
     return 0;
+}
+
+BOOL GenerateConsoleCtrlEvent(DWORD ctrlEvent, DWORD processGroupId)
+{
+    if (ctrlEvent != CTRL_C_EVENT && ctrlEvent != CTRL_BREAK_EVENT)
+    {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    const int signal = ctrlEvent == CTRL_C_EVENT ? SIGINT : SIGTERM;
+    const pid_t target = static_cast<pid_t>(processGroupId);
+    if (target <= 0)
+    {
+        SetLastError(ERROR_INVALID_PARAMETER); // group 0 (every process on the console) has no meaning here
+        return FALSE;
+    }
+    if (kill(-target, signal) == 0 || (errno == ESRCH && kill(target, signal) == 0))
+        return TRUE;
+    SetLastError(errno == ESRCH ? ERROR_INVALID_PARAMETER : W32pErrorFromErrno(errno));
+    return FALSE;
+}
+
+DWORD W32pStartDetached(const std::string& program, const std::vector<std::string>& arguments,
+                        const std::vector<std::string>& environment, const std::string& directory)
+{
+    if (program.empty() || arguments.empty())
+    {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return 0;
+    }
+    SpawnRequest request;
+    request.program = program;
+    request.arguments = arguments;
+    for (std::string& argument : request.arguments)
+        request.argv.push_back(&argument[0]);
+    request.argv.push_back(nullptr);
+    request.environmentStrings = environment;
+    for (std::string& entry : request.environmentStrings)
+        request.envp.push_back(&entry[0]);
+    if (!request.envp.empty())
+        request.envp.push_back(nullptr);
+    if (!directory.empty())
+        posix_spawn_file_actions_addchdir_np(&request.actions, directory.c_str());
+    const pid_t pid = Spawn(request);
+    PROCESS_INFORMATION information = {};
+    if (pid == 0 || !AdoptChild(pid, &information))
+        return 0;
+    CloseHandle(information.hThread); // the watcher still reaps the child when it ends
+    CloseHandle(information.hProcess);
+    return static_cast<DWORD>(pid);
 }

@@ -3,12 +3,14 @@
 // A process handle (and the handle of its main thread) becomes signalled when the process ends; a watcher
 // thread per process object waits on its pidfd and then wakes the waiters, so waits stay futex-based. A child
 // started here is reaped by that watcher, which keeps its exit status: do not waitpid() for it elsewhere.
-// Differs from Windows: handles are not inherited (bInheritHandles is ignored), STARTUPINFOW's standard
-// handles and window fields are ignored (the child shares this process's stdin, stdout and stderr),
-// CREATE_SUSPENDED is not supported (ERROR_NOT_SUPPORTED), the main thread's id is the process id, and a
-// process ended by a signal it did not get from TerminateProcess has exit code 128 + the signal number. The
-// exit code of a process that is no child of this one cannot be learnt on Linux: GetExitCodeProcess then
-// fails with ERROR_NOT_SUPPORTED once it has ended. All functions are thread-safe.
+// Differs from Windows: handles are not inherited (bInheritHandles is ignored; only the three standard
+// handles of STARTUPINFOW reach the child, with STARTF_USESTDHANDLES); the window fields of STARTUPINFOW and
+// CREATE_NO_WINDOW have nothing to act on and are accepted; CREATE_NEW_PROCESS_GROUP makes the child the
+// leader of a new process group, which GenerateConsoleCtrlEvent then signals as a whole; CREATE_SUSPENDED is
+// not supported (ERROR_NOT_SUPPORTED), the main thread's id is the process id, and a process ended by a
+// signal it did not get from TerminateProcess has exit code 128 + the signal number. The exit code of a
+// process that is no child of this one cannot be learnt on Linux: GetExitCodeProcess then fails with
+// ERROR_NOT_SUPPORTED once it has ended. All functions are thread-safe.
 #pragma once
 
 #include "w32p_base.h"
@@ -35,6 +37,9 @@
 #define CREATE_BREAKAWAY_FROM_JOB 0x01000000
 #define CREATE_DEFAULT_ERROR_MODE 0x04000000
 #define CREATE_NO_WINDOW 0x08000000
+
+#define CTRL_C_EVENT 0
+#define CTRL_BREAK_EVENT 1
 
 #define STARTF_USESHOWWINDOW 0x00000001
 #define STARTF_USESIZE 0x00000002
@@ -112,8 +117,9 @@ typedef struct _PROCESS_INFORMATION
 // of WCHAR with CREATE_UNICODE_ENVIRONMENT, else of UTF-8 chars. currentDirectory: null for ours. On success
 // fills processInformation with two new waitable handles (process and main thread) and the ids. FALSE with
 // ERROR_INVALID_PARAMETER (no program, no processInformation), ERROR_DIRECTORY (currentDirectory is no
-// directory), ERROR_FILE_NOT_FOUND (no such program), ERROR_ACCESS_DENIED (not executable),
-// ERROR_BAD_EXE_FORMAT, or ERROR_NOT_SUPPORTED (CREATE_SUSPENDED).
+// directory), ERROR_INVALID_HANDLE (a standard handle that is no file handle), ERROR_FILE_NOT_FOUND (no
+// such program), ERROR_ACCESS_DENIED (not executable), ERROR_BAD_EXE_FORMAT, or ERROR_NOT_SUPPORTED
+// (CREATE_SUSPENDED).
 W32P_API BOOL CreateProcessW(LPCWSTR applicationName, LPWSTR commandLine,
                              LPSECURITY_ATTRIBUTES processAttributes, LPSECURITY_ATTRIBUTES threadAttributes,
                              BOOL inheritHandles, DWORD creationFlags, LPVOID environment,
@@ -134,9 +140,22 @@ W32P_API DWORD GetProcessId(HANDLE process);
 // Returns 0 at once for a process handle: there is no message loop to wait for on Linux. WAIT_FAILED with
 // ERROR_INVALID_HANDLE otherwise.
 W32P_API DWORD WaitForInputIdle(HANDLE process, DWORD milliseconds);
+// The console's polite request to end, as signals: CTRL_BREAK_EVENT sends SIGTERM, CTRL_C_EVENT SIGINT, to
+// the process group processGroupId (a child started with CREATE_NEW_PROCESS_GROUP and everything it
+// started), or to the single process of that id when it leads no group. Windows reaches only processes
+// that share the caller's console; here any process the caller may signal. Group 0 (every process of the
+// console on Windows) and unknown ids fail with ERROR_INVALID_PARAMETER, a refused signal with
+// ERROR_ACCESS_DENIED.
+W32P_API BOOL GenerateConsoleCtrlEvent(DWORD ctrlEvent, DWORD processGroupId);
 
 // The arguments a Windows program would see for commandLine: words are separated by blanks and tabs; double
 // quotes group (and are removed); inside quotes a doubled quote stands for one; 2n backslashes before a quote
 // give n backslashes, 2n+1 give n and a literal quote; other backslashes are literal. The first word (the
 // program) ends at the first blank outside quotes and takes no backslash rules.
 W32P_API std::vector<std::wstring> W32pSplitCommandLine(LPCWSTR commandLine);
+
+// For other areas of this layer (the restart manager): starts the program (a path) with those arguments
+// (argv[0] first), the environment strings (empty: this process's) and the working folder (empty: ours); no
+// handle is kept, the child is reaped when it ends. The process id, or 0 with the last error set.
+W32P_API DWORD W32pStartDetached(const std::string& program, const std::vector<std::string>& arguments,
+                                 const std::vector<std::string>& environment, const std::string& directory);

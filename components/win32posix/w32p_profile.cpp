@@ -151,9 +151,9 @@ struct CacheEntry
     std::shared_ptr<const Document> document;
 };
 
-std::mutex g_cacheLock;                      // guards g_cache
-std::map<std::string, CacheEntry> g_cache;   // parsed files by Linux path
-const std::size_t kCacheLimit = 16;          // paths kept; the whole cache is dropped beyond
+std::mutex g_cacheLock;                    // guards g_cache
+std::map<std::string, CacheEntry> g_cache; // parsed files by Linux path
+const std::size_t kCacheLimit = 16;        // paths kept; the whole cache is dropped beyond
 
 bool ReadBytes(const std::string& path, std::string& content)
 {
@@ -209,7 +209,8 @@ void FindSection(const std::vector<Line>& lines, const std::wstring& name, std::
 }
 
 // The index of key's line within the section [begin, end), or lines.size().
-std::size_t FindKey(const std::vector<Line>& lines, std::size_t begin, std::size_t end, const std::wstring& key)
+std::size_t FindKey(const std::vector<Line>& lines, std::size_t begin, std::size_t end,
+                    const std::wstring& key)
 {
     for (std::size_t i = begin + 1; i < end && begin < lines.size(); ++i)
         if (lines[i].keyLine && SameName(lines[i].name, key))
@@ -276,7 +277,8 @@ std::vector<std::wstring> ListNames(const Document* document, LPCWSTR section)
 }
 
 // Looks up a value; false when the file, section or key is missing.
-bool Lookup(const std::string& path, const std::wstring& section, const std::wstring& key, std::wstring& value)
+bool Lookup(const std::string& path, const std::wstring& section, const std::wstring& key,
+            std::wstring& value)
 {
     const std::shared_ptr<const Document> document = Load(path);
     if (!document)
@@ -387,7 +389,8 @@ UINT GetPrivateProfileIntW(LPCWSTR section, LPCWSTR key, INT defaultValue, LPCWS
 {
     std::string path;
     std::wstring value;
-    if (section == nullptr || key == nullptr || !ResolvePath(fileName, path) || !Lookup(path, section, key, value))
+    if (section == nullptr || key == nullptr || !ResolvePath(fileName, path) ||
+        !Lookup(path, section, key, value))
         return static_cast<UINT>(defaultValue);
     const std::string narrow = W32pWideToUtf8(value);
     const char* at = narrow.c_str();

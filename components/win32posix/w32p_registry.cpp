@@ -42,11 +42,11 @@ struct OpenKey
     const W32pRegKey* key;
 };
 
-std::mutex g_lock;                                // guards every variable below
-std::vector<FileStamp> g_stamps;                  // the files g_tree was read from
-std::shared_ptr<const W32pRegTree> g_tree;        // the current state; null until first read
-std::map<ULONG_PTR, OpenKey> g_open;              // open key handles
-ULONG_PTR g_nextHandle = 0x1000;                  // steps of 4, as kernel handles do
+std::mutex g_lock;                         // guards every variable below
+std::vector<FileStamp> g_stamps;           // the files g_tree was read from
+std::shared_ptr<const W32pRegTree> g_tree; // the current state; null until first read
+std::map<ULONG_PTR, OpenKey> g_open;       // open key handles
+ULONG_PTR g_nextHandle = 0x1000;           // steps of 4, as kernel handles do
 
 std::vector<std::string> Folders()
 {
@@ -88,8 +88,9 @@ std::vector<FileStamp> ListFiles()
             struct stat st;
             const std::string path = folder + "/" + name;
             if (stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode))
-                files.push_back(FileStamp{path, st.st_size,
-                                          static_cast<long long>(st.st_mtim.tv_sec) * 1000000000LL + st.st_mtim.tv_nsec});
+                files.push_back(
+                    FileStamp{path, st.st_size,
+                              static_cast<long long>(st.st_mtim.tv_sec) * 1000000000LL + st.st_mtim.tv_nsec});
         }
     }
     return files;
@@ -237,7 +238,8 @@ LONG RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD, REGSAM desired, PHKEY result
     return ERROR_SUCCESS;
 }
 
-LONG RegQueryValueExW(HKEY key, LPCWSTR valueName, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD dataSize)
+LONG RegQueryValueExW(HKEY key, LPCWSTR valueName, LPDWORD reserved, LPDWORD type, LPBYTE data,
+                      LPDWORD dataSize)
 {
     OpenKey open;
     if (reserved != nullptr)
@@ -249,8 +251,9 @@ LONG RegQueryValueExW(HKEY key, LPCWSTR valueName, LPDWORD reserved, LPDWORD typ
 }
 
 LONG RegQueryInfoKeyW(HKEY key, LPWSTR className, LPDWORD classLength, LPDWORD, LPDWORD subKeys,
-                      LPDWORD maxSubKeyLength, LPDWORD maxClassLength, LPDWORD values, LPDWORD maxValueNameLength,
-                      LPDWORD maxValueLength, LPDWORD securityDescriptor, PFILETIME lastWriteTime)
+                      LPDWORD maxSubKeyLength, LPDWORD maxClassLength, LPDWORD values,
+                      LPDWORD maxValueNameLength, LPDWORD maxValueLength, LPDWORD securityDescriptor,
+                      PFILETIME lastWriteTime)
 {
     OpenKey open;
     if (!Resolve(key, open))
@@ -265,10 +268,16 @@ LONG RegQueryInfoKeyW(HKEY key, LPWSTR className, LPDWORD classLength, LPDWORD, 
     }
     if (className != nullptr && classLength != nullptr && *classLength > 0)
         className[0] = L'\0';
-    const DWORD answers[] = {0, static_cast<DWORD>(open.key->children.size()), longestKey, 0,
-                             static_cast<DWORD>(open.key->values.size()), longestName, longestData, 0};
-    LPDWORD targets[] = {classLength, subKeys, maxSubKeyLength, maxClassLength, values, maxValueNameLength,
-                         maxValueLength, securityDescriptor};
+    const DWORD answers[] = {0,
+                             static_cast<DWORD>(open.key->children.size()),
+                             longestKey,
+                             0,
+                             static_cast<DWORD>(open.key->values.size()),
+                             longestName,
+                             longestData,
+                             0};
+    LPDWORD targets[] = {classLength,        subKeys,        maxSubKeyLength,   maxClassLength, values,
+                         maxValueNameLength, maxValueLength, securityDescriptor};
     for (std::size_t i = 0; i < sizeof answers / sizeof answers[0]; ++i)
         if (targets[i] != nullptr)
             *targets[i] = answers[i];
@@ -289,8 +298,8 @@ LONG RegEnumKeyW(HKEY key, DWORD index, LPWSTR name, DWORD nameSize)
     return CopyName(child->second->name, name, nameSize);
 }
 
-LONG RegEnumValueW(HKEY key, DWORD index, LPWSTR valueName, LPDWORD valueNameSize, LPDWORD reserved, LPDWORD type,
-                   LPBYTE data, LPDWORD dataSize)
+LONG RegEnumValueW(HKEY key, DWORD index, LPWSTR valueName, LPDWORD valueNameSize, LPDWORD reserved,
+                   LPDWORD type, LPBYTE data, LPDWORD dataSize)
 {
     OpenKey open;
     if (valueNameSize == nullptr || reserved != nullptr)
@@ -313,5 +322,5 @@ LONG RegCloseKey(HKEY key)
         return ERROR_SUCCESS;
     std::lock_guard<std::mutex> guard(g_lock);
     return g_open.erase(reinterpret_cast<ULONG_PTR>(key)) == 1 ? static_cast<LONG>(ERROR_SUCCESS)
-                                                                : static_cast<LONG>(ERROR_INVALID_HANDLE);
+                                                               : static_cast<LONG>(ERROR_INVALID_HANDLE);
 }

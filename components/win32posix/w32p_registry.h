@@ -1,5 +1,6 @@
 // The registry, read-only, from text files in the standard export format ("Windows Registry Editor Version
-// 5.00", UTF-16LE with its byte-order mark or UTF-8), so keys exported on a Windows machine can be dropped in.
+// 5.00", UTF-16LE with its byte-order mark or UTF-8), so keys exported on a Windows machine can be dropped
+// in.
 //
 // Where the files are: every "*.reg" file of the machine-wide folder /etc/win32posix/registry, then of the
 // per-user folder $XDG_CONFIG_HOME/win32posix/registry (else ~/.config/win32posix/registry); the variable

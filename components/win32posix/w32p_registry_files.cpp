@@ -41,14 +41,16 @@ std::vector<LogicalLine> JoinLines(const std::wstring& text)
         if (end == std::wstring::npos)
             end = text.size();
         ++number;
-        std::wstring piece = continued ? TrimBlanks(text.substr(start, end - start)) : text.substr(start, end - start);
+        std::wstring piece =
+            continued ? TrimBlanks(text.substr(start, end - start)) : text.substr(start, end - start);
         if (continued)
             lines.back().text += piece;
         else
             lines.push_back(LogicalLine{piece, number});
         std::wstring& current = lines.back().text;
         // Only hex lists are wrapped; a string value ends in its closing quote, never in a backslash.
-        continued = !current.empty() && current.back() == L'\\' && current.find(L"=hex") != std::wstring::npos;
+        continued =
+            !current.empty() && current.back() == L'\\' && current.find(L"=hex") != std::wstring::npos;
         if (continued)
             current.pop_back();
         if (end >= text.size())
@@ -217,9 +219,11 @@ W32pRegKey* FindChild(W32pRegKey& key, const std::wstring& name, bool create)
 
 std::wstring RootName(const std::wstring& written)
 {
-    static const std::map<std::wstring, std::wstring> abbreviations = {
-        {L"hklm", L"hkey_local_machine"}, {L"hkcu", L"hkey_current_user"}, {L"hkcr", L"hkey_classes_root"},
-        {L"hku", L"hkey_users"},          {L"hkcc", L"hkey_current_config"}};
+    static const std::map<std::wstring, std::wstring> abbreviations = {{L"hklm", L"hkey_local_machine"},
+                                                                       {L"hkcu", L"hkey_current_user"},
+                                                                       {L"hkcr", L"hkey_classes_root"},
+                                                                       {L"hku", L"hkey_users"},
+                                                                       {L"hkcc", L"hkey_current_config"}};
     const std::wstring folded = W32pRegFold(written);
     auto found = abbreviations.find(folded);
     if (found != abbreviations.end())

@@ -11,15 +11,15 @@
 
 struct W32pRegValue
 {
-    std::wstring name;       // as written; "" is the default value ("@")
-    DWORD type = 0;          // REG_...
-    std::vector<BYTE> data;  // strings as WCHAR units of this platform with their terminators
+    std::wstring name;      // as written; "" is the default value ("@")
+    DWORD type = 0;         // REG_...
+    std::vector<BYTE> data; // strings as WCHAR units of this platform with their terminators
 };
 
 struct W32pRegKey
 {
-    std::wstring name;                                          // as first written
-    std::vector<W32pRegValue> values;                           // in the order the files gave them
+    std::wstring name;                                            // as first written
+    std::vector<W32pRegValue> values;                             // in the order the files gave them
     std::map<std::wstring, std::unique_ptr<W32pRegKey>> children; // by lower-case name
 };
 

@@ -7,7 +7,8 @@ namespace
 
 unsigned UnitAt(const std::string& bytes, std::size_t at)
 {
-    return static_cast<unsigned char>(bytes[at]) | static_cast<unsigned>(static_cast<unsigned char>(bytes[at + 1])) << 8;
+    return static_cast<unsigned char>(bytes[at]) |
+           static_cast<unsigned>(static_cast<unsigned char>(bytes[at + 1])) << 8;
 }
 
 std::wstring DecodeUtf16(const std::string& bytes, std::size_t from)

@@ -1,4 +1,5 @@
 #include "w32p_toolhelp.h"
+#include "w32p_module.h"
 #include "w32p_handles.h"
 #include "w32p_path.h"
 #include "w32p_process.h"
@@ -137,6 +138,8 @@ HANDLE CreateToolhelp32Snapshot(DWORD flags, DWORD /*processId*/)
         std::vector<std::string> fields;
         if (!ReadStat(static_cast<DWORD>(pid), name, fields) || fields.size() < 18)
             continue; // ended while we looked
+        if (fields[0] == "Z" || fields[0] == "X")
+            continue; // ended, not yet reaped: Windows lists no process that has ended
         PROCESSENTRY32W data;
         std::memset(&data, 0, sizeof data);
         data.dwSize = sizeof data;
@@ -213,11 +216,6 @@ BOOL QueryFullProcessImageNameW(HANDLE process, DWORD /*flags*/, LPWSTR exeName,
 
 DWORD GetModuleFileNameExW(HANDLE process, HMODULE module, LPWSTR fileName, DWORD size)
 {
-    if (module != nullptr)
-    {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return 0;
-    }
     if (fileName == nullptr || size == 0)
     {
         SetLastError(ERROR_INVALID_PARAMETER);
@@ -226,7 +224,18 @@ DWORD GetModuleFileNameExW(HANDLE process, HMODULE module, LPWSTR fileName, DWOR
     const DWORD pid = ProcessIdOf(process);
     if (pid == 0)
         return 0;
-    const std::string path = W32pProcessImagePath(pid);
+    std::string path;
+    if (module != nullptr)
+    {
+        // Module handles are addresses in this process: another process's modules can't be named by them.
+        if (pid != GetCurrentProcessId() || !W32pModulePath(module, path))
+        {
+            SetLastError(ERROR_INVALID_HANDLE);
+            return 0;
+        }
+    }
+    else
+        path = W32pProcessImagePath(pid);
     if (path.empty())
     {
         SetLastError(ERROR_ACCESS_DENIED);

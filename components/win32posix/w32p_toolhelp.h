@@ -2,10 +2,10 @@
 // /proc readers that the restart manager shares.
 //
 // Linux differences: a snapshot lists the processes of /proc (kernel threads included, no "System Idle
-// Process" with id 0); szExeFile is the file name of the executable, or of the process's own name when
-// the executable can't be read (another user's process without privileges, a kernel thread). Only
-// TH32CS_SNAPPROCESS is offered. Process handles: until process objects come from the process area of this
-// layer, only GetCurrentProcess() names a process here; any other handle fails with ERROR_INVALID_HANDLE.
+// Process" with id 0; processes that have ended and wait to be reaped are left out, as Windows lists none);
+// szExeFile is the file name of the executable, or of the process's own name when the executable can't be
+// read (another user's process without privileges, a kernel thread). Only TH32CS_SNAPPROCESS is offered.
+// Process handles are those of CreateProcessW and OpenProcess, and GetCurrentProcess().
 #pragma once
 
 #include "w32p_base.h"
@@ -52,8 +52,9 @@ W32P_API BOOL Process32NextW(HANDLE snapshot, LPPROCESSENTRY32W entry);
 // without the terminator on success. Too small: ERROR_INSUFFICIENT_BUFFER. The path can't be read (another
 // user's process): ERROR_ACCESS_DENIED.
 W32P_API BOOL QueryFullProcessImageNameW(HANDLE process, DWORD flags, LPWSTR exeName, PDWORD size);
-// The executable's path for a null module (other modules: 0 with ERROR_INVALID_HANDLE). The result is
-// truncated to size characters including the terminator; the return value is the length copied.
+// The executable's path for a null module; for a module of LoadLibraryW in this process, that module's file
+// (any other module: 0 with ERROR_INVALID_HANDLE). The result is truncated to size characters including
+// the terminator; the return value is the length copied.
 W32P_API DWORD GetModuleFileNameExW(HANDLE process, HMODULE module, LPWSTR fileName, DWORD size);
 
 // For other areas of this layer. The executable's path of a process ("" when it can't be read).

@@ -30,12 +30,12 @@ const WORD kVersionType = 16;                   // RT_VERSION
 
 struct Node
 {
-    std::size_t end;           // one past the node
-    std::wstring key;          // lower-case
-    std::size_t value;         // offset of the value
-    std::size_t valueBytes;    // clipped to the node
-    bool text;                 // the value is UTF-16 text
-    std::size_t children;      // offset of the first child
+    std::size_t end;        // one past the node
+    std::wstring key;       // lower-case
+    std::size_t value;      // offset of the value
+    std::size_t valueBytes; // clipped to the node
+    bool text;              // the value is UTF-16 text
+    std::size_t children;   // offset of the first child
 };
 
 std::size_t Align4(std::size_t offset)
@@ -212,7 +212,8 @@ BOOL VerQueryValueW(LPCVOID block, LPCWSTR subBlock, LPVOID* buffer, PUINT lengt
             c = static_cast<wchar_t>(std::towlower(c));
         Node child;
         bool found = false;
-        for (std::size_t at = node.children; !found && ParseNode(raw, at, node.end, child); at = Align4(child.end))
+        for (std::size_t at = node.children; !found && ParseNode(raw, at, node.end, child);
+             at = Align4(child.end))
             found = child.key == wanted;
         if (!found)
             return FALSE;

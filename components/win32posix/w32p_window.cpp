@@ -2,14 +2,13 @@
 
 BOOL EnumWindows(WNDENUMPROC /*callback*/, LPARAM /*parameter*/)
 {
-    return TRUE;
+    SetLastError(ERROR_NOT_SUPPORTED);
+    return FALSE;
 }
 
 BOOL EnumChildWindows(HWND parent, WNDENUMPROC /*callback*/, LPARAM /*parameter*/)
 {
-    if (parent == nullptr)
-        return TRUE;
-    SetLastError(ERROR_INVALID_WINDOW_HANDLE);
+    SetLastError(parent == nullptr ? ERROR_NOT_SUPPORTED : ERROR_INVALID_WINDOW_HANDLE);
     return FALSE;
 }
 
@@ -26,6 +25,7 @@ BOOL PostMessageW(HWND /*window*/, UINT /*message*/, WPARAM /*wParam*/, LPARAM /
 
 HWND GetForegroundWindow()
 {
+    SetLastError(ERROR_NOT_SUPPORTED);
     return nullptr;
 }
 

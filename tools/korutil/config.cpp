@@ -60,7 +60,8 @@ int IniGet(Invocation& invocation, const std::vector<std::wstring>& args)
     const boost::filesystem::path file = boost::filesystem::absolute(ToPath(args[0]));
     CVeLIniFile ini(file);
     if (!ini.HasKey(args[1], args[2]))
-        return Failure("ini get", "[" + Utf8(args[1]) + "] " + Utf8(args[2]) + ": not found in " + ToText(args[0]));
+        return Failure("ini get",
+                       "[" + Utf8(args[1]) + "] " + Utf8(args[2]) + ": not found in " + ToText(args[0]));
     PrintLine(Utf8(ini.GetString(args[1], args[2], L"")));
     return kExitOk;
 }
@@ -118,7 +119,8 @@ std::string DescribeValue(const VeLRegistryValue& value)
         for (std::size_t i = 0; i < strings.size(); ++i)
             line += (i ? "\\0" : "") + Utf8(strings[i]);
     }
-    else if ((value.type == REG_DWORD || value.type == REG_QWORD) && !value.data.empty() && value.data.size() <= 8)
+    else if ((value.type == REG_DWORD || value.type == REG_QWORD) && !value.data.empty() &&
+             value.data.size() <= 8)
     {
         unsigned long long number = 0;
         for (std::size_t i = value.data.size(); i-- > 0;)
@@ -146,7 +148,8 @@ int RegQuery(Invocation& invocation, const std::vector<std::wstring>& args)
                                        : registry.EnumerateValues(root, subKey, values) &&
                                              registry.EnumerateSubKeys(root, subKey, keys);
     if (!read)
-        return Failure("reg query", Utf8(args[0]) + (args.size() == 2 ? " " + Utf8(args[1]) : "") + ": not found");
+        return Failure("reg query",
+                       Utf8(args[0]) + (args.size() == 2 ? " " + Utf8(args[1]) : "") + ": not found");
     for (const VeLRegistryValue& value : values)
         PrintLine(DescribeValue(value));
     for (const std::wstring& key : keys)
@@ -178,7 +181,8 @@ int RunIni(Invocation& invocation)
         return IniGet(invocation, args);
     if (sub == L"set")
         return IniSet(invocation, args);
-    return UsageError(invocation, sub.empty() ? "expected get or set" : "unknown sub-verb '" + ToText(sub) + "'");
+    return UsageError(invocation,
+                      sub.empty() ? "expected get or set" : "unknown sub-verb '" + ToText(sub) + "'");
 }
 
 int RunReg(Invocation& invocation)
@@ -201,7 +205,8 @@ int RunVersion(Invocation& invocation)
     if (sub == L"of")
         return VersionOf(invocation, args);
     if (sub != L"compare")
-        return UsageError(invocation, sub.empty() ? "expected compare or of" : "unknown sub-verb '" + ToText(sub) + "'");
+        return UsageError(invocation,
+                          sub.empty() ? "expected compare or of" : "unknown sub-verb '" + ToText(sub) + "'");
     if (args.size() != 2)
         return UsageError(invocation, "expected A B");
     const CVeLResult<CVeLVersion> a = CVeLVersion::Parse(args[0]);
@@ -219,7 +224,8 @@ int RunVersions(Invocation& invocation)
     if (!SubVerb(invocation, {L"list"}, sub, args))
         return kExitUsage;
     if (sub != L"list")
-        return UsageError(invocation, sub.empty() ? "expected list" : "unknown sub-verb '" + ToText(sub) + "'");
+        return UsageError(invocation,
+                          sub.empty() ? "expected list" : "unknown sub-verb '" + ToText(sub) + "'");
     if (args.size() != 1)
         return UsageError(invocation, "expected FILE");
     boost::system::error_code error;
@@ -230,7 +236,8 @@ int RunVersions(Invocation& invocation)
     if (!versions.GetComponents(components))
         return Failure("versions list", ToText(args[0]) + ": not a valid versions file");
     for (const VeLInstalledComponent& component : components)
-        PrintLine(Utf8(component.name) + " " + Utf8(component.version.ToString()) + " " + Utf8(component.installPath));
+        PrintLine(Utf8(component.name) + " " + Utf8(component.version.ToString()) + " " +
+                  Utf8(component.installPath));
     return kExitOk;
 }
 

@@ -253,6 +253,21 @@ public:
                        (const TIME_ZONE_INFORMATION* timeZone, const SYSTEMTIME* universalTime,
                         LPSYSTEMTIME localTime),
                        (timeZone, universalTime, localTime))
+    // Processes and libraries.
+    KOR_FAKE_OPERATION(HMODULE, LoadLibrary, (LPCWSTR fileName), (fileName))
+    KOR_FAKE_OPERATION(FARPROC, GetProcAddress, (HMODULE module, LPCSTR procName), (module, procName))
+    KOR_FAKE_OPERATION(BOOL, FreeLibrary, (HMODULE module), (module))
+    KOR_FAKE_OPERATION(LPWCH, GetEnvironmentStrings, (), ())
+    KOR_FAKE_OPERATION(BOOL, FreeEnvironmentStrings, (LPWCH block), (block))
+    KOR_FAKE_OPERATION(BOOL, GenerateConsoleCtrlEvent, (DWORD ctrlEvent, DWORD processGroupId),
+                       (ctrlEvent, processGroupId))
+    KOR_FAKE_OPERATION(DWORD, GetProcessId, (HANDLE process), (process))
+    KOR_FAKE_OPERATION(DWORD, RmShutdown,
+                       (DWORD sessionHandle, ULONG actionFlags, RM_WRITE_STATUS_CALLBACK status),
+                       (sessionHandle, actionFlags, status))
+    KOR_FAKE_OPERATION(DWORD, RmRestart,
+                       (DWORD sessionHandle, DWORD restartFlags, RM_WRITE_STATUS_CALLBACK status),
+                       (sessionHandle, restartFlags, status))
     // Configuration and versions.
     KOR_FAKE_OPERATION(LONG, RegEnumValue,
                        (HKEY key, DWORD index, LPWSTR valueName, LPDWORD valueNameSize, LPDWORD reserved,

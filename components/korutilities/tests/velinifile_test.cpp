@@ -75,7 +75,8 @@ TEST_F(VeLIniFileTest, CrashBeforeTheRenameLeavesTheOldFile)
     auto api = std::make_shared<CFakeWinAPIWrapper>();
     int renames = 0;
     // The scratch copy is put in place by a rename too; the second rename is the one over the settings.
-    api->OnMoveFileEx = [&renames](LPCWSTR from, LPCWSTR to, DWORD flags) -> BOOL {
+    api->OnMoveFileEx = [&renames](LPCWSTR from, LPCWSTR to, DWORD flags) -> BOOL
+    {
         if (++renames == 2)
         {
             SetLastError(ERROR_DISK_FULL);

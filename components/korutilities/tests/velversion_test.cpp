@@ -57,8 +57,9 @@ TEST(VeLVersion, ParsesOnlyOneToFourDecimalPartsInRange)
 
 TEST(VeLVersion, OrdersPartByPartNotAsText)
 {
-    const std::vector<std::wstring> ascending = {L"0", L"0.0.0.1", L"0.1", L"1.2", L"1.2.0.1", L"1.2.1",
-                                                 L"1.10", L"2", L"10.0", L"65535.65535.65535.65535"};
+    const std::vector<std::wstring> ascending = {
+        L"0",     L"0.0.0.1", L"0.1", L"1.2",  L"1.2.0.1",
+        L"1.2.1", L"1.10",    L"2",   L"10.0", L"65535.65535.65535.65535"};
     for (std::size_t i = 0; i < ascending.size(); ++i)
         for (std::size_t j = 0; j < ascending.size(); ++j)
         {

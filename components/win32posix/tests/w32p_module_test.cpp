@@ -56,3 +56,22 @@ TEST(W32pModule, UnknownModulesAndFunctions)
     EXPECT_NE(GetProcAddress(libc, "getpid"), nullptr);
     EXPECT_TRUE(FreeLibrary(libc));
 }
+
+TEST(W32pModule, LoadsAreCountedAndNamed)
+{
+    HMODULE first = LoadLibraryW(L"libz.so.1");
+    HMODULE second = LoadLibraryW(L"libz.so.1");
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(first, second);
+    WCHAR name[4096];
+    const DWORD length = GetModuleFileNameExW(GetCurrentProcess(), first, name, 4096);
+    EXPECT_NE(std::wstring(name, length).find(L"libz.so"), std::wstring::npos);
+    EXPECT_TRUE(FreeLibrary(first));
+    EXPECT_TRUE(FreeLibrary(second));
+    EXPECT_W32_FAILS(FreeLibrary(first), FALSE, ERROR_INVALID_HANDLE); // never passed to dlclose again
+    EXPECT_W32_FAILS(GetProcAddress(first, "zlibVersion"), nullptr, ERROR_INVALID_HANDLE);
+    EXPECT_W32_FAILS(GetModuleFileNameExW(GetCurrentProcess(), first, name, 4096), 0u, ERROR_INVALID_HANDLE);
+    EXPECT_W32_FAILS(LoadLibraryW(L""), nullptr, ERROR_MOD_NOT_FOUND);
+    const DWORD ntdll = GetModuleFileNameExW(GetCurrentProcess(), LoadLibraryW(L"ntdll"), name, 4096);
+    EXPECT_NE(std::wstring(name, ntdll).find(L"win32posix"), std::wstring::npos);
+}

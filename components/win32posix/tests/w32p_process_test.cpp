@@ -158,3 +158,56 @@ TEST(W32pProcess, OpenProcessOfOtherProcessesAndOfItself)
     close(go[0]);
     close(go[1]);
 }
+
+TEST(W32pProcess, StandardHandlesGroupsAndTheConsoleEndRequest)
+{
+    const std::wstring path = TempPath(L"stdout");
+    HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+    ASSERT_NE(file, INVALID_HANDLE_VALUE);
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof startup;
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdOutput = file;
+    PROCESS_INFORMATION info = {};
+    std::wstring echo = L"/bin/echo hello";
+    ASSERT_TRUE(CreateProcessW(nullptr, &echo[0], nullptr, nullptr, TRUE, CREATE_NO_WINDOW, nullptr, nullptr,
+                               &startup, &info));
+    EXPECT_EQ(WaitForSingleObject(info.hProcess, 10000), WAIT_OBJECT_0);
+    CloseHandle(info.hProcess);
+    CloseHandle(info.hThread);
+    CloseHandle(file);
+    EXPECT_EQ(ReadFile(std::string(path.begin(), path.end())), "hello\n");
+    DeleteFileW(path.c_str());
+
+    startup.hStdOutput = reinterpret_cast<HANDLE>(0x7ffc); // no handle of this process
+    EXPECT_W32_FAILS(
+        CreateProcessW(nullptr, &echo[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &info),
+        FALSE, ERROR_INVALID_HANDLE);
+
+    std::wstring sleeper = L"/bin/sleep 30";
+    ASSERT_TRUE(CreateProcessW(nullptr, &sleeper[0], nullptr, nullptr, FALSE, CREATE_NEW_PROCESS_GROUP,
+                               nullptr, nullptr, nullptr, &info));
+    EXPECT_EQ(getpgid(static_cast<pid_t>(info.dwProcessId)), static_cast<pid_t>(info.dwProcessId));
+    EXPECT_TRUE(GenerateConsoleCtrlEvent(CTRL_BREAK_EVENT, info.dwProcessId));
+    EXPECT_EQ(WaitForSingleObject(info.hProcess, 10000), WAIT_OBJECT_0);
+    DWORD code = 0;
+    EXPECT_TRUE(GetExitCodeProcess(info.hProcess, &code));
+    EXPECT_EQ(code, 128u + SIGTERM);
+    CloseHandle(info.hProcess);
+    CloseHandle(info.hThread);
+    EXPECT_W32_FAILS(GenerateConsoleCtrlEvent(CTRL_BREAK_EVENT, 0), FALSE, ERROR_INVALID_PARAMETER);
+    EXPECT_W32_FAILS(GenerateConsoleCtrlEvent(7, 1), FALSE, ERROR_INVALID_PARAMETER);
+}
+
+TEST(W32pEnvironment, BlockHoldsEveryVariable)
+{
+    ASSERT_TRUE(SetEnvironmentVariableW(L"KOR_W32P_BLOCK", L"wert ü"));
+    LPWCH block = GetEnvironmentStringsW();
+    ASSERT_NE(block, nullptr);
+    bool found = false;
+    for (const WCHAR* p = block; *p != L'\0'; p += std::wcslen(p) + 1)
+        found = found || std::wstring(p) == L"KOR_W32P_BLOCK=wert ü";
+    EXPECT_TRUE(found);
+    EXPECT_TRUE(FreeEnvironmentStringsW(block));
+    SetEnvironmentVariableW(L"KOR_W32P_BLOCK", nullptr);
+}

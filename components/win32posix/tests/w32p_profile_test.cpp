@@ -86,7 +86,9 @@ TEST(Profile, Utf16FilesAndEveryLineEndingKeepTheirFormOnWrite)
     EXPECT_EQ(GetPrivateProfileStringW(L"s", L"K", L"", buffer, 16, file.c_str()), 2u);
     EXPECT_EQ(std::wstring(buffer), std::wstring(L"\u00e9") + static_cast<wchar_t>(0x1F600));
     ASSERT_TRUE(WritePrivateProfileStringW(L"S", L"n", L"1", file.c_str()));
-    EXPECT_EQ(ReadText(dir.NarrowOf("u.ini")), utf16 + std::string("n\0=\0" "1\0\r\0", 8));
+    EXPECT_EQ(ReadText(dir.NarrowOf("u.ini")), utf16 + std::string("n\0=\0"
+                                                                   "1\0\r\0",
+                                                                   8));
 
     std::ofstream(dir.NarrowOf("m.ini"), std::ios::binary) << "\xEF\xBB\xBF[A]\na=1\r\n[B]\rb=2";
     const std::wstring mixed = dir.Wide(L"m.ini");

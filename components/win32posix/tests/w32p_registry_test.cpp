@@ -45,7 +45,8 @@ std::wstring StringValue(HKEY key, const wchar_t* name, DWORD expectedType)
 {
     WCHAR buffer[128];
     DWORD type = 0, size = sizeof buffer;
-    if (RegQueryValueExW(key, name, nullptr, &type, reinterpret_cast<LPBYTE>(buffer), &size) != ERROR_SUCCESS ||
+    if (RegQueryValueExW(key, name, nullptr, &type, reinterpret_cast<LPBYTE>(buffer), &size) !=
+            ERROR_SUCCESS ||
         type != expectedType)
         return L"<failed>";
     return std::wstring(buffer, size / sizeof(WCHAR));
@@ -56,29 +57,31 @@ std::wstring StringValue(HKEY key, const wchar_t* name, DWORD expectedType)
 TEST(Registry, ReadsEveryValueTypeWithEscapesAndWrappedHex)
 {
     RegistryFolder folder;
-    folder.Write("a.reg", std::string(kHeader) +
-                              "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product]\r\n"
-                              "@=\"default\"\r\n"
-                              "\"Path\"=\"C:\\\\Program Files\\\\\\\"q\\\"\"\r\n"
-                              "\"Count\"=dword:0000002a\r\n"
-                              "\"Big\"=hex(b):01,00,00,00,02,00,00,00\r\n"
-                              "\"Blob\"=hex:de,ad,\\\r\n  be,ef\r\n"
-                              "\"Exp\"=hex(2):25,00,41,00,25,00,00,00\r\n"
-                              "\"Multi\"=hex(7):61,00,00,00,62,00,00,00,00,00\r\n"
-                              "; a comment\r\n"
-                              "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product\\Sub]\r\n");
+    folder.Write("a.reg", std::string(kHeader) + "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product]\r\n"
+                                                 "@=\"default\"\r\n"
+                                                 "\"Path\"=\"C:\\\\Program Files\\\\\\\"q\\\"\"\r\n"
+                                                 "\"Count\"=dword:0000002a\r\n"
+                                                 "\"Big\"=hex(b):01,00,00,00,02,00,00,00\r\n"
+                                                 "\"Blob\"=hex:de,ad,\\\r\n  be,ef\r\n"
+                                                 "\"Exp\"=hex(2):25,00,41,00,25,00,00,00\r\n"
+                                                 "\"Multi\"=hex(7):61,00,00,00,62,00,00,00,00,00\r\n"
+                                                 "; a comment\r\n"
+                                                 "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product\\Sub]\r\n");
     HKEY key;
-    ASSERT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"software\\MAKER\\Product", 0, KEY_READ, &key), ERROR_SUCCESS);
+    ASSERT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"software\\MAKER\\Product", 0, KEY_READ, &key),
+              ERROR_SUCCESS);
     EXPECT_EQ(StringValue(key, nullptr, REG_SZ), std::wstring(L"default\0", 8));
     EXPECT_EQ(StringValue(key, L"path", REG_SZ), std::wstring(L"C:\\Program Files\\\"q\"\0", 21));
     EXPECT_EQ(StringValue(key, L"Exp", REG_EXPAND_SZ), std::wstring(L"%A%\0", 4));
     EXPECT_EQ(StringValue(key, L"Multi", REG_MULTI_SZ), std::wstring(L"a\0b\0\0", 5));
     DWORD type, count = 0, size = sizeof count;
-    EXPECT_EQ(RegQueryValueExW(key, L"Count", nullptr, &type, reinterpret_cast<LPBYTE>(&count), &size), ERROR_SUCCESS);
+    EXPECT_EQ(RegQueryValueExW(key, L"Count", nullptr, &type, reinterpret_cast<LPBYTE>(&count), &size),
+              ERROR_SUCCESS);
     EXPECT_EQ(count, 42u);
     ULONGLONG big = 0;
     size = sizeof big;
-    EXPECT_EQ(RegQueryValueExW(key, L"Big", nullptr, &type, reinterpret_cast<LPBYTE>(&big), &size), ERROR_SUCCESS);
+    EXPECT_EQ(RegQueryValueExW(key, L"Big", nullptr, &type, reinterpret_cast<LPBYTE>(&big), &size),
+              ERROR_SUCCESS);
     EXPECT_EQ(big, 0x200000001ull);
     BYTE blob[4];
     size = 2;
@@ -100,8 +103,8 @@ TEST(Registry, ReadsEveryValueTypeWithEscapesAndWrappedHex)
     nameSize = 3;
     EXPECT_EQ(RegEnumValueW(key, 1, name, &nameSize, nullptr, &type, nullptr, nullptr), ERROR_MORE_DATA);
     DWORD subKeys = 0, values = 0;
-    EXPECT_EQ(RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, &subKeys, nullptr, nullptr, &values, nullptr, nullptr,
-                               nullptr, nullptr),
+    EXPECT_EQ(RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, &subKeys, nullptr, nullptr, &values, nullptr,
+                               nullptr, nullptr, nullptr),
               ERROR_SUCCESS);
     EXPECT_EQ(subKeys, 1u);
     EXPECT_EQ(values, 7u);
@@ -113,13 +116,16 @@ TEST(Registry, LaterFilesOverrideAndMalformedFilesAreSkippedWhole)
 {
     RegistryFolder folder;
     // UTF-16LE with its mark, read first by name order.
-    const std::string first = std::string(kHeader) + "[HKEY_CURRENT_USER\\App]\r\n\"A\"=\"1\"\r\n\"B\"=\"1\"\r\n";
+    const std::string first =
+        std::string(kHeader) + "[HKEY_CURRENT_USER\\App]\r\n\"A\"=\"1\"\r\n\"B\"=\"1\"\r\n";
     std::string utf16 = "\xFF\xFE";
     for (char c : first)
         utf16 += std::string(1, c) + std::string(1, '\0');
     folder.Write("10-base.reg", utf16);
-    folder.Write("20-override.reg", std::string(kHeader) + "[HKEY_CURRENT_USER\\App]\n\"A\"=\"2\"\n\"B\"=-\n");
-    folder.Write("30-bad.reg", std::string(kHeader) + "[HKEY_CURRENT_USER\\App]\n\"A\"=\"3\"\n\"C\"=dword:xyz\n");
+    folder.Write("20-override.reg",
+                 std::string(kHeader) + "[HKEY_CURRENT_USER\\App]\n\"A\"=\"2\"\n\"B\"=-\n");
+    folder.Write("30-bad.reg",
+                 std::string(kHeader) + "[HKEY_CURRENT_USER\\App]\n\"A\"=\"3\"\n\"C\"=dword:xyz\n");
     folder.Write("40-noheader.reg", "[HKEY_CURRENT_USER\\App]\n\"A\"=\"4\"\n");
     folder.Write("50-gone.reg", std::string(kHeader) + "[-HKEY_CURRENT_USER\\Other]\n");
     folder.Write("ignored.txt", "not a registry file");

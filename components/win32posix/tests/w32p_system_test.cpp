@@ -28,13 +28,14 @@ BOOL CALLBACK CountWindow(HWND, LPARAM counter)
 TEST(Windows, NoneExistAndMessagesFail)
 {
     int count = 0;
-    EXPECT_TRUE(EnumWindows(CountWindow, reinterpret_cast<LPARAM>(&count)));
-    EXPECT_TRUE(EnumChildWindows(nullptr, CountWindow, reinterpret_cast<LPARAM>(&count)));
+    EXPECT_W32_FAILS(EnumWindows(CountWindow, reinterpret_cast<LPARAM>(&count)), FALSE, ERROR_NOT_SUPPORTED);
+    EXPECT_W32_FAILS(EnumChildWindows(nullptr, CountWindow, reinterpret_cast<LPARAM>(&count)), FALSE,
+                     ERROR_NOT_SUPPORTED);
     EXPECT_EQ(count, 0);
     EXPECT_FALSE(IsWindow(reinterpret_cast<HWND>(0x10010)));
     EXPECT_W32_FAILS(PostMessageW(reinterpret_cast<HWND>(0x10010), WM_CLOSE, 0, 0), FALSE,
                      ERROR_INVALID_WINDOW_HANDLE);
-    EXPECT_EQ(GetForegroundWindow(), nullptr);
+    EXPECT_W32_FAILS(GetForegroundWindow(), nullptr, ERROR_NOT_SUPPORTED);
     DWORD pid = 1;
     EXPECT_EQ(GetWindowThreadProcessId(reinterpret_cast<HWND>(0x10010), &pid), 0u);
     EXPECT_EQ(pid, 0u);

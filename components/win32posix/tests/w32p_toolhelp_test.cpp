@@ -163,3 +163,15 @@ TEST(ProcessImage, FullNameOfThisProcessAndBufferRules)
     EXPECT_W32_FAILS(QueryFullProcessImageNameW(reinterpret_cast<HANDLE>(0x1230), 0, buffer, &size), FALSE,
                      ERROR_INVALID_HANDLE);
 }
+
+TEST(RestartManager, ShutdownAndRestartNeedASessionAndSomethingStopped)
+{
+    EXPECT_EQ(RmShutdown(12345, 0, nullptr), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    EXPECT_EQ(RmRestart(12345, 0, nullptr), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+    DWORD session = 0;
+    WCHAR key[CCH_RM_SESSION_KEY + 1];
+    ASSERT_EQ(RmStartSession(&session, 0, key), static_cast<DWORD>(ERROR_SUCCESS));
+    EXPECT_EQ(RmShutdown(session, RmForceShutdown, nullptr), static_cast<DWORD>(ERROR_SUCCESS)); // nobody
+    EXPECT_EQ(RmRestart(session, 0, nullptr), static_cast<DWORD>(ERROR_REQUEST_OUT_OF_SEQUENCE));
+    EXPECT_EQ(RmEndSession(session), static_cast<DWORD>(ERROR_SUCCESS));
+}

@@ -34,8 +34,9 @@ bool QueryAll(const std::wstring& file, std::wstring& company, VS_FIXEDFILEINFO&
     std::vector<unsigned char> block(size);
     if (!GetFileVersionInfoW(file.c_str(), 0, size, block.data()))
         return false;
-    const wchar_t* paths[] = {L"\\", L"\\VarFileInfo\\Translation", L"\\StringFileInfo\\040904b0\\CompanyName",
-                              L"\\StringFileInfo\\040904B0\\ProductName", L"\\StringFileInfo\\040904b0\\Missing"};
+    const wchar_t* paths[] = {
+        L"\\", L"\\VarFileInfo\\Translation", L"\\StringFileInfo\\040904b0\\CompanyName",
+        L"\\StringFileInfo\\040904B0\\ProductName", L"\\StringFileInfo\\040904b0\\Missing"};
     for (const wchar_t* path : paths)
     {
         LPVOID value = nullptr;
@@ -98,7 +99,8 @@ TEST(VersionResource, TruncatedAndMutatedCopiesFailCleanly)
             for (int flips = 1 + static_cast<int>(random() % 8); flips > 0; --flips)
             {
                 // Mostly in the headers and the resource section, where the offsets and sizes live.
-                const std::size_t at = random() % 2 ? random() % 0x400 : 0x1000 + random() % (original.size() - 0x1000);
+                const std::size_t at =
+                    random() % 2 ? random() % 0x400 : 0x1000 + random() % (original.size() - 0x1000);
                 bytes[at] = static_cast<char>(random() % 4 ? random() : (random() % 2 ? 0xFF : 0x00));
             }
         std::ofstream(copy, std::ios::binary | std::ios::trunc) << bytes;

@@ -237,6 +237,26 @@ TEST_F(Korutil, ProcHoldersNamesAProcessHoldingTheFile)
     EXPECT_EQ(Run({"proc", "holders", "nothing"}).status, 1);
 }
 
+TEST_F(Korutil, ProcRunStartListWaitKill)
+{
+    Outcome run = Run({"proc", "run", "--timeout", "10000", "--", "sh", "-c", "exit 7"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.out, "7\n");
+    Outcome started = Run({"proc", "start", "--", "sleep", "60"});
+    ASSERT_EQ(started.status, 0) << started.err;
+    const std::string pid = started.out.substr(0, started.out.find('\n'));
+    EXPECT_NE(Run({"proc", "list", "SLEEP"}).out.find(pid + " sleep\n"), std::string::npos);
+    EXPECT_EQ(Run({"proc", "wait", pid, "100"}).status, 1);
+    EXPECT_EQ(Run({"proc", "kill", pid}).status, 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_EQ(Run({"proc", "list", "sleep"}).out.find(pid + " sleep\n"), std::string::npos);
+    for (const auto& usage : std::vector<std::vector<std::string>>{
+             {"proc", "run"}, {"proc", "wait", "abc"}, {"proc", "kill", "0"}, {"proc", "frobnicate"}})
+        EXPECT_EQ(Run(usage).status, 2) << usage[1];
+    EXPECT_EQ(Run({"proc", "start", "--", "/no/such/program"}).status, 1);
+    EXPECT_EQ(Run({"proc", "wait", "1073741808"}).status, 1);
+}
+
 TEST_F(Korutil, CopyAndRmtree)
 {
     Spit(m_dir / "src", std::string(300000, 's'));
@@ -299,8 +319,9 @@ TEST_F(Korutil, ConfigurationVerbsReadWriteAndCompare)
     EXPECT_EQ(Run({"version", "compare", "1.10", "1.9"}).out, "1\n");
     EXPECT_EQ(Run({"version", "compare", "1.2", "01.2.0.0"}).out, "0\n");
     EXPECT_EQ(Run({"version", "compare", "1.2.3.4.5", "1"}).status, 1);
-    Spit(m_dir / "v.xml", "<?xml version=\"1.0\"?><Versions><Component name=\"K\" version=\"2.1\" path=\"/k\"/>"
-                          "</Versions>");
+    Spit(m_dir / "v.xml",
+         "<?xml version=\"1.0\"?><Versions><Component name=\"K\" version=\"2.1\" path=\"/k\"/>"
+         "</Versions>");
     EXPECT_EQ(Run({"versions", "list", "v.xml"}).out, "K 2.1.0.0 /k\n");
     Spit(m_dir / "bad.xml", "<?xml version=\"1.0\"?><Versions><Component name=\"K\"/></Versions>");
     EXPECT_EQ(Run({"versions", "list", "bad.xml"}).status, 1);
