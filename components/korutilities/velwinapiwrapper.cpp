@@ -656,33 +656,31 @@ DWORD CVeLWinAPIWrapper::WAPI_RmRestart(DWORD sessionHandle, DWORD restartFlags,
                                         RM_WRITE_STATUS_CALLBACK status) const
 {
     return ::RmRestart(sessionHandle, restartFlags, status);
+}
 
-    // Configuration and versions.
-    LONG CVeLWinAPIWrapper::WAPI_RegEnumValue(HKEY key, DWORD index, LPWSTR valueName, LPDWORD valueNameSize,
-                                              LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD dataSize)
-        const
-    {
-        return ::RegEnumValueW(key, index, valueName, valueNameSize, reserved, type, data, dataSize);
-    }
+// Configuration and versions.
+LONG CVeLWinAPIWrapper::WAPI_RegEnumValue(HKEY key, DWORD index, LPWSTR valueName, LPDWORD valueNameSize,
+                                          LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD dataSize) const
+{
+    return ::RegEnumValueW(key, index, valueName, valueNameSize, reserved, type, data, dataSize);
+}
 
-    DWORD CVeLWinAPIWrapper::WAPI_ExpandEnvironmentStrings(LPCWSTR source, LPWSTR buffer, DWORD size) const
-    {
-        return ::ExpandEnvironmentStringsW(source, buffer, size);
-    }
+DWORD CVeLWinAPIWrapper::WAPI_ExpandEnvironmentStrings(LPCWSTR source, LPWSTR buffer, DWORD size) const
+{
+    return ::ExpandEnvironmentStringsW(source, buffer, size);
+}
 
-    DWORD CVeLWinAPIWrapper::WAPI_GetFileVersionInfoSize(LPCWSTR fileName, LPDWORD handle) const
-    {
-        return ::GetFileVersionInfoSizeW(fileName, handle);
-    }
+DWORD CVeLWinAPIWrapper::WAPI_GetFileVersionInfoSize(LPCWSTR fileName, LPDWORD handle) const
+{
+    return ::GetFileVersionInfoSizeW(fileName, handle);
+}
 
-    BOOL CVeLWinAPIWrapper::WAPI_GetFileVersionInfo(LPCWSTR fileName, DWORD handle, DWORD size, LPVOID data)
-        const
-    {
-        return ::GetFileVersionInfoW(fileName, handle, size, data);
-    }
+BOOL CVeLWinAPIWrapper::WAPI_GetFileVersionInfo(LPCWSTR fileName, DWORD handle, DWORD size, LPVOID data) const
+{
+    return ::GetFileVersionInfoW(fileName, handle, size, data);
+}
 
-    BOOL CVeLWinAPIWrapper::WAPI_VerQueryValue(LPCVOID block, LPCWSTR subBlock, LPVOID * buffer, PUINT length)
-        const
-    {
-        return ::VerQueryValueW(block, subBlock, buffer, length);
-    }
+BOOL CVeLWinAPIWrapper::WAPI_VerQueryValue(LPCVOID block, LPCWSTR subBlock, LPVOID* buffer, PUINT length) const
+{
+    return ::VerQueryValueW(block, subBlock, buffer, length);
+}
