@@ -194,4 +194,15 @@ public:
                                   RM_WRITE_STATUS_CALLBACK status) const = 0; // 94
     virtual DWORD WAPI_RmRestart(DWORD sessionHandle, DWORD restartFlags,
                                  RM_WRITE_STATUS_CALLBACK status) const = 0; // 95
+    // Configuration and versions: registry values by index, environment expansion of REG_EXPAND_SZ text,
+    // version resources of executable files.
+    virtual LONG WAPI_RegEnumValue(HKEY key, DWORD index, LPWSTR valueName, LPDWORD valueNameSize,
+                                   LPDWORD reserved, LPDWORD type, LPBYTE data,
+                                   LPDWORD dataSize) const = 0;                                       // 96
+    virtual DWORD WAPI_ExpandEnvironmentStrings(LPCWSTR source, LPWSTR buffer, DWORD size) const = 0; // 97
+    virtual DWORD WAPI_GetFileVersionInfoSize(LPCWSTR fileName, LPDWORD handle) const = 0;            // 98
+    virtual BOOL WAPI_GetFileVersionInfo(LPCWSTR fileName, DWORD handle, DWORD size,
+                                         LPVOID data) const = 0; // 99
+    virtual BOOL WAPI_VerQueryValue(LPCVOID block, LPCWSTR subBlock, LPVOID* buffer,
+                                    PUINT length) const = 0; // 100
 };

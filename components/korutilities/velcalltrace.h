@@ -8,20 +8,30 @@
 #include "korutilitesbtracedef.h"
 
 // Evaluates impl->call and yields its value. When impl is empty, traces message at level instead and
-// yields the default value of the call's type (false, 0, an empty path, string or failed result).
-#define VEL_FORWARD_TRACING(impl, level, message, call)                                                      \
+// yields fallback.
+#define VEL_FORWARD_FALLBACK(impl, level, message, fallback, call)                                           \
     [&]() -> decltype((impl)->call)                                                                          \
     {                                                                                                        \
         if (!(impl))                                                                                         \
         {                                                                                                    \
             VEL_TRACE(level, message);                                                                       \
-            return decltype((impl)->call)();                                                                 \
+            return fallback;                                                                                 \
         }                                                                                                    \
         return (impl)->call;                                                                                 \
     }()
 
+// A missing implementation yields the default value of the call's type (false, 0, an empty path, string or
+// failed result).
+#define VEL_FORWARD_TRACING(impl, level, message, call)                                                      \
+    VEL_FORWARD_FALLBACK(impl, level, message, decltype((impl)->call)(), call)
+
 // The usual forwarder: a missing implementation is reported with the library's stock message.
 #define VEL_FORWARD(impl, call) VEL_FORWARD_TRACING(impl, VEL_ERR, "Can't access impl!", call)
+
+// The same for a call whose answer without an implementation is not its type's default (a caller's
+// default value, for example).
+#define VEL_FORWARD_OR(impl, fallback, call)                                                                 \
+    VEL_FORWARD_FALLBACK(impl, VEL_ERR, "Can't access impl!", fallback, call)
 
 // When ok is false: reads the facade's last error at once, traces the message (a format with its arguments)
 // at level with that error appended as the last argument, and returns failure from the calling function.

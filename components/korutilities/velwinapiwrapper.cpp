@@ -657,3 +657,30 @@ DWORD CVeLWinAPIWrapper::WAPI_RmRestart(DWORD sessionHandle, DWORD restartFlags,
 {
     return ::RmRestart(sessionHandle, restartFlags, status);
 }
+
+// Configuration and versions.
+LONG CVeLWinAPIWrapper::WAPI_RegEnumValue(HKEY key, DWORD index, LPWSTR valueName, LPDWORD valueNameSize,
+                                          LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD dataSize) const
+{
+    return ::RegEnumValueW(key, index, valueName, valueNameSize, reserved, type, data, dataSize);
+}
+
+DWORD CVeLWinAPIWrapper::WAPI_ExpandEnvironmentStrings(LPCWSTR source, LPWSTR buffer, DWORD size) const
+{
+    return ::ExpandEnvironmentStringsW(source, buffer, size);
+}
+
+DWORD CVeLWinAPIWrapper::WAPI_GetFileVersionInfoSize(LPCWSTR fileName, LPDWORD handle) const
+{
+    return ::GetFileVersionInfoSizeW(fileName, handle);
+}
+
+BOOL CVeLWinAPIWrapper::WAPI_GetFileVersionInfo(LPCWSTR fileName, DWORD handle, DWORD size, LPVOID data) const
+{
+    return ::GetFileVersionInfoW(fileName, handle, size, data);
+}
+
+BOOL CVeLWinAPIWrapper::WAPI_VerQueryValue(LPCVOID block, LPCWSTR subBlock, LPVOID* buffer, PUINT length) const
+{
+    return ::VerQueryValueW(block, subBlock, buffer, length);
+}

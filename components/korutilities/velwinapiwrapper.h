@@ -174,6 +174,14 @@ public:
     DWORD WAPI_RmRestart(DWORD sessionHandle, DWORD restartFlags,
                          RM_WRITE_STATUS_CALLBACK status) const override;
 
+    // Configuration and versions.
+    LONG WAPI_RegEnumValue(HKEY key, DWORD index, LPWSTR valueName, LPDWORD valueNameSize, LPDWORD reserved,
+                           LPDWORD type, LPBYTE data, LPDWORD dataSize) const override;
+    DWORD WAPI_ExpandEnvironmentStrings(LPCWSTR source, LPWSTR buffer, DWORD size) const override;
+    DWORD WAPI_GetFileVersionInfoSize(LPCWSTR fileName, LPDWORD handle) const override;
+    BOOL WAPI_GetFileVersionInfo(LPCWSTR fileName, DWORD handle, DWORD size, LPVOID data) const override;
+    BOOL WAPI_VerQueryValue(LPCVOID block, LPCWSTR subBlock, LPVOID* buffer, PUINT length) const override;
+
 private:
     // The start-up record as "name=value" entries for the process-creation trace; "Null" for a null record.
     std::wstring STARTUPINFOToString(STARTUPINFOW* startupInfo) const;

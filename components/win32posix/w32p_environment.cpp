@@ -3,6 +3,7 @@
 #include "w32p_environment.h"
 #include "w32p_string.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cwchar>
 #include <mutex>
@@ -121,4 +122,43 @@ BOOL FreeEnvironmentStringsW(LPWCH block)
 {
     std::free(block);
     return TRUE;
+}
+
+DWORD ExpandEnvironmentStringsW(LPCWSTR source, LPWSTR buffer, DWORD size)
+{
+    if (source == nullptr)
+    {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return 0;
+    }
+    const std::wstring text = source;
+    std::wstring expanded;
+    std::size_t at = 0;
+    while (at < text.size())
+    {
+        const std::size_t open = text.find(L'%', at);
+        const std::size_t close = open == std::wstring::npos ? open : text.find(L'%', open + 1);
+        if (close == std::wstring::npos)
+            break;
+        expanded += text.substr(at, open - at);
+        const std::wstring name = text.substr(open + 1, close - open - 1);
+        DWORD needed = name.empty() ? 0 : GetEnvironmentVariableW(name.c_str(), nullptr, 0);
+        std::wstring value(needed, L'\0');
+        if (needed > 0 && GetEnvironmentVariableW(name.c_str(), &value[0], needed) + 1 == needed)
+        {
+            value.resize(needed - 1);
+            expanded += value;
+            at = close + 1;
+        }
+        else
+        {
+            expanded += text.substr(open, close - open); // not set: the "%NAME" stays, the "%" may open another
+            at = close;
+        }
+    }
+    expanded += text.substr(std::min(at, text.size()));
+    const DWORD needed = static_cast<DWORD>(expanded.size() + 1);
+    if (buffer != nullptr && size >= needed)
+        std::wmemcpy(buffer, expanded.c_str(), needed);
+    return needed;
 }

@@ -17,3 +17,7 @@ W32P_API BOOL SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value);
 // FreeEnvironmentStringsW.
 W32P_API LPWCH GetEnvironmentStringsW();
 W32P_API BOOL FreeEnvironmentStringsW(LPWCH block);
+// source with each %NAME% of a set variable replaced by its value; a name that is not set, and a lone
+// "%", stay as written. Returns the size needed including the terminator; the text is copied only when
+// buffer holds that many characters. A null source: 0 with ERROR_INVALID_PARAMETER.
+W32P_API DWORD ExpandEnvironmentStringsW(LPCWSTR source, LPWSTR buffer, DWORD size);

@@ -1,15 +1,18 @@
-// Profile (INI) file reading and writing.
-// The contract, and where Linux differs from Windows, are in w32p_profile.h.
+// GetPrivateProfileStringW, GetPrivateProfileIntW and WritePrivateProfileStringW over plain files. The
+// Linux differences are listed in w32p_profile.h.
 #include "w32p_profile.h"
+#include "w32p_folders.h"
 #include "w32p_path.h"
+#include "w32p_textfile.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cwctype>
 #include <fstream>
+#include <map>
+#include <memory>
 #include <mutex>
-#include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -26,6 +29,14 @@ struct Line
     std::wstring name;  // section name or key, trimmed
     std::wstring value; // for a key line: trimmed, quotes removed
     bool keyLine = false;
+};
+
+// A parsed file with what it takes to write it back the same way.
+struct Document
+{
+    std::vector<Line> lines;
+    W32pTextEncoding encoding = W32pTextEncoding::Utf8;
+    const char* ending = "\r\n"; // of the first line; CRLF for a new file
 };
 
 std::wstring Trim(const std::wstring& text)
@@ -73,33 +84,110 @@ Line Parse(const std::wstring& raw)
     return line;
 }
 
-// The file's lines; false (no lines) when it can't be read. crlf tells whether it uses "\r\n".
-bool Load(const std::string& path, std::vector<Line>& lines, bool& crlf)
+// Splits text at CR, LF and CRLF; records the ending of the first line.
+void SplitLines(const std::wstring& text, Document& document)
 {
-    lines.clear();
-    crlf = false;
+    std::size_t start = 0;
+    bool first = true;
+    while (start < text.size())
+    {
+        std::size_t end = text.find_first_of(L"\r\n", start);
+        if (end == std::wstring::npos)
+            end = text.size();
+        document.lines.push_back(Parse(text.substr(start, end - start)));
+        std::size_t next = end;
+        if (end < text.size())
+            next = end + (text[end] == L'\r' && end + 1 < text.size() && text[end + 1] == L'\n' ? 2 : 1);
+        if (first && end < text.size())
+            document.ending = next - end == 2 ? "\r\n" : (text[end] == L'\r' ? "\r" : "\n");
+        first = false;
+        start = next;
+    }
+}
+
+std::string Encode(const Document& document)
+{
+    std::wstring text;
+    const std::wstring ending = W32pUtf8ToWide(document.ending);
+    for (const Line& line : document.lines)
+        text += line.text + ending;
+    return W32pEncodeText(text, document.encoding);
+}
+
+// The Linux path of a profile file name: false for a null or empty name; a bare name lies in the
+// settings folder that stands for the Windows folder.
+bool ResolvePath(LPCWSTR fileName, std::string& path)
+{
+    if (!W32pPathToUtf8(fileName, path) || path.empty())
+        return false;
+    if (path.find('/') != std::string::npos)
+        return true;
+    PWSTR folder = nullptr;
+    if (SHGetKnownFolderPath(FOLDERID_RoamingAppData, KF_FLAG_DEFAULT, nullptr, &folder) != S_OK)
+        return false;
+    std::string base;
+    W32pPathToUtf8(folder, base);
+    CoTaskMemFree(folder);
+    path = base + "/" + path;
+    return true;
+}
+
+// What identifies one state of a file for the read cache.
+struct Stamp
+{
+    dev_t device;
+    ino_t inode;
+    off_t size;
+    long long modifiedNs;
+    bool operator==(const Stamp& o) const
+    {
+        return device == o.device && inode == o.inode && size == o.size && modifiedNs == o.modifiedNs;
+    }
+};
+
+struct CacheEntry
+{
+    Stamp stamp;
+    std::shared_ptr<const Document> document;
+};
+
+std::mutex g_cacheLock;                    // guards g_cache
+std::map<std::string, CacheEntry> g_cache; // parsed files by Linux path
+const std::size_t kCacheLimit = 16;        // paths kept; the whole cache is dropped beyond
+
+bool ReadBytes(const std::string& path, std::string& content)
+{
     std::ifstream in(path, std::ios::binary);
     if (!in)
         return false;
-    std::string content((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (content.compare(0, 3, "\xEF\xBB\xBF") == 0)
-        content.erase(0, 3);
-    std::size_t start = 0;
-    while (start < content.size())
+    content.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return !in.bad();
+}
+
+// The parsed file, from the cache while the file is unchanged; null when it can't be read.
+std::shared_ptr<const Document> Load(const std::string& path)
+{
+    struct stat st;
+    if (stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode))
+        return nullptr;
+    const Stamp stamp = {st.st_dev, st.st_ino, st.st_size,
+                         static_cast<long long>(st.st_mtim.tv_sec) * 1000000000LL + st.st_mtim.tv_nsec};
     {
-        std::size_t end = content.find('\n', start);
-        if (end == std::string::npos)
-            end = content.size();
-        std::string raw = content.substr(start, end - start);
-        if (!raw.empty() && raw.back() == '\r')
-        {
-            raw.pop_back();
-            crlf = true;
-        }
-        lines.push_back(Parse(W32pUtf8ToWide(raw)));
-        start = end + 1;
+        std::lock_guard<std::mutex> guard(g_cacheLock);
+        auto found = g_cache.find(path);
+        if (found != g_cache.end() && found->second.stamp == stamp)
+            return found->second.document;
     }
-    return true;
+    std::string content;
+    if (!ReadBytes(path, content))
+        return nullptr;
+    auto document = std::make_shared<Document>();
+    SplitLines(W32pDecodeText(content, document->encoding), *document);
+    std::lock_guard<std::mutex> guard(g_cacheLock);
+    if (g_cache.size() >= kCacheLimit)
+        g_cache.clear();
+    g_cache[path] = CacheEntry{stamp, document};
+    return document;
 }
 
 // [begin, end) of the first section named name (begin is its header), or begin == lines.size().
@@ -118,6 +206,16 @@ void FindSection(const std::vector<Line>& lines, const std::wstring& name, std::
             return;
         }
     }
+}
+
+// The index of key's line within the section [begin, end), or lines.size().
+std::size_t FindKey(const std::vector<Line>& lines, std::size_t begin, std::size_t end,
+                    const std::wstring& key)
+{
+    for (std::size_t i = begin + 1; i < end && begin < lines.size(); ++i)
+        if (lines[i].keyLine && SameName(lines[i].name, key))
+            return i;
+    return lines.size();
 }
 
 // Copies a list of names, each terminated, plus the final terminator. A list that does not fit is cut
@@ -156,25 +254,107 @@ DWORD CopyValue(const std::wstring& value, LPWSTR buffer, DWORD size)
     return n;
 }
 
+// The section names (section null) or the keys of section, in file order.
+std::vector<std::wstring> ListNames(const Document* document, LPCWSTR section)
+{
+    std::vector<std::wstring> names;
+    if (document == nullptr)
+        return names;
+    const std::vector<Line>& lines = document->lines;
+    if (section == nullptr)
+    {
+        for (const Line& line : lines)
+            if (line.section)
+                names.push_back(line.name);
+        return names;
+    }
+    std::size_t begin, end;
+    FindSection(lines, section, begin, end);
+    for (std::size_t i = begin + 1; i < end; ++i)
+        if (lines[i].keyLine)
+            names.push_back(lines[i].name);
+    return names;
+}
+
 // Looks up a value; false when the file, section or key is missing.
 bool Lookup(const std::string& path, const std::wstring& section, const std::wstring& key,
             std::wstring& value)
 {
-    std::vector<Line> lines;
-    bool crlf;
-    if (!Load(path, lines, crlf))
+    const std::shared_ptr<const Document> document = Load(path);
+    if (!document)
         return false;
     std::size_t begin, end;
+    FindSection(document->lines, section, begin, end);
+    const std::size_t found = FindKey(document->lines, begin, end, key);
+    if (found == document->lines.size())
+        return false;
+    value = document->lines[found].value;
+    return true;
+}
+
+// Sets, adds or deletes key in section (a null key deletes the section, a null value the key).
+void ApplyChange(std::vector<Line>& lines, LPCWSTR section, LPCWSTR key, LPCWSTR value)
+{
+    std::size_t begin, end;
     FindSection(lines, section, begin, end);
-    for (std::size_t i = begin + 1; i < end; ++i)
+    if (key == nullptr)
     {
-        if (lines[i].keyLine && SameName(lines[i].name, key))
+        if (begin < lines.size())
+            lines.erase(lines.begin() + static_cast<std::ptrdiff_t>(begin),
+                        lines.begin() + static_cast<std::ptrdiff_t>(end));
+        return;
+    }
+    const std::size_t found = FindKey(lines, begin, end, key);
+    if (value == nullptr)
+    {
+        if (found < lines.size())
+            lines.erase(lines.begin() + static_cast<std::ptrdiff_t>(found));
+        return;
+    }
+    if (found < lines.size())
+    {
+        lines[found].text = lines[found].name + L"=" + value;
+        return;
+    }
+    Line added;
+    added.text = std::wstring(key) + L"=" + value;
+    if (begin == lines.size())
+    {
+        Line header;
+        header.text = L"[" + std::wstring(section) + L"]";
+        lines.push_back(header);
+        lines.push_back(added);
+        return;
+    }
+    std::size_t at = end;
+    while (at > begin + 1 && Trim(lines[at - 1].text).empty())
+        --at; // before the blank lines that separate sections
+    lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(at), added);
+}
+
+// Writes content to a new file beside path and renames it over path; mode (when not 0) is kept.
+BOOL ReplaceFile(const std::string& path, const std::string& content, mode_t mode)
+{
+    const std::string temporary = path + ".w32p-new";
+    {
+        std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
+        out << content;
+        if (!out.flush())
         {
-            value = lines[i].value;
-            return true;
+            SetLastError(W32pPathErrorFromErrno(temporary, errno));
+            std::remove(temporary.c_str());
+            return FALSE;
         }
     }
-    return false;
+    if (mode != 0)
+        chmod(temporary.c_str(), mode & 07777);
+    if (rename(temporary.c_str(), path.c_str()) != 0)
+    {
+        W32pSetLastErrorFromErrno();
+        std::remove(temporary.c_str());
+        return FALSE;
+    }
+    return TRUE;
 }
 
 } // namespace
@@ -182,40 +362,19 @@ bool Lookup(const std::string& path, const std::wstring& section, const std::wst
 DWORD GetPrivateProfileStringW(LPCWSTR section, LPCWSTR key, LPCWSTR defaultValue, LPWSTR buffer, DWORD size,
                                LPCWSTR fileName)
 {
-    std::string path;
     if (buffer == nullptr || size == 0)
         return 0;
-    if (!W32pPathToUtf8(fileName, path) || path.empty())
-    {
-        buffer[0] = L'\0';
-        SetLastError(ERROR_FILE_NOT_FOUND);
-        return 0;
-    }
+    std::string path;
+    const bool named = ResolvePath(fileName, path);
     if (section == nullptr || key == nullptr)
     {
-        std::vector<Line> lines;
-        bool crlf;
-        std::vector<std::wstring> names;
-        if (!Load(path, lines, crlf))
+        const std::shared_ptr<const Document> document = named ? Load(path) : nullptr;
+        if (!document)
             SetLastError(ERROR_FILE_NOT_FOUND);
-        if (section == nullptr)
-        {
-            for (const Line& line : lines)
-                if (line.section)
-                    names.push_back(line.name);
-        }
-        else
-        {
-            std::size_t begin, end;
-            FindSection(lines, section, begin, end);
-            for (std::size_t i = begin + 1; i < end; ++i)
-                if (lines[i].keyLine)
-                    names.push_back(lines[i].name);
-        }
-        return CopyList(names, buffer, size);
+        return CopyList(ListNames(document.get(), section), buffer, size);
     }
     std::wstring value;
-    if (Lookup(path, section, key, value))
+    if (named && Lookup(path, section, key, value))
     {
         SetLastError(ERROR_SUCCESS);
         return CopyValue(value, buffer, size);
@@ -230,7 +389,7 @@ UINT GetPrivateProfileIntW(LPCWSTR section, LPCWSTR key, INT defaultValue, LPCWS
 {
     std::string path;
     std::wstring value;
-    if (section == nullptr || key == nullptr || !W32pPathToUtf8(fileName, path) ||
+    if (section == nullptr || key == nullptr || !ResolvePath(fileName, path) ||
         !Lookup(path, section, key, value))
         return static_cast<UINT>(defaultValue);
     const std::string narrow = W32pWideToUtf8(value);
@@ -253,7 +412,7 @@ UINT GetPrivateProfileIntW(LPCWSTR section, LPCWSTR key, INT defaultValue, LPCWS
 BOOL WritePrivateProfileStringW(LPCWSTR section, LPCWSTR key, LPCWSTR value, LPCWSTR fileName)
 {
     std::string path;
-    if (!W32pPathToUtf8(fileName, path) || path.empty())
+    if (!ResolvePath(fileName, path))
     {
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
@@ -261,7 +420,7 @@ BOOL WritePrivateProfileStringW(LPCWSTR section, LPCWSTR key, LPCWSTR value, LPC
     if (section == nullptr)
     {
         if (key == nullptr && value == nullptr)
-            return TRUE; // the Windows "flush the cache" call; there is no cache
+            return TRUE; // the Windows "flush the cache" call; nothing is held back here
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
@@ -273,75 +432,17 @@ BOOL WritePrivateProfileStringW(LPCWSTR section, LPCWSTR key, LPCWSTR value, LPC
         SetLastError(ERROR_ACCESS_DENIED); // read-only, also for root
         return FALSE;
     }
-    std::vector<Line> lines;
-    bool crlf = false;
-    Load(path, lines, crlf);
-    std::size_t begin, end;
-    FindSection(lines, section, begin, end);
-    if (key == nullptr)
-    {
-        if (begin < lines.size())
-            lines.erase(lines.begin() + static_cast<std::ptrdiff_t>(begin),
-                        lines.begin() + static_cast<std::ptrdiff_t>(end));
-    }
-    else
-    {
-        std::size_t found = lines.size();
-        for (std::size_t i = begin + 1; i < end && begin < lines.size(); ++i)
-            if (lines[i].keyLine && SameName(lines[i].name, key))
-            {
-                found = i;
-                break;
-            }
-        if (value == nullptr)
-        {
-            if (found < lines.size())
-                lines.erase(lines.begin() + static_cast<std::ptrdiff_t>(found));
-        }
-        else if (found < lines.size())
-            lines[found].text = lines[found].name + L"=" + value;
-        else
-        {
-            Line added;
-            added.text = std::wstring(key) + L"=" + value;
-            if (begin == lines.size())
-            {
-                Line header;
-                header.text = L"[" + std::wstring(section) + L"]";
-                lines.push_back(header);
-                lines.push_back(added);
-            }
-            else
-            {
-                std::size_t at = end;
-                while (at > begin + 1 && Trim(lines[at - 1].text).empty())
-                    --at; // before the blank lines that separate sections
-                lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(at), added);
-            }
-        }
-    }
-    std::string content;
-    for (const Line& line : lines)
-        content += W32pWideToUtf8(line.text) + (crlf ? "\r\n" : "\n");
-
-    const std::string temporary = path + ".w32p-new";
-    {
-        std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-        out << content;
-        if (!out.flush())
-        {
-            SetLastError(W32pPathErrorFromErrno(temporary, errno));
-            std::remove(temporary.c_str());
-            return FALSE;
-        }
-    }
+    Document document;
     if (exists)
-        chmod(temporary.c_str(), st.st_mode & 07777);
-    if (rename(temporary.c_str(), path.c_str()) != 0)
     {
-        W32pSetLastErrorFromErrno();
-        std::remove(temporary.c_str());
-        return FALSE;
+        const std::shared_ptr<const Document> current = Load(path);
+        if (!current)
+        {
+            SetLastError(ERROR_ACCESS_DENIED);
+            return FALSE; // never replace a file that could not be read
+        }
+        document = *current;
     }
-    return TRUE;
+    ApplyChange(document.lines, section, key, value);
+    return ReplaceFile(path, Encode(document), exists ? st.st_mode : 0);
 }

@@ -1,11 +1,23 @@
 // Profile (INI) files with the Windows rules: sections and keys match case-insensitively, values lose
-// surrounding blanks and one pair of matching quotes, ";" starts a comment line, and the return counts
-// follow the Win32 conventions below.
+// surrounding blanks and one pair of matching quotes, ";" starts a comment line, the first of duplicate
+// sections or keys wins, and the return counts follow the Win32 conventions below.
 //
-// Linux differences: the file is read and written as UTF-8 (a UTF-8 byte-order mark is skipped); a name
-// without a directory is taken relative to the current directory, not the Windows directory; line endings
-// of an existing file are kept (new files get "\n"). Writers replace the file atomically (a new file
-// renamed over the old one) and are serialised within the process, not between processes.
+// Linux differences and choices:
+// - Encoding: a file starting with the UTF-16LE byte-order mark is read and written back as UTF-16LE
+//   with its mark; any other file is read as UTF-8 (a UTF-8 mark is skipped and kept). Windows reads a
+//   file without a mark in the ANSI code page; here that is UTF-8.
+// - Lines may end in CR, LF or CRLF. A changed file keeps the ending of its first line; a new file gets
+//   CRLF, as Windows writes.
+// - A file name without a folder ("app.ini") stands for a file in the Windows folder; here that folder is
+//   the per-user settings folder ($XDG_CONFIG_HOME, else ~/.config), the known folder RoamingAppData.
+//   Names with a folder, relative or absolute, are used as they are.
+// - A null or empty file name reads as a missing file (the default is answered); a write to it fails
+//   with ERROR_INVALID_PARAMETER (there is no win.ini).
+// - Writers replace the file atomically (a new file renamed over the old one, permissions kept) and are
+//   serialised within the process, not between processes.
+// - Reads keep the parsed file of the last few paths and parse again only when the file's identity,
+//   size or modification time changed (one stat per read); a change by any writer, here or in another
+//   process, is therefore seen by the next read.
 #pragma once
 
 #include "w32p_base.h"

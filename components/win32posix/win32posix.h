@@ -22,6 +22,7 @@
 #include "w32p_localtime.h"
 #include "w32p_window.h"
 #include "w32p_registry.h"
+#include "w32p_version.h"
 #include "w32p_sync.h"
 #include "w32p_thread.h"
 #include "w32p_mapping.h"

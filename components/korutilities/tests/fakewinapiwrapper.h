@@ -268,6 +268,18 @@ public:
     KOR_FAKE_OPERATION(DWORD, RmRestart,
                        (DWORD sessionHandle, DWORD restartFlags, RM_WRITE_STATUS_CALLBACK status),
                        (sessionHandle, restartFlags, status))
+    // Configuration and versions.
+    KOR_FAKE_OPERATION(LONG, RegEnumValue,
+                       (HKEY key, DWORD index, LPWSTR valueName, LPDWORD valueNameSize, LPDWORD reserved,
+                        LPDWORD type, LPBYTE data, LPDWORD dataSize),
+                       (key, index, valueName, valueNameSize, reserved, type, data, dataSize))
+    KOR_FAKE_OPERATION(DWORD, ExpandEnvironmentStrings, (LPCWSTR source, LPWSTR buffer, DWORD size),
+                       (source, buffer, size))
+    KOR_FAKE_OPERATION(DWORD, GetFileVersionInfoSize, (LPCWSTR fileName, LPDWORD handle), (fileName, handle))
+    KOR_FAKE_OPERATION(BOOL, GetFileVersionInfo, (LPCWSTR fileName, DWORD handle, DWORD size, LPVOID data),
+                       (fileName, handle, size, data))
+    KOR_FAKE_OPERATION(BOOL, VerQueryValue, (LPCVOID block, LPCWSTR subBlock, LPVOID* buffer, PUINT length),
+                       (block, subBlock, buffer, length))
 
 private:
     void Record(const char* name) const

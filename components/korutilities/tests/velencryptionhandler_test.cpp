@@ -267,21 +267,18 @@ TEST_F(EncryptionHandlerFacade, AFailingConstructionStepLeavesTheHandlerUnusable
     {
         return [&r, which](CFakeWinAPIWrapper& f)
         {
-            f.OnBCryptOpenAlgorithmProvider = [&r, which](BCRYPT_ALG_HANDLE* a, LPCWSTR id, LPCWSTR i,
-                                                          ULONG fl) {
-                return id == which ? Failed(kNotFound)
-                                   : r.WAPI_BCryptOpenAlgorithmProvider(a, id, i, fl);
-            };
+            f.OnBCryptOpenAlgorithmProvider =
+                [&r, which](BCRYPT_ALG_HANDLE* a, LPCWSTR id, LPCWSTR i, ULONG fl)
+            { return id == which ? Failed(kNotFound) : r.WAPI_BCryptOpenAlgorithmProvider(a, id, i, fl); };
         };
     };
-    const Fail steps[] = {
-        failProvider(L"RNG"), failProvider(L"AES"),
-        [](CFakeWinAPIWrapper& f)
-        { f.OnBCryptSetProperty = [](auto...) { return Failed(kNotSupported); }; },
-        [](CFakeWinAPIWrapper& f)
-        { f.OnBCryptGetProperty = [](auto...) { return Failed(kBufferTooSmall); }; },
-        [](CFakeWinAPIWrapper& f)
-        { f.OnBCryptGenerateSymmetricKey = [](auto...) { return Failed(kNoMemory); }; }};
+    const Fail steps[] = {failProvider(L"RNG"), failProvider(L"AES"),
+                          [](CFakeWinAPIWrapper& f)
+                          { f.OnBCryptSetProperty = [](auto...) { return Failed(kNotSupported); }; },
+                          [](CFakeWinAPIWrapper& f)
+                          { f.OnBCryptGetProperty = [](auto...) { return Failed(kBufferTooSmall); }; },
+                          [](CFakeWinAPIWrapper& f)
+                          { f.OnBCryptGenerateSymmetricKey = [](auto...) { return Failed(kNoMemory); }; }};
     for (std::size_t step = 0; step < std::size(steps); ++step)
     {
         auto f = std::make_shared<CFakeWinAPIWrapper>();

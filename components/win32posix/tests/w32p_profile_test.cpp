@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <fstream>
 
 namespace
@@ -10,7 +11,7 @@ namespace
 
 std::string ReadText(const std::string& path)
 {
-    std::ifstream in(path);
+    std::ifstream in(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
@@ -64,12 +65,56 @@ TEST(Profile, WritesReplaceAddAndDelete)
     ASSERT_TRUE(WritePrivateProfileStringW(L"s", L"K", L"w", file.c_str()));
     ASSERT_TRUE(WritePrivateProfileStringW(L"S", L"other", L"1", file.c_str()));
     ASSERT_TRUE(WritePrivateProfileStringW(L"T", L"x", L"2", file.c_str()));
-    EXPECT_EQ(ReadText(dir.NarrowOf("c.ini")), "[S]\nk=w\nother=1\n[T]\nx=2\n");
+    EXPECT_EQ(ReadText(dir.NarrowOf("c.ini")), "[S]\r\nk=w\r\nother=1\r\n[T]\r\nx=2\r\n");
     ASSERT_TRUE(WritePrivateProfileStringW(L"S", L"k", nullptr, file.c_str()));
     ASSERT_TRUE(WritePrivateProfileStringW(L"T", nullptr, nullptr, file.c_str()));
-    EXPECT_EQ(ReadText(dir.NarrowOf("c.ini")), "[S]\nother=1\n");
+    EXPECT_EQ(ReadText(dir.NarrowOf("c.ini")), "[S]\r\nother=1\r\n");
     EXPECT_FALSE(WritePrivateProfileStringW(nullptr, L"k", L"v", file.c_str()));
 
     chmod(dir.NarrowOf("c.ini").c_str(), 0444);
     EXPECT_W32_FAILS(WritePrivateProfileStringW(L"S", L"k", L"v", file.c_str()), FALSE, ERROR_ACCESS_DENIED);
+}
+
+TEST(Profile, Utf16FilesAndEveryLineEndingKeepTheirFormOnWrite)
+{
+    ScratchDir dir;
+    // "[S]\rk=\u00e9\U0001F600\r" in UTF-16LE with its mark, lines ended by CR alone.
+    const std::string utf16("\xFF\xFE[\0S\0]\0\r\0k\0=\0\xE9\0\x3D\xD8\x00\xDE\r\0", 22);
+    std::ofstream(dir.NarrowOf("u.ini"), std::ios::binary) << utf16;
+    const std::wstring file = dir.Wide(L"u.ini");
+    WCHAR buffer[16];
+    EXPECT_EQ(GetPrivateProfileStringW(L"s", L"K", L"", buffer, 16, file.c_str()), 2u);
+    EXPECT_EQ(std::wstring(buffer), std::wstring(L"\u00e9") + static_cast<wchar_t>(0x1F600));
+    ASSERT_TRUE(WritePrivateProfileStringW(L"S", L"n", L"1", file.c_str()));
+    EXPECT_EQ(ReadText(dir.NarrowOf("u.ini")), utf16 + std::string("n\0=\0"
+                                                                   "1\0\r\0",
+                                                                   8));
+
+    std::ofstream(dir.NarrowOf("m.ini"), std::ios::binary) << "\xEF\xBB\xBF[A]\na=1\r\n[B]\rb=2";
+    const std::wstring mixed = dir.Wide(L"m.ini");
+    EXPECT_EQ(GetPrivateProfileIntW(L"A", L"a", 0, mixed.c_str()), 1u);
+    EXPECT_EQ(GetPrivateProfileIntW(L"B", L"b", 0, mixed.c_str()), 2u);
+    ASSERT_TRUE(WritePrivateProfileStringW(L"B", L"b", L"3", mixed.c_str()));
+    EXPECT_EQ(ReadText(dir.NarrowOf("m.ini")), "\xEF\xBB\xBF[A]\na=1\n[B]\nb=3\n");
+}
+
+TEST(Profile, BareNamesLiveInTheSettingsFolderAndNoNameAnswersTheDefault)
+{
+    ScratchDir dir;
+    const char* saved = std::getenv("XDG_CONFIG_HOME");
+    const std::string previous = saved ? saved : "";
+    setenv("XDG_CONFIG_HOME", dir.Narrow().c_str(), 1);
+    ASSERT_TRUE(WritePrivateProfileStringW(L"S", L"k", L"v", L"bare.ini"));
+    EXPECT_EQ(ReadText(dir.NarrowOf("bare.ini")), "[S]\r\nk=v\r\n");
+    WCHAR buffer[8];
+    EXPECT_EQ(GetPrivateProfileStringW(L"S", L"k", L"d", buffer, 8, L"bare.ini"), 1u);
+    EXPECT_EQ(GetPrivateProfileStringW(L"S", L"k", L"dflt", buffer, 8, nullptr), 4u);
+    EXPECT_STREQ(buffer, L"dflt");
+    EXPECT_EQ(GetPrivateProfileStringW(L"S", L"k", L"dflt", buffer, 8, L""), 4u);
+    EXPECT_EQ(GetPrivateProfileIntW(L"S", L"k", 9, nullptr), 9u);
+    EXPECT_W32_FAILS(WritePrivateProfileStringW(L"S", L"k", L"v", L""), FALSE, ERROR_INVALID_PARAMETER);
+    if (saved)
+        setenv("XDG_CONFIG_HOME", previous.c_str(), 1);
+    else
+        unsetenv("XDG_CONFIG_HOME");
 }

@@ -40,14 +40,3 @@ TEST(Windows, NoneExistAndMessagesFail)
     EXPECT_EQ(GetWindowThreadProcessId(reinterpret_cast<HWND>(0x10010), &pid), 0u);
     EXPECT_EQ(pid, 0u);
 }
-
-TEST(Registry, NotImplemented)
-{
-    HKEY key = nullptr;
-    EXPECT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"Software", 0, KEY_READ, &key), ERROR_CALL_NOT_IMPLEMENTED);
-    EXPECT_EQ(key, nullptr);
-    DWORD size = 0;
-    EXPECT_EQ(RegQueryValueExW(HKEY_CURRENT_USER, L"v", nullptr, nullptr, nullptr, &size),
-              ERROR_CALL_NOT_IMPLEMENTED);
-    EXPECT_EQ(RegEnumKeyW(HKEY_CURRENT_USER, 0, nullptr, 0), ERROR_CALL_NOT_IMPLEMENTED);
-}

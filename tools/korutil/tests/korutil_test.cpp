@@ -309,3 +309,21 @@ TEST_F(Korutil, InterruptedCopyLeavesNoHalfWrittenDestination)
     EXPECT_EQ(Slurp(m_dir / "dst"), "previous");
     EXPECT_EQ(Listing(), (std::vector<std::string>{"big", "dst"}));
 }
+
+TEST_F(Korutil, ConfigurationVerbsReadWriteAndCompare)
+{
+    ASSERT_EQ(Run({"ini", "set", "a.ini", "Main", "Key", "v=1;x"}).status, 0);
+    EXPECT_EQ(Slurp(m_dir / "a.ini"), "[Main]\r\nKey=v=1;x\r\n");
+    EXPECT_EQ(Run({"ini", "get", "a.ini", "MAIN", "key"}).out, "v=1;x\n");
+    EXPECT_EQ(Run({"ini", "get", "a.ini", "Main", "other"}).status, 1);
+    EXPECT_EQ(Run({"version", "compare", "1.10", "1.9"}).out, "1\n");
+    EXPECT_EQ(Run({"version", "compare", "1.2", "01.2.0.0"}).out, "0\n");
+    EXPECT_EQ(Run({"version", "compare", "1.2.3.4.5", "1"}).status, 1);
+    Spit(m_dir / "v.xml",
+         "<?xml version=\"1.0\"?><Versions><Component name=\"K\" version=\"2.1\" path=\"/k\"/>"
+         "</Versions>");
+    EXPECT_EQ(Run({"versions", "list", "v.xml"}).out, "K 2.1.0.0 /k\n");
+    Spit(m_dir / "bad.xml", "<?xml version=\"1.0\"?><Versions><Component name=\"K\"/></Versions>");
+    EXPECT_EQ(Run({"versions", "list", "bad.xml"}).status, 1);
+    EXPECT_EQ(Run({"reg", "query", "HKXX\\Software"}).status, 2);
+}
