@@ -680,7 +680,8 @@ BOOL CVeLWinAPIWrapper::WAPI_GetFileVersionInfo(LPCWSTR fileName, DWORD handle, 
     return ::GetFileVersionInfoW(fileName, handle, size, data);
 }
 
-BOOL CVeLWinAPIWrapper::WAPI_VerQueryValue(LPCVOID block, LPCWSTR subBlock, LPVOID* buffer, PUINT length) const
+BOOL CVeLWinAPIWrapper::WAPI_VerQueryValue(LPCVOID block, LPCWSTR subBlock, LPVOID* buffer,
+                                           PUINT length) const
 {
     return ::VerQueryValueW(block, subBlock, buffer, length);
 }

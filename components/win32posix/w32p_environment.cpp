@@ -152,7 +152,8 @@ DWORD ExpandEnvironmentStringsW(LPCWSTR source, LPWSTR buffer, DWORD size)
         }
         else
         {
-            expanded += text.substr(open, close - open); // not set: the "%NAME" stays, the "%" may open another
+            expanded +=
+                text.substr(open, close - open); // not set: the "%NAME" stays, the "%" may open another
             at = close;
         }
     }

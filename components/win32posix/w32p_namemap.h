@@ -106,7 +106,6 @@ inline void AppendUtf8(std::uint32_t c, std::string& out)
     }
 }
 
-
 inline std::wstring NativeToWide(const char* text, std::size_t length)
 {
     std::wstring out;
