@@ -13,6 +13,18 @@ std::string Utf8(const std::wstring& text)
     return CVeLStringConverter::ConvertStdWStringToStdString(text);
 }
 
+// Copies a number value of exactly size bytes; any other size is a damaged value.
+bool CopyFixedSize(const std::vector<BYTE>& data, const std::wstring& name, void* value, std::size_t size)
+{
+    if (data.size() != size)
+    {
+        VEL_TRACE(VEL_ERR, "Invalid size of registry value %s!", Utf8(name).c_str());
+        return false;
+    }
+    std::memcpy(value, data.data(), size);
+    return true;
+}
+
 } // namespace
 
 // Closes an opened key through the facade on every way out.
@@ -144,30 +156,14 @@ bool CVeLRegistryImpl::ReadDword(HKEY root, const std::wstring& subKey, const st
                                  DWORD& value) const
 {
     std::vector<BYTE> data;
-    if (!ReadTyped(root, subKey, name, REG_DWORD, data))
-        return false;
-    if (data.size() != sizeof value)
-    {
-        VEL_TRACE(VEL_ERR, "Invalid size of registry value %s!", Utf8(name).c_str());
-        return false;
-    }
-    std::memcpy(&value, data.data(), sizeof value);
-    return true;
+    return ReadTyped(root, subKey, name, REG_DWORD, data) && CopyFixedSize(data, name, &value, sizeof value);
 }
 
 bool CVeLRegistryImpl::ReadQword(HKEY root, const std::wstring& subKey, const std::wstring& name,
                                  ULONGLONG& value) const
 {
     std::vector<BYTE> data;
-    if (!ReadTyped(root, subKey, name, REG_QWORD, data))
-        return false;
-    if (data.size() != sizeof value)
-    {
-        VEL_TRACE(VEL_ERR, "Invalid size of registry value %s!", Utf8(name).c_str());
-        return false;
-    }
-    std::memcpy(&value, data.data(), sizeof value);
-    return true;
+    return ReadTyped(root, subKey, name, REG_QWORD, data) && CopyFixedSize(data, name, &value, sizeof value);
 }
 
 bool CVeLRegistryImpl::ReadBinary(HKEY root, const std::wstring& subKey, const std::wstring& name,
