@@ -6,6 +6,7 @@
 #include "w32p_textfile.h"
 
 #include <cerrno>
+#include <ctime>
 #include <cstdio>
 #include <cstdlib>
 #include <cwctype>
@@ -154,6 +155,7 @@ struct CacheEntry
 std::mutex g_cacheLock;                    // guards g_cache
 std::map<std::string, CacheEntry> g_cache; // parsed files by Linux path
 const std::size_t kCacheLimit = 16;        // paths kept; the whole cache is dropped beyond
+const long long kSettledNs = 2000000000LL; // a file is cached once unchanged this long (2 s timestamps)
 
 bool ReadBytes(const std::string& path, std::string& content)
 {
@@ -183,6 +185,13 @@ std::shared_ptr<const Document> Load(const std::string& path)
         return nullptr;
     auto document = std::make_shared<Document>();
     SplitLines(W32pDecodeText(content, document->encoding), *document);
+    // A file changed within the last moments is not kept: a second change in the same tick of the file
+    // system's clock (or to an inode number that was just freed and reused, with the same size) would leave
+    // the stamp unchanged, and the cache would answer the old content.
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    if (static_cast<long long>(now.tv_sec) * 1000000000LL + now.tv_nsec - stamp.modifiedNs < kSettledNs)
+        return document;
     std::lock_guard<std::mutex> guard(g_cacheLock);
     if (g_cache.size() >= kCacheLimit)
         g_cache.clear();
