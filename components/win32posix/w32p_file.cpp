@@ -372,18 +372,28 @@ std::shared_ptr<FileObject> LookupFile(HANDLE file)
 // held with delete access, as Windows' delete and rename open what they remove: while another open of it
 // does not share delete, act is not run and the answer is false with ERROR_SHARING_VIOLATION. Links are
 // acted on as links, which no handle of this layer holds.
+// The object (at, name) is held open until the registration is released: an unlink or a rename over it
+// would otherwise free its inode number while the registration still names it, and a file created at that
+// moment with the reused number would meet the stale registration.
 template <typename Act>
-bool WithDeleteAccess(const struct stat& st, Act act)
+bool WithDeleteAccess(const struct stat& st, int at, const char* name, Act act)
 {
     if (!S_ISREG(st.st_mode) && !S_ISDIR(st.st_mode))
         return act();
+    const int pin = openat(at, name, O_PATH | O_NOFOLLOW | O_CLOEXEC);
     const int registration = W32pShareAcquire(st.st_dev, st.st_ino, FILE_SHARE_DELETE,
                                               FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
     if (registration < 0 && GetLastError() == ERROR_SHARING_VIOLATION)
+    {
+        if (pin >= 0)
+            close(pin);
         return false;
+    }
     const bool done = act();
     const DWORD error = GetLastError();
     W32pShareRelease(registration, st.st_dev, st.st_ino);
+    if (pin >= 0)
+        close(pin);
     SetLastError(error);
     return done;
 }
@@ -813,7 +823,7 @@ BOOL DeleteFileW(LPCWSTR fileName)
         SetLastError(ERROR_ACCESS_DENIED);
         return FALSE;
     }
-    return WithDeleteAccess(st,
+    return WithDeleteAccess(st, where.at, where.name.c_str(),
                             [&]
                             {
                                 if (unlinkat(where.at, where.name.c_str(), 0) == 0)
@@ -1225,7 +1235,7 @@ BOOL MoveFileExW(LPCWSTR existingFileName, LPCWSTR newFileName, DWORD flags)
     }
     int error = 0;
     const bool admitted =
-        WithDeleteAccess(source,
+        WithDeleteAccess(source, AT_FDCWD, from.c_str(),
                          [&]
                          {
                              error = RenameOnce(from, to, replace);
