@@ -112,7 +112,7 @@ struct ArgumentReader
     }
 };
 
-// One conversion specification between its '%' and its conversion character.
+// One conversion directive between its '%' and its conversion character.
 struct Conversion
 {
     std::string flags;

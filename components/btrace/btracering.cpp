@@ -671,8 +671,8 @@ struct SafeArguments
     }
 };
 
-// One conversion specification: flags, width (at most 1000), precision and the length modifier's size.
-struct SafeSpec
+// One conversion directive: flags, width (at most 1000), precision and the length modifier's size.
+struct SafeDirective
 {
     bool zero = false;
     bool left = false;
@@ -681,69 +681,70 @@ struct SafeSpec
     int bits = 32;
 };
 
-// Reads the specification after a '%' up to its conversion character; false when the format ends first.
-bool ParseSafeSpec(const char*& p, SafeArguments& arguments, SafeSpec& spec)
+// Reads the directive after a '%' up to its conversion character; false when the format ends first.
+bool ParseSafeDirective(const char*& p, SafeArguments& arguments, SafeDirective& directive)
 {
     for (; *p != '\0' && std::strchr("-+ #0", *p) != nullptr; ++p)
-        spec.zero = spec.zero || *p == '0', spec.left = spec.left || *p == '-';
+        directive.zero = directive.zero || *p == '0', directive.left = directive.left || *p == '-';
     std::uint64_t v = 0;
     if (*p == '*' && arguments.Take(v))
-        spec.width = static_cast<std::int32_t>(v), ++p;
+        directive.width = static_cast<std::int32_t>(v), ++p;
     for (; *p >= '0' && *p <= '9'; ++p)
-        spec.width = spec.width < 1000 ? spec.width * 10 + (*p - '0') : spec.width;
-    if (spec.width < 0)
-        spec.left = true, spec.width = -spec.width;
-    spec.width = spec.width > 1000 ? 1000 : spec.width;
+        directive.width = directive.width < 1000 ? directive.width * 10 + (*p - '0') : directive.width;
+    if (directive.width < 0)
+        directive.left = true, directive.width = -directive.width;
+    directive.width = directive.width > 1000 ? 1000 : directive.width;
     if (*p == '.')
     {
-        spec.precision = 0;
+        directive.precision = 0;
         if (*++p == '*' && arguments.Take(v))
-            spec.precision = static_cast<std::int32_t>(v), ++p;
+            directive.precision = static_cast<std::int32_t>(v), ++p;
         for (; *p >= '0' && *p <= '9'; ++p)
-            spec.precision = spec.precision < 100000 ? spec.precision * 10 + (*p - '0') : spec.precision;
+            directive.precision =
+                directive.precision < 100000 ? directive.precision * 10 + (*p - '0') : directive.precision;
     }
     for (; *p != '\0' && std::strchr("hlLjztI36", *p) != nullptr; ++p)
-        spec.bits = (*p == 'h') ? (spec.bits == 16 ? 8 : 16)
-                                : (std::strchr("ljztL6", *p) != nullptr ? 64 : spec.bits);
+        directive.bits = (*p == 'h') ? (directive.bits == 16 ? 8 : 16)
+                                     : (std::strchr("ljztL6", *p) != nullptr ? 64 : directive.bits);
     return *p != '\0';
 }
 
-void PutSafeInteger(SafeOut& out, const SafeSpec& spec, char conv, std::uint64_t v)
+void PutSafeInteger(SafeOut& out, const SafeDirective& directive, char conv, std::uint64_t v)
 {
     char text[32];
     std::size_t length = 0;
     if (conv == 'd' || conv == 'i')
     {
-        const std::int64_t s = spec.bits == 64   ? static_cast<std::int64_t>(v)
-                               : spec.bits == 16 ? static_cast<std::int16_t>(v)
-                               : spec.bits == 8  ? static_cast<std::int8_t>(v)
-                                                 : static_cast<std::int32_t>(v);
+        const std::int64_t s = directive.bits == 64   ? static_cast<std::int64_t>(v)
+                               : directive.bits == 16 ? static_cast<std::int16_t>(v)
+                               : directive.bits == 8  ? static_cast<std::int8_t>(v)
+                                                      : static_cast<std::int32_t>(v);
         length = NumberText(text, s < 0 ? 0 - static_cast<std::uint64_t>(s) : static_cast<std::uint64_t>(s),
                             s < 0, 10, false);
     }
     else
     {
-        const std::uint64_t mask = spec.bits == 64   ? ~0ull
-                                   : spec.bits == 16 ? 0xFFFFull
-                                   : spec.bits == 8  ? 0xFFull
-                                                     : 0xFFFFFFFFull;
+        const std::uint64_t mask = directive.bits == 64   ? ~0ull
+                                   : directive.bits == 16 ? 0xFFFFull
+                                   : directive.bits == 8  ? 0xFFull
+                                                          : 0xFFFFFFFFull;
         length = NumberText(text, v & mask, false, conv == 'u' ? 10 : conv == 'o' ? 8 : 16, conv == 'X');
     }
-    PutField(out, text, length, spec.width, spec.left, spec.zero && !spec.left);
+    PutField(out, text, length, directive.width, directive.left, directive.zero && !directive.left);
 }
 
 // A string argument is its offset (high half) and length (low half) in the record's copied strings.
-void PutSafeString(SafeOut& out, const SafeSpec& spec, std::uint64_t v, const char* strings,
+void PutSafeString(SafeOut& out, const SafeDirective& directive, std::uint64_t v, const char* strings,
                    std::uint32_t stringBytes)
 {
     if (v == kNullString)
-        PutField(out, "(null)", 6, spec.width, spec.left, false);
+        PutField(out, "(null)", 6, directive.width, directive.left, false);
     else if ((v >> 32) + (v & 0xFFFFFFFFu) <= stringBytes)
     {
         std::size_t n = static_cast<std::size_t>(v & 0xFFFFFFFFu);
-        if (spec.precision >= 0 && static_cast<std::size_t>(spec.precision) < n)
-            n = static_cast<std::size_t>(spec.precision);
-        PutField(out, strings + (v >> 32), n, spec.width, spec.left, false);
+        if (directive.precision >= 0 && static_cast<std::size_t>(directive.precision) < n)
+            n = static_cast<std::size_t>(directive.precision);
+        PutField(out, strings + (v >> 32), n, directive.width, directive.left, false);
     }
 }
 
@@ -763,22 +764,22 @@ void SafeFormat(SafeOut& out, const char* format, const std::uint64_t* args, uns
             out.Put('%');
             continue;
         }
-        SafeSpec spec;
-        if (!ParseSafeSpec(p, arguments, spec))
+        SafeDirective directive;
+        if (!ParseSafeDirective(p, arguments, directive))
             break;
         const char conv = *p;
         std::uint64_t v = 0;
         if (!arguments.Take(v))
             out.Put("<missing argument>");
         else if (std::strchr("diuxXo", conv) != nullptr)
-            PutSafeInteger(out, spec, conv, v);
+            PutSafeInteger(out, directive, conv, v);
         else if (conv == 'c' || conv == 'C')
         {
             const char text[1] = {static_cast<char>(v & 0x7F)};
-            PutField(out, text, 1, spec.width, spec.left, false);
+            PutField(out, text, 1, directive.width, directive.left, false);
         }
         else if (conv == 's' || conv == 'S')
-            PutSafeString(out, spec, v, strings, stringBytes);
+            PutSafeString(out, directive, v, strings, stringBytes);
         else // pointers, floating point and anything else: the raw slot
         {
             char text[32];

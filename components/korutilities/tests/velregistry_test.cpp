@@ -15,9 +15,6 @@ protected:
     void SetUp() override
     {
         kortest::FileSystemTest::SetUp();
-#ifdef _WIN32
-        GTEST_SKIP() << "tests do not write the registry of a Windows machine";
-#endif
         WriteFile(Root() / "test.reg",
                   "Windows Registry Editor Version 5.00\r\n\r\n"
                   "[HKEY_LOCAL_MACHINE\\SOFTWARE\\KorTest]\r\n"
