@@ -11,7 +11,7 @@ cd "$(dirname "$0")"
 PACKAGES=(cmake ninja-build g++ pkg-config libboost-dev libboost-filesystem-dev libboost-system-dev
           libxerces-c-dev zlib1g-dev libssl-dev openssl libgtest-dev libgmock-dev libbenchmark-dev
           libminizip-dev libgsf-1-dev gzip pigz zip unzip python3-olefile
-          libspdlog-dev procps)
+          libspdlog-dev procps libdeflate-dev)
 # The Windows build adds the cross compiler, Wine, and what cmake/windows-deps.sh needs to build the
 # Windows dependencies from Debian's sources.
 WINDOWS_PACKAGES=(g++-mingw-w64-x86-64-posix wine wine64 libz-mingw-w64-dev dpkg-dev bison xz-utils)

@@ -8,7 +8,9 @@
 #include <boost/filesystem/operations.hpp>
 
 #include <algorithm>
+#include <filesystem>
 #include <regex>
+#include <string_view>
 
 namespace fs = boost::filesystem;
 
@@ -325,26 +327,97 @@ bool CompilePattern(const std::wstring& pattern, std::wregex& regex)
 
 } // namespace
 
+namespace
+{
+
+// The text of a path's last element, for paths of either path library.
+template <typename Char>
+std::basic_string_view<Char> LastElement(const std::basic_string<Char>& native)
+{
+    std::size_t start = native.size();
+    while (start > 0 && native[start - 1] != static_cast<Char>('/') &&
+           native[start - 1] != static_cast<Char>(fs::path::preferred_separator))
+        --start;
+    return std::basic_string_view<Char>(native).substr(start);
+}
+
+// The type of each entry of one folder as the directory read itself reports it. The path library's
+// iterator in the Boost version we build with asks the file system for every entry's status (a lookup of
+// the whole path per entry); the standard library's iterator keeps the type the read reported. Both reads
+// of an unchanged folder give the same entries in the same order, so the two are walked in step. Where the
+// names differ (the folder changed between the reads), the entry is a link or of another kind, or the read
+// reported no type, the answer is "unknown" and the caller asks the entry's status as before.
+class EntryTypes
+{
+public:
+    explicit EntryTypes(const fs::path& folder) : m_it(std::filesystem::path(folder.native()), m_error) {}
+
+    // The own type (links not followed) of entry, the next entry of the folder; fs::status_unknown when
+    // the read did not report it.
+    fs::file_type OwnType(const fs::path& entry)
+    {
+        if (m_error || m_it == std::filesystem::directory_iterator())
+            return fs::status_unknown;
+        if (LastElement(m_it->path().native()) != LastElement(entry.native()))
+        {
+            m_it = std::filesystem::directory_iterator(); // out of step: no more answers for this folder
+            return fs::status_unknown;
+        }
+        std::error_code ignored;
+        fs::file_type type = fs::status_unknown;
+        if (!m_it->is_symlink(ignored))
+        {
+            if (m_it->is_directory(ignored))
+                type = fs::directory_file;
+            else if (m_it->is_regular_file(ignored))
+                type = fs::regular_file;
+        }
+        m_it.increment(m_error);
+        return type;
+    }
+
+private:
+    std::error_code m_error;
+    std::filesystem::directory_iterator m_it;
+};
+
+// Whether a name matches the listing's pattern. The pattern ".*", which every whole-tree listing and copy
+// uses, matches exactly the names without a line terminator ("." stops at "\n", "\r", U+2028 and U+2029
+// in the default grammar); those names are decided here, as the matcher costs more than the rest of an
+// entry. Every other name and pattern goes through the matcher.
+bool NameMatches(const std::wstring& name, const std::wregex& regex, bool anyName)
+{
+    if (anyName && name.find_first_of(L"\n\r\u2028\u2029") == std::wstring::npos)
+        return true;
+    return std::regex_match(name, regex);
+}
+
+} // namespace
+
 bool CVeLDirHelperImpl::List(std::vector<fs::path>& found, const std::wstring& pattern, bool recursive,
                              bool directories) const
 {
     found.clear();
     if (!HasDirBasics())
         return false;
-    std::wregex regex;
-    if (!CompilePattern(pattern, regex))
+    ListRequest request;
+    if (!CompilePattern(pattern, request.regex))
         return false;
+    request.anyName = pattern == L".*";
+    request.recursive = recursive;
+    request.directories = directories;
     if (!m_dirBasics->Exists(m_path) || !m_dirBasics->IsDirectory(m_path))
     {
         VEL_TRACE(VEL_ERR, "Can't Iterate over folder");
         return false;
     }
     std::vector<fs::path> pending{m_path};
+    std::wstring name;
     while (!pending.empty())
     {
         const fs::path folder = std::move(pending.back());
         pending.pop_back();
-        if (!ListFolder(folder, regex, recursive, directories, pending, found))
+        if (!ListFolder(folder, request, pending, found, name))
         {
             VEL_TRACE(VEL_ERR, "Can't Iterate over folder");
             return false;
@@ -357,9 +430,9 @@ bool CVeLDirHelperImpl::List(std::vector<fs::path>& found, const std::wstring& p
     return true;
 }
 
-bool CVeLDirHelperImpl::ListFolder(const fs::path& folder, const std::wregex& regex, bool recursive,
-                                   bool directories, std::vector<fs::path>& pending,
-                                   std::vector<fs::path>& found) const
+bool CVeLDirHelperImpl::ListFolder(const fs::path& folder, const ListRequest& request,
+                                   std::vector<fs::path>& pending, std::vector<fs::path>& found,
+                                   std::wstring& name) const
 {
     boost::system::error_code error;
     fs::directory_iterator it = m_dirBasics->CreateDirectoryIterator(folder);
@@ -367,24 +440,34 @@ bool CVeLDirHelperImpl::ListFolder(const fs::path& folder, const std::wregex& re
     // empty is empty, or the listing would silently miss what lies below it.
     if (it == fs::directory_iterator() && !IsEmptyFolder(folder))
         return false;
+    EntryTypes types(folder);
     for (fs::directory_iterator end; it != end; it.increment(error))
     {
         if (error)
             break;
         const fs::path& entry = it->path();
-        const fs::file_type ownType = it->symlink_status(error).type();
+        // The type the directory read reported; a link (or an entry the read did not type) costs a look
+        // at the entry itself and, for a file listing, at its target.
+        fs::file_type ownType = types.OwnType(entry);
+        const bool typed = ownType != fs::status_unknown;
+        if (!typed)
+            ownType = it->symlink_status(error).type();
         if (error)
             break;
         const bool isDirectory = ownType == fs::directory_file;
-        if (isDirectory && recursive)
+        if (isDirectory && request.recursive)
             pending.push_back(entry);
         bool candidate = isDirectory;
-        if (!directories)
+        if (!request.directories)
         {
             boost::system::error_code targetError; // a dangling link is simply no file
-            candidate = !isDirectory && it->status(targetError).type() == fs::regular_file;
+            candidate = !isDirectory && (typed ? ownType == fs::regular_file
+                                               : it->status(targetError).type() == fs::regular_file);
         }
-        if (candidate && std::regex_match(CVeLPathConverter::ToWide(entry.filename()), regex))
+        if (!candidate)
+            continue;
+        CVeLPathConverter::LastElementToWide(entry, name);
+        if (NameMatches(name, request.regex, request.anyName))
             found.push_back(entry);
     }
     return !error;

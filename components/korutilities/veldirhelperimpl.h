@@ -68,11 +68,19 @@ private:
     // Files (or, with directories set, sub-directories) whose names match pattern.
     bool List(std::vector<boost::filesystem::path>& found, const std::wstring& pattern, bool recursive,
               bool directories) const;
+    // What one listing looks for; built once per listing, read by every folder of it.
+    struct ListRequest
+    {
+        std::wregex regex;
+        bool anyName = false; // the pattern is ".*": see ListRequest's use in the source
+        bool recursive = false;
+        bool directories = false;
+    };
     // Lists one folder: matching entries to found, sub-folders to pending when recursive; false when it
-    // cannot be read.
-    bool ListFolder(const boost::filesystem::path& folder, const std::wregex& regex, bool recursive,
-                    bool directories, std::vector<boost::filesystem::path>& pending,
-                    std::vector<boost::filesystem::path>& found) const;
+    // cannot be read. name is a buffer reused for every entry's wide name.
+    bool ListFolder(const boost::filesystem::path& folder, const ListRequest& request,
+                    std::vector<boost::filesystem::path>& pending,
+                    std::vector<boost::filesystem::path>& found, std::wstring& name) const;
     // Creates each missing level of path below start (an existing prefix of it).
     bool CreateLevels(const boost::filesystem::path& start, const boost::filesystem::path& rest) const;
     bool CreatePlain() const;

@@ -131,11 +131,12 @@ bool CVeLFileHelperImpl::Copy(fs::path destination) const
         CVeLHANDLE out(m_api, OpenFile(destination, GENERIC_WRITE, CREATE_ALWAYS));
         VEL_RETURN_IF_FAILED(m_api, out.IsValid(), false, VEL_ERR, "Cannot open file %s (err = %ld)",
                              Utf8(destination).c_str());
-        std::vector<unsigned char> buffer(kCopyChunk);
+        // One buffer for the whole file, left uninitialised: every byte written was read first.
+        const std::unique_ptr<unsigned char[]> buffer(new unsigned char[kCopyChunk]);
         for (;;)
         {
             DWORD read = 0;
-            if (!m_api->WAPI_ReadFile(in.GetHandle(), buffer.data(), kCopyChunk, &read, nullptr))
+            if (!m_api->WAPI_ReadFile(in.GetHandle(), buffer.get(), kCopyChunk, &read, nullptr))
             {
                 VEL_TRACE(VEL_ERR, "Read failed (hr = 0x%08X)!", m_api->WAPI_GetLastError());
                 break;
@@ -143,7 +144,7 @@ bool CVeLFileHelperImpl::Copy(fs::path destination) const
             if (read == 0)
                 break;
             DWORD written = 0;
-            if (!m_api->WAPI_WriteFile(out.GetHandle(), buffer.data(), read, &written, nullptr) ||
+            if (!m_api->WAPI_WriteFile(out.GetHandle(), buffer.get(), read, &written, nullptr) ||
                 written < read)
             {
                 VEL_TRACE(VEL_ERR, "Write failed (hr = 0x%08X)!", m_api->WAPI_GetLastError());

@@ -26,6 +26,9 @@ public:
     static std::wstring ToWide(const boost::filesystem::path& path);
     static std::string ToUtf8(const boost::filesystem::path& path);
     static boost::filesystem::path FromWide(const std::wstring& text);
+    // The wide form of the path's last element (the text after its last separator) into name, whose
+    // storage is reused: for listings, which convert one name per entry.
+    static void LastElementToWide(const boost::filesystem::path& path, std::wstring& name);
 
     // The mapping itself, for byte strings that are not paths yet (a name from a listing, say).
     static std::wstring NativeBytesToWide(const std::string& bytes);

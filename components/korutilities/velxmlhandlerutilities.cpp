@@ -10,6 +10,7 @@
 #include <xercesc/util/XMLException.hpp>
 #include <xercesc/util/XMLString.hpp>
 
+#include <algorithm>
 #include <cstdint>
 #include <new>
 
@@ -18,32 +19,52 @@ using namespace XERCES_CPP_NAMESPACE;
 namespace
 {
 
+// The step path[begin, end) as a zero-terminated parser string: in buffer (of capacity characters) when it
+// fits and needs no conversion, otherwise in converted.
+const XMLCh* StepText(const std::wstring& path, std::size_t begin, std::size_t end, XMLCh* buffer,
+                      std::size_t capacity, XMLChString& converted)
+{
+    if (end - begin < capacity &&
+        std::all_of(path.begin() + static_cast<std::ptrdiff_t>(begin),
+                    path.begin() + static_cast<std::ptrdiff_t>(end),
+                    [](wchar_t c) { return static_cast<std::uint32_t>(c) < 0xD800; }))
+    {
+        std::transform(path.begin() + static_cast<std::ptrdiff_t>(begin),
+                       path.begin() + static_cast<std::ptrdiff_t>(end), buffer,
+                       [](wchar_t c) { return static_cast<XMLCh>(c); });
+        buffer[end - begin] = 0;
+        return buffer;
+    }
+    converted.clear();
+    for (std::size_t i = begin; i < end; ++i)
+    {
+        if (static_cast<std::uint32_t>(path[i]) < 0xD800)
+            converted.push_back(static_cast<XMLCh>(path[i]));
+        else
+            converted += CVeLXMLCharConverter::ToXMLCh(path.data() + i, 1);
+    }
+    return converted.c_str();
+}
+
 // Walks the steps of path, split at "/" with empty steps dropped (so leading, trailing and doubled
-// slashes do not matter), handing each to visit as a zero-terminated parser string. One buffer serves
-// every step, as reads by path are frequent and short. Stops early when visit returns false.
+// slashes do not matter), handing each to visit as a zero-terminated parser string. Reads by path are
+// frequent and short: a step of plain characters is copied into a buffer on the stack, and only a long
+// step or one with characters beyond U+D7FF is converted into a string. Stops early when visit returns
+// false.
 template <typename Visit>
 void ForEachStep(const std::wstring& path, Visit&& visit)
 {
-    XMLChString step;
+    constexpr std::size_t kShortStep = 64;
+    XMLCh shortStep[kShortStep];
+    XMLChString longStep;
     std::size_t begin = 0;
     while (begin <= path.size())
     {
         std::size_t end = path.find(L'/', begin);
         if (end == std::wstring::npos)
             end = path.size();
-        if (end > begin)
-        {
-            step.clear();
-            for (std::size_t i = begin; i < end; ++i)
-            {
-                if (static_cast<std::uint32_t>(path[i]) < 0xD800)
-                    step.push_back(static_cast<XMLCh>(path[i]));
-                else
-                    step += CVeLXMLCharConverter::ToXMLCh(path.data() + i, 1);
-            }
-            if (!visit(step.c_str()))
-                return;
-        }
+        if (end > begin && !visit(StepText(path, begin, end, shortStep, kShortStep, longStep)))
+            return;
         begin = end + 1;
     }
 }

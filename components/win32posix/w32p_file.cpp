@@ -113,6 +113,11 @@ bool IsPlainElement(const char* element, std::size_t length)
            !(length == 2 && element[0] == '.' && element[1] == '.');
 }
 
+bool IsDotOrDotDot(const char* name)
+{
+    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+}
+
 bool IsPlainElement(const std::string& element)
 {
     return IsPlainElement(element.data(), element.size());
@@ -216,12 +221,12 @@ FILETIME ToFileTime(const struct timespec& ts)
 // Attributes of the object at utf8Path (relative to the directory directoryFd, or to the current directory
 // with AT_FDCWD) as Windows reports them, from lstat (so a link is described as a link). False with the last
 // error set when the object can't be examined.
-bool DescribeAt(int directoryFd, const std::string& utf8Path, DWORD& attributes, struct stat& st,
-                bool& isLink)
+bool DescribeAt(int directoryFd, const char* utf8Path, DWORD& attributes, struct stat& st, bool& isLink)
 {
-    if (fstatat(directoryFd, utf8Path.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
+    if (fstatat(directoryFd, utf8Path, &st, AT_SYMLINK_NOFOLLOW) != 0)
     {
-        SetLastError(W32pPathErrorFromErrno(utf8Path, errno));
+        const int error = errno;
+        SetLastError(W32pPathErrorFromErrno(utf8Path, error));
         return false;
     }
     attributes = 0;
@@ -230,7 +235,7 @@ bool DescribeAt(int directoryFd, const std::string& utf8Path, DWORD& attributes,
     {
         attributes |= FILE_ATTRIBUTE_REPARSE_POINT;
         struct stat target;
-        if (fstatat(directoryFd, utf8Path.c_str(), &target, 0) == 0 && S_ISDIR(target.st_mode))
+        if (fstatat(directoryFd, utf8Path, &target, 0) == 0 && S_ISDIR(target.st_mode))
             attributes |= FILE_ATTRIBUTE_DIRECTORY;
     }
     else
@@ -743,7 +748,8 @@ DWORD GetFileAttributesW(LPCWSTR fileName)
     DWORD attributes;
     struct stat st;
     bool isLink;
-    return DescribeAt(where.at, where.name, attributes, st, isLink) ? attributes : INVALID_FILE_ATTRIBUTES;
+    return DescribeAt(where.at, where.name.c_str(), attributes, st, isLink) ? attributes
+                                                                            : INVALID_FILE_ATTRIBUTES;
 }
 
 BOOL GetFileAttributesExW(LPCWSTR fileName, GET_FILEEX_INFO_LEVELS infoLevel, LPVOID information)
@@ -760,7 +766,7 @@ BOOL GetFileAttributesExW(LPCWSTR fileName, GET_FILEEX_INFO_LEVELS infoLevel, LP
     DWORD attributes;
     struct stat st;
     bool isLink;
-    if (!DescribeAt(where.at, where.name, attributes, st, isLink))
+    if (!DescribeAt(where.at, where.name.c_str(), attributes, st, isLink))
         return FALSE;
     WIN32_FIND_DATAW data;
     FillFindData(std::wstring(), attributes, st, isLink, data);
@@ -851,7 +857,7 @@ BOOL RemoveDirectoryW(LPCWSTR pathName)
     DWORD attributes;
     struct stat st;
     bool isLink;
-    if (!DescribeAt(where.at, where.name, attributes, st, isLink))
+    if (!DescribeAt(where.at, where.name.c_str(), attributes, st, isLink))
         return FALSE;
     if (!(attributes & FILE_ATTRIBUTE_DIRECTORY))
     {
@@ -951,21 +957,33 @@ BOOL PathIsDirectoryEmptyW(LPCWSTR path)
     return read && empty ? TRUE : FALSE;
 }
 
-HANDLE FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData)
+namespace
+{
+
+// What a directory search asks for: the folder to list (Linux bytes) and the name pattern in the file
+// system's wildcard form.
+struct SearchRequest
+{
+    std::string directory;
+    std::wstring namePattern;
+};
+
+// Splits the caller's search text into folder and name pattern. The name pattern is taken from the wide
+// text as the caller wrote it, so "*" and "?" stay wildcards while names with those bytes are matched
+// through their carried characters. False with the last error set for a text Windows refuses.
+bool ParseSearch(LPCWSTR fileName, SearchRequest& request)
 {
     std::string pattern;
-    if (!W32pPathToUtf8(fileName, pattern) || findData == nullptr)
+    if (!W32pPathToUtf8(fileName, pattern))
     {
         SetLastError(ERROR_INVALID_PARAMETER);
-        return INVALID_HANDLE_VALUE;
+        return false;
     }
     if (pattern.empty() || pattern.back() == '/')
     {
         SetLastError(ERROR_FILE_NOT_FOUND);
-        return INVALID_HANDLE_VALUE;
+        return false;
     }
-    // The name pattern is taken from the wide text as the caller wrote it, so "*" and "?" stay wildcards
-    // while names with those bytes are matched through their carried characters.
     const std::size_t length = std::wcslen(fileName);
     std::size_t nameStart = length;
     while (nameStart > 0 && fileName[nameStart - 1] != L'\\' && fileName[nameStart - 1] != L'/')
@@ -973,7 +991,7 @@ HANDLE FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData)
     if (HasWildcardOrInvalid(fileName, fileName + nameStart))
     {
         SetLastError(ERROR_INVALID_NAME);
-        return INVALID_HANDLE_VALUE;
+        return false;
     }
     // Windows drops trailing dots and spaces of the last element ("*.txt." is "*.txt").
     std::size_t nameEnd = length;
@@ -981,59 +999,69 @@ HANDLE FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData)
         --nameEnd;
     if (nameEnd == nameStart)
         nameEnd = length; // "." and ".." stay what they are
-    const std::wstring namePattern = ToDosPattern(std::wstring(fileName + nameStart, fileName + nameEnd));
-
+    request.namePattern = ToDosPattern(std::wstring(fileName + nameStart, fileName + nameEnd));
     const std::size_t slash = pattern.rfind('/');
-    std::string directory = slash == std::string::npos ? "." : pattern.substr(0, slash == 0 ? 1 : slash);
-    while (directory.size() > 1 && directory.back() == '/')
-        directory.pop_back();
+    request.directory = slash == std::string::npos ? "." : pattern.substr(0, slash == 0 ? 1 : slash);
+    while (request.directory.size() > 1 && request.directory.back() == '/')
+        request.directory.pop_back();
+    return true;
+}
+
+// Opens the folder of a search and keeps it in the search object. False with the last error set.
+bool OpenSearchFolder(const std::string& directory, FindObject& search)
+{
     ResolvedPath where;
-    auto search = std::make_shared<FindObject>();
     if (!ResolvePath(directory, where))
-        return INVALID_HANDLE_VALUE;
-    search->directoryFd = OpenDirectory(where, true);
-    if (search->directoryFd < 0)
+        return false;
+    search.directoryFd = OpenDirectory(where, true);
+    if (search.directoryFd < 0)
     {
         const int error = errno;
         SetLastError(error == ENOENT || error == ENOTDIR || error == ELOOP ? ERROR_PATH_NOT_FOUND
                                                                            : W32pErrorFromErrno(error));
-        return INVALID_HANDLE_VALUE;
+        return false;
     }
-    search->prefix = directory == "/" ? directory : directory + "/";
+    search.prefix = directory == "/" ? directory : directory + "/";
+    return true;
+}
+
+// Reads the folder's entries that match the pattern, "." and ".." first, the others in Windows' name
+// order. Entries are examined relative to the open folder: no path walk per entry. False with the last
+// error set when the folder can't be read.
+bool CollectEntries(FindObject& search, const std::wstring& namePattern)
+{
     std::vector<WIN32_FIND_DATAW> dots;
-    // Entries are examined relative to the open directory: no path walk per entry.
-    const bool read = ReadEntries(search->directoryFd,
-                                  [&](const char* entry)
-                                  {
-                                      const std::string name = entry;
-                                      const std::wstring wideName = W32pNativeToWide(name);
-                                      if (!WildcardMatch(namePattern, wideName.c_str()))
-                                          return true;
-                                      DWORD attributes;
-                                      struct stat st;
-                                      bool isLink;
-                                      if (!DescribeAt(search->directoryFd, name, attributes, st, isLink))
-                                          return true; // removed while we read the directory
-                                      WIN32_FIND_DATAW data;
-                                      FillFindData(wideName, attributes, st, isLink, data);
-                                      (name == "." || name == ".." ? dots : search->entries).push_back(data);
-                                      return true;
-                                  });
+    const bool read =
+        ReadEntries(search.directoryFd,
+                    [&](const char* name)
+                    {
+                        const std::wstring wideName = W32pNativeToWide(name, std::strlen(name));
+                        if (!WildcardMatch(namePattern, wideName.c_str()))
+                            return true;
+                        DWORD attributes;
+                        struct stat st;
+                        bool isLink;
+                        if (!DescribeAt(search.directoryFd, name, attributes, st, isLink))
+                            return true; // removed while we read the directory
+                        const bool dot = IsDotOrDotDot(name);
+                        (dot ? dots : search.entries).emplace_back();
+                        FillFindData(wideName, attributes, st, isLink, (dot ? dots : search.entries).back());
+                        return true;
+                    });
     if (!read)
     {
         W32pSetLastErrorFromErrno();
-        return INVALID_HANDLE_VALUE;
+        return false;
     }
-    std::sort(search->entries.begin(), search->entries.end(), CaseInsensitiveLess);
+    std::sort(search.entries.begin(), search.entries.end(), CaseInsensitiveLess);
     std::sort(dots.begin(), dots.end(), CaseInsensitiveLess); // "." before ".."
-    search->entries.insert(search->entries.begin(), dots.begin(), dots.end());
-    if (search->entries.empty())
-    {
-        SetLastError(ERROR_FILE_NOT_FOUND);
-        return INVALID_HANDLE_VALUE;
-    }
-    *findData = search->entries[0];
-    search->next = 1;
+    search.entries.insert(search.entries.begin(), dots.begin(), dots.end());
+    return true;
+}
+
+// Publishes a filled search as a handle and records it as open on this thread (see ResolvePath).
+HANDLE PublishSearch(const std::shared_ptr<FindObject>& search)
+{
     HANDLE handle = W32pInsertHandle(search);
     if (handle == nullptr)
         return INVALID_HANDLE_VALUE;
@@ -1041,7 +1069,33 @@ HANDLE FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData)
                                         [](const std::weak_ptr<FindObject>& open) { return open.expired(); }),
                          t_openSearches.end());
     t_openSearches.push_back(search);
-    SetLastError(ERROR_SUCCESS);
+    return handle;
+}
+
+} // namespace
+
+HANDLE FindFirstFileW(LPCWSTR fileName, LPWIN32_FIND_DATAW findData)
+{
+    SearchRequest request;
+    if (fileName == nullptr || findData == nullptr)
+    {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return INVALID_HANDLE_VALUE;
+    }
+    auto search = std::make_shared<FindObject>();
+    if (!ParseSearch(fileName, request) || !OpenSearchFolder(request.directory, *search) ||
+        !CollectEntries(*search, request.namePattern))
+        return INVALID_HANDLE_VALUE;
+    if (search->entries.empty())
+    {
+        SetLastError(ERROR_FILE_NOT_FOUND);
+        return INVALID_HANDLE_VALUE;
+    }
+    *findData = search->entries[0];
+    search->next = 1;
+    HANDLE handle = PublishSearch(search);
+    if (handle != INVALID_HANDLE_VALUE)
+        SetLastError(ERROR_SUCCESS);
     return handle;
 }
 

@@ -106,9 +106,10 @@ inline void AppendUtf8(std::uint32_t c, std::string& out)
     }
 }
 
-inline std::wstring NativeToWide(const char* text, std::size_t length)
+// The wide form of a native name into out, whose storage is reused.
+inline void AssignNativeToWide(const char* text, std::size_t length, std::wstring& out)
 {
-    std::wstring out;
+    out.clear();
     out.reserve(length);
     const auto* bytes = reinterpret_cast<const unsigned char*>(text);
     for (std::size_t i = 0; i < length;)
@@ -128,6 +129,12 @@ inline std::wstring NativeToWide(const char* text, std::size_t length)
         out += static_cast<wchar_t>(IsForbiddenInName(c) ? kCarriedChar + c : c);
         i += n;
     }
+}
+
+inline std::wstring NativeToWide(const char* text, std::size_t length)
+{
+    std::wstring out;
+    AssignNativeToWide(text, length, out);
     return out;
 }
 

@@ -7,6 +7,7 @@
 #include "veldirhelper.h"
 #include "velfilebasics.h"
 #include "velfilehelper.h"
+#include "velpathconverter.h"
 
 #include <algorithm>
 #include <atomic>
@@ -225,6 +226,13 @@ TEST_F(DirHelperTest, ListingsByRegularExpression)
     EXPECT_EQ(Names(found, dir), (std::vector<std::string>{"other"}));
     ASSERT_TRUE(helper.GetDirListByRegExp(found, L"o.*", true));
     EXPECT_EQ(Names(found, dir), (std::vector<std::string>{"logs/old", "other"}));
+
+    // "." stops at a line terminator, also where whole-tree listings decide names without the matcher.
+    WriteFile(dir / CVeLPathConverter::FromWide(L"line\u2028break"), "");
+    ASSERT_TRUE(helper.GetTOCByRegExp(found, L".*", false));
+    EXPECT_EQ(Names(found, dir), (std::vector<std::string>{"a.log", "b.txt"}));
+    ASSERT_TRUE(helper.GetTOCByRegExp(found, L"[\\s\\S]*", false));
+    EXPECT_EQ(found.size(), 3u);
 
     EXPECT_FALSE(helper.GetTOCByRegExp(found, L"([a-z", true));
     EXPECT_EQ(m_capture.CountContaining("([a-z is not a valid regular expression: "), 1u);
