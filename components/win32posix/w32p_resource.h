@@ -11,6 +11,7 @@
 #pragma once
 
 #include "w32p_base.h"
+#include "w32p_version.h" // ERROR_RESOURCE_TYPE_NOT_FOUND, ERROR_RESOURCE_NAME_NOT_FOUND
 
 #ifndef LOAD_LIBRARY_AS_DATAFILE
 #define LOAD_LIBRARY_AS_DATAFILE 0x00000002
@@ -23,12 +24,6 @@
 #endif
 #ifndef ERROR_RESOURCE_DATA_NOT_FOUND
 #define ERROR_RESOURCE_DATA_NOT_FOUND 1812L
-#endif
-#ifndef ERROR_RESOURCE_TYPE_NOT_FOUND
-#define ERROR_RESOURCE_TYPE_NOT_FOUND 1813L
-#endif
-#ifndef ERROR_RESOURCE_NAME_NOT_FOUND
-#define ERROR_RESOURCE_NAME_NOT_FOUND 1814L
 #endif
 
 // With one of the data-file flags: reads a PE file (null with the file's error, or ERROR_BAD_EXE_FORMAT for
