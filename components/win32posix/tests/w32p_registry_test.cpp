@@ -136,7 +136,7 @@ TEST(Registry, LaterFilesOverrideAndMalformedFilesAreSkippedWhole)
     HKEY key;
     ASSERT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, L"App", 0, KEY_READ, &key), ERROR_SUCCESS);
     W32pSetWarningHook(previous);
-    EXPECT_NE(warnings.find("30-bad.reg line 4"), std::string::npos) << warnings;
+    EXPECT_NE(warnings.find("30-bad.reg line 5"), std::string::npos) << warnings;
     EXPECT_NE(warnings.find("40-noheader.reg line 1"), std::string::npos) << warnings;
     EXPECT_EQ(StringValue(key, L"A", REG_SZ), std::wstring(L"2\0", 2));
     DWORD size = 0;
