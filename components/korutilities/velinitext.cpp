@@ -1,6 +1,7 @@
 #include "velinitext.h"
 #include "velstringconverter.h"
 
+#include <algorithm>
 #include <cwctype>
 
 namespace
@@ -23,12 +24,9 @@ std::wstring Trim(const std::wstring& text)
 
 bool SameName(const std::wstring& a, const std::wstring& b)
 {
-    if (a.size() != b.size())
-        return false;
-    for (std::size_t i = 0; i < a.size(); ++i)
-        if (std::towlower(a[i]) != std::towlower(b[i]))
-            return false;
-    return true;
+    return a.size() == b.size() &&
+           std::equal(a.begin(), a.end(), b.begin(),
+                      [](wchar_t x, wchar_t y) { return std::towlower(x) == std::towlower(y); });
 }
 
 // The section a header line opens, or false for any other line.
