@@ -44,10 +44,28 @@ public:
     {
         for (const SharedView& view : sharedViews)
             munmap(view.address, view.length);
-        if (!segment)
+        if (fd >= 0)
             close(fd);
     }
-    const int fd;                   // the memory: the memfd (owned) or the named segment's file
+    // Maps length bytes at offset of the section (through a descriptor opened for the call when named).
+    void* Map(std::size_t length, int protection, int flags, std::uint64_t offset) const
+    {
+        const int mapped = segment ? segment->OpenFile() : fd;
+        if (mapped < 0)
+            return MAP_FAILED;
+        void* address =
+            mmap(nullptr, length, protection, flags, mapped, static_cast<off_t>(dataOffset + offset));
+        const int error = errno;
+        if (segment)
+            close(mapped);
+        if (address == MAP_FAILED)
+        {
+            errno = error;
+            W32pSetLastErrorFromErrno();
+        }
+        return address;
+    }
+    const int fd;                   // the memory: the memfd or file (owned); -1 for a named section
     const std::uint64_t dataOffset; // where the section's bytes start in fd
     const std::uint64_t size;       // section size, a multiple of the page size
     const bool writable;            // created with a protection that allows writing
@@ -144,13 +162,9 @@ LPVOID MapSharedView(std::shared_ptr<Section> section, std::uint64_t offset, std
                 address = shared.address;
         if (address == nullptr)
         {
-            address = mmap(nullptr, length, protection, MAP_SHARED, section->fd,
-                           static_cast<off_t>(section->dataOffset + offset));
+            address = section->Map(length, protection, MAP_SHARED, offset);
             if (address == MAP_FAILED)
-            {
-                W32pSetLastErrorFromErrno();
                 return nullptr;
-            }
             section->sharedViews.push_back(SharedView{offset, length, protection, address});
         }
     }
@@ -195,9 +209,9 @@ HANDLE CreateFileMappingW(HANDLE file, LPSECURITY_ATTRIBUTES, DWORD protect, DWO
         if (!segment)
             return nullptr;
         const std::uint64_t existing = segment->Header().sectionSize;
-        return InsertSection(std::make_shared<Section>(segment->Fd(), W32pNamedSegment::kHeaderSize, existing,
-                                                       writable, segment, true),
-                             created);
+        return InsertSection(
+            std::make_shared<Section>(-1, W32pNamedSegment::kHeaderSize, existing, writable, segment, true),
+            created);
     }
     const int fd = memfd_create("w32p-section", MFD_CLOEXEC);
     if (fd < 0)
@@ -233,7 +247,7 @@ HANDLE OpenFileMappingW(DWORD desiredAccess, BOOL, LPCWSTR name)
         return nullptr;
     const bool writable = desiredAccess == FILE_MAP_ALL_ACCESS ||
                           (desiredAccess & (FILE_MAP_WRITE | GENERIC_WRITE | GENERIC_ALL)) != 0;
-    return InsertSection(std::make_shared<Section>(segment->Fd(), W32pNamedSegment::kHeaderSize,
+    return InsertSection(std::make_shared<Section>(-1, W32pNamedSegment::kHeaderSize,
                                                    segment->Header().sectionSize, writable, segment, true),
                          true);
 }
@@ -267,13 +281,9 @@ LPVOID MapViewOfFile(HANDLE mapping, DWORD desiredAccess, DWORD fileOffsetHigh, 
     const int protection = (write || copy) ? PROT_READ | PROT_WRITE : PROT_READ;
     if (!copy && section->pagingFile)
         return MapSharedView(std::move(section), offset, length, protection);
-    void* address = mmap(nullptr, length, protection, copy ? MAP_PRIVATE : MAP_SHARED, section->fd,
-                         static_cast<off_t>(section->dataOffset + offset));
+    void* address = section->Map(length, protection, copy ? MAP_PRIVATE : MAP_SHARED, offset);
     if (address == MAP_FAILED)
-    {
-        W32pSetLastErrorFromErrno();
         return nullptr;
-    }
     Views& views = TheViews();
     std::lock_guard<std::mutex> guard(views.lock);
     views.byAddress[reinterpret_cast<std::uintptr_t>(address)] = View{length, std::move(section), false, 1};

@@ -306,10 +306,14 @@ TEST(W32pNamedDamaged, HeadersThatDoNotFitTheFileAreRefused)
         const std::wstring name = TestName(L"damaged") + std::to_wstring(index++);
         const std::string file = NamedObjectDir() + "/" + std::string(name.begin(), name.end());
         ASSERT_TRUE(WriteFile(file, c.bytes, 0600));
-        const int holder = open(file.c_str(), O_RDWR);
+        // Held as a process holds an object: a shared lock on the byte at its inode in the holders file.
+        struct stat st;
+        ASSERT_EQ(stat(file.c_str(), &st), 0);
+        const int holder = open((NamedObjectDir() + "/.holders").c_str(), O_RDWR);
         ASSERT_GE(holder, 0);
         struct flock fl = {};
         fl.l_type = F_RDLCK;
+        fl.l_start = static_cast<off_t>(st.st_ino);
         fl.l_len = 1;
         ASSERT_EQ(fcntl(holder, F_OFD_SETLK, &fl), 0);
         EXPECT_EQ(RunAs(-1, [&] { return EveryOpenIsDenied(name); }), 0);
