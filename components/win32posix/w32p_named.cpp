@@ -334,8 +334,8 @@ void RemoveIfUnheld(Registry& registry, int dir, const std::string& name)
 
 // Removes the files of this user's named objects whose holders were all killed, so that they do not stay in
 // /dev/shm until their name is used again. A file anybody holds (or is setting up) is left alone; entries
-// that are not our files are not touched. The store's other files (names starting with '.') are held by a
-// lock on their byte 0. Runs at most once a second per process, from the opens.
+// that are not our files are not touched. The files of the sharing registry (".share-") are held by a lock
+// on their byte 0. Runs at most once a second per process, from the opens.
 void SweepAbandoned(Registry& registry, int userDir)
 {
     static std::atomic<std::int64_t> lastSweep{-1};
@@ -357,7 +357,7 @@ void SweepAbandoned(Registry& registry, int userDir)
         const std::string name = entry->d_name;
         if (name == "." || name == ".." || name == kHoldersName)
             continue;
-        if (name[0] != '.')
+        if (name.compare(0, 7, ".share-") != 0)
         {
             if (registry.holds.count(entry->d_ino) == 0) // what this process holds is not abandoned
                 RemoveIfUnheld(registry, userDir, name);
@@ -498,14 +498,9 @@ std::string W32pNamedObjectDir()
 namespace
 {
 
-// The file name of name and the user's folder (-1 with the Win32 error set when either is unusable).
-int OpenFolderFor(LPCWSTR name, bool create, std::string& fileName)
+// The user's folder (-1 with the Win32 error set when it is unusable).
+int OpenFolderFor(bool create)
 {
-    if (!FileNameOf(name, fileName))
-    {
-        SetLastError(ERROR_FILENAME_EXCED_RANGE);
-        return -1;
-    }
     const int dir = OpenUserDir(create);
     if (dir < 0 && (GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_PATH_NOT_FOUND))
         SetLastError(ERROR_FILE_NOT_FOUND); // no folder yet: no object of this user exists
@@ -589,7 +584,35 @@ std::shared_ptr<W32pNamedSegment> W32pNamedSegment::Open(LPCWSTR name, W32pKind 
 {
     created = false;
     std::string fileName;
-    UniqueFd dir(OpenFolderFor(name, create, fileName));
+    if (!FileNameOf(name, fileName))
+    {
+        SetLastError(ERROR_FILENAME_EXCED_RANGE);
+        return nullptr;
+    }
+    return OpenFileNamed(fileName, kind, create, dataSize, init, created);
+}
+
+std::shared_ptr<W32pNamedSegment>
+W32pNamedSegment::OpenInternal(const char* fileName, W32pKind kind, std::uint64_t dataSize,
+                               const std::function<void(W32pNamedHeader&)>& init)
+{
+    const bool internal = fileName[0] == '.' && std::strncmp(fileName, ".share-", 7) != 0 &&
+                          std::strcmp(fileName, kHoldersName) != 0;
+    if (!internal)
+    {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    bool created = false;
+    return OpenFileNamed(fileName, kind, true, dataSize, init, created);
+}
+
+std::shared_ptr<W32pNamedSegment>
+W32pNamedSegment::OpenFileNamed(const std::string& fileName, W32pKind kind, bool create,
+                                std::uint64_t dataSize, const std::function<void(W32pNamedHeader&)>& init,
+                                bool& created)
+{
+    UniqueFd dir(OpenFolderFor(create));
     if (!dir)
         return nullptr;
     Registry& registry = TheRegistry();

@@ -134,6 +134,12 @@ public:
                                                   std::uint64_t dataSize,
                                                   const std::function<void(W32pNamedHeader&)>& init,
                                                   bool& created);
+    // Opens or makes an object of this layer's own under fileName, a name that starts with '.' and so is
+    // never the file of a program's object name (their leading '.' is escaped). Null with the Win32 error
+    // set.
+    static std::shared_ptr<W32pNamedSegment> OpenInternal(const char* fileName, W32pKind kind,
+                                                          std::uint64_t dataSize,
+                                                          const std::function<void(W32pNamedHeader&)>& init);
     ~W32pNamedSegment();
     W32pNamedSegment(const W32pNamedSegment&) = delete;
     W32pNamedSegment& operator=(const W32pNamedSegment&) = delete;
@@ -146,6 +152,10 @@ public:
     const std::string& FileName() const { return m_fileName; }
 
 private:
+    static std::shared_ptr<W32pNamedSegment> OpenFileNamed(const std::string& fileName, W32pKind kind,
+                                                           bool create, std::uint64_t dataSize,
+                                                           const std::function<void(W32pNamedHeader&)>& init,
+                                                           bool& created);
     W32pNamedSegment(W32pNamedHeader* header, std::string fileName, dev_t device, ino_t inode)
         : m_header(header), m_fileName(std::move(fileName)), m_device(device), m_inode(inode)
     {

@@ -2,6 +2,7 @@
 // create or open must fail cleanly and quickly (a watchdog ends a child that loops), and nothing the victim
 // writes may reach a file that another user can read.
 #include "w32p_test_util.h"
+#include "w32p_waitable.h"
 
 #include <gtest/gtest.h>
 
@@ -349,7 +350,13 @@ TEST(W32pNamedDamaged, AbandonedDamagedFilesAreReplaced)
 
 TEST(W32pNamed, DotNamesAreOrdinaryNames)
 {
-    for (const wchar_t* name : {L".", L"..", L"Local\\.."})
+    // "\x01w32p-wake" was once the name of the layer's own wake word: it is an ordinary name too.
+    W32pUseWaitFallback(true);
+    HANDLE pair[2] = {CreateEventW(nullptr, TRUE, FALSE, nullptr),
+                      CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+    EXPECT_EQ(WaitForMultipleObjects(2, pair, FALSE, 1), WAIT_TIMEOUT); // slept on the wake word
+    W32pUseWaitFallback(false);
+    for (const wchar_t* name : {L".", L"..", L"Local\\..", L"\x01w32p-wake", L".wake"})
     {
         // Shared by every test process of this user: only check that they work like any name.
         HANDLE first = CreateEventW(nullptr, TRUE, FALSE, name);
@@ -359,4 +366,6 @@ TEST(W32pNamed, DotNamesAreOrdinaryNames)
         EXPECT_TRUE(CloseHandle(first));
         EXPECT_TRUE(CloseHandle(second));
     }
+    CloseHandle(pair[0]);
+    CloseHandle(pair[1]);
 }
