@@ -8,9 +8,11 @@
 // at exit, and a holder killed with SIGKILL counts as gone (its file is removed by the last closer, or by the
 // next create or open in any process when every holder was killed). A named object costs its holders no
 // file descriptor, so a process may hold tens of thousands, as on Windows. Linux has
-// no sessions, so "Local\x", "Global\x" and "x" all name the same object. Names are case-sensitive. Security
-// attributes and access masks are accepted and ignored: every handle has full access, and handles are not
-// inherited by child processes.
+// no sessions, so "Local\x", "Global\x" and "x" all name the same object. Names are case-sensitive.
+// Differs from Windows: "Global\" names are not shared with other users (on Windows they are machine-wide,
+// open to the users the creator's security descriptor admits); security attributes and access masks are
+// accepted and ignored, so every handle has full access (a handle opened with SYNCHRONIZE alone may still
+// signal the object); handles are not inherited by child processes.
 //
 // Waits sleep in the kernel on futexes, never poll, and measure time-outs on the monotonic clock. All
 // functions are thread-safe.
