@@ -1,9 +1,9 @@
 // The store of named kernel objects in POSIX shared memory (see W32pNamedSegment in w32p_waitable.h).
 //
-// Every object of a user is a file in that user's own folder "/dev/shm/w32p.<euid>" (mode 0700), so no other
-// user can create, replace or read a name in it. The folder and each file are checked on every open: the
-// folder must be a real folder (not a link) owned by the caller and closed to everybody else; a file must be
-// a regular file owned by the caller, closed to everybody else, opened without following a link, and its
+// Every object of a user is a file in that user's own folder "/dev/shm/w32p-2.<euid>" (mode 0700), so no
+// other user can create, replace or read a name in it. The folder and each file are checked on every open:
+// the folder must be a real folder (not a link) owned by the caller and closed to everybody else; a file must
+// be a regular file owned by the caller, closed to everybody else, opened without following a link, and its
 // header must describe an object that fits the file. Anything else was not made by this code for this user
 // and is refused with ERROR_ACCESS_DENIED; it is never used, written to or waited for.
 // The contract, and where Linux differs from Windows, are in w32p_waitable.h.
@@ -492,7 +492,9 @@ Round JoinHeld(Target& target, W32pNamedHeader*& header)
 
 std::string W32pNamedObjectDir()
 {
-    return "/dev/shm/w32p." + std::to_string(geteuid());
+    // The "2" is the layout: processes built on the earlier one (a lock on byte 0 of each file) would take
+    // the files of this one for abandoned ones and remove them, so the two never share a folder.
+    return "/dev/shm/w32p-2." + std::to_string(geteuid());
 }
 
 namespace

@@ -89,7 +89,7 @@ std::shared_ptr<W32pWaitable> W32pLookupWaitable(HANDLE handle);
 // The calling thread's kernel thread id.
 std::uint32_t W32pThreadId();
 
-// A named object: a shared-memory file "/dev/shm/w32p.<euid>/<name>" holding a header page (kind, sizes and
+// A named object: a shared-memory file "/dev/shm/w32p-2.<euid>/<name>" holding a header page (kind, sizes and
 // the object's state) followed, for file mappings, by the section's bytes. The folder (mode 0700) belongs to
 // the user, so no other user can create, replace or read a name in it; the folder and each file are checked
 // on every open (owner, type, mode, no link followed, a header that fits the file), and what fails a check
@@ -166,7 +166,7 @@ private:
     const ino_t m_inode;
 };
 
-// The folder of the calling user's named objects, "/dev/shm/w32p.<euid>" (for tests).
+// The folder of the calling user's named objects, "/dev/shm/w32p-2.<euid>" (for tests).
 std::string W32pNamedObjectDir();
 
 // An object that is signalled once, at its end, and stays so (threads and processes): waits never change it.

@@ -128,7 +128,7 @@ protected:
         if (geteuid() != 0)
             GTEST_SKIP()
                 << "switching a child to another user needs root; run the suite as root to see squatting";
-        m_victimDir = "/dev/shm/w32p." + std::to_string(VictimUid());
+        m_victimDir = "/dev/shm/w32p-2." + std::to_string(VictimUid());
         std::filesystem::remove_all(m_victimDir);
         char pattern[] = "/tmp/w32psquatXXXXXX";
         ASSERT_NE(mkdtemp(pattern), nullptr);
@@ -276,7 +276,7 @@ TEST_F(W32pNamedSquatting, WhatTheVictimWritesStaysOutOfReachOfOthers)
     guard.pid = 0;
     for (int fd : {ready[0], ready[1], done[0], done[1]})
         close(fd);
-    std::filesystem::remove_all("/dev/shm/w32p." + std::to_string(SquatterUid()));
+    std::filesystem::remove_all("/dev/shm/w32p-2." + std::to_string(SquatterUid()));
 }
 
 TEST(W32pNamedDamaged, HeadersThatDoNotFitTheFileAreRefused)
