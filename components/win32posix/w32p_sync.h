@@ -4,11 +4,15 @@
 // file mappings and are visible to every process of the same user: their state lives in POSIX shared memory,
 // in a folder of the user's own (mode 0700) that no other user can put a name into; a name found there that
 // this code did not make for the user is refused with ERROR_ACCESS_DENIED. A named object exists exactly
-// while some process holds a handle to it; a holder killed with SIGKILL counts as gone (its file is removed
-// by the last closer, or by the next create or open in any process when every holder was killed). Linux has
-// no sessions, so "Local\x", "Global\x" and "x" all name the same object. Names are case-sensitive. Security
-// attributes and access masks are accepted and ignored: every handle has full access, and handles are not
-// inherited by child processes.
+// while some process holds a handle to it; a process that exits without closing its handles releases them
+// at exit, and a holder killed with SIGKILL counts as gone (its file is removed by the last closer, or by the
+// next create or open in any process when every holder was killed). A named object costs its holders no
+// file descriptor, so a process may hold tens of thousands, as on Windows. Linux has
+// no sessions, so "Local\x", "Global\x" and "x" all name the same object. Names are case-sensitive.
+// Differs from Windows: "Global\" names are not shared with other users (on Windows they are machine-wide,
+// open to the users the creator's security descriptor admits); security attributes and access masks are
+// accepted and ignored, so every handle has full access (a handle opened with SYNCHRONIZE alone may still
+// signal the object); handles are not inherited by child processes.
 //
 // Waits sleep in the kernel on futexes, never poll, and measure time-outs on the monotonic clock. All
 // functions are thread-safe.

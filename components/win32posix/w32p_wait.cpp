@@ -122,10 +122,8 @@ static_assert(sizeof(WakeState) <= sizeof(W32pNamedHeader::state), "fits the hea
 // closed: a wait may still use it while the process exits). Without shared memory, a word of this process.
 std::shared_ptr<W32pNamedSegment> OpenWakeSegment()
 {
-    bool created = false;
-    return W32pNamedSegment::Open(
-        L"\x01w32p-wake", W32pKind::Other, true, 0,
-        [](W32pNamedHeader& header) { new (header.state) WakeState(); }, created);
+    return W32pNamedSegment::OpenInternal(".wake", W32pKind::Other, 0,
+                                          [](W32pNamedHeader& header) { new (header.state) WakeState(); });
 }
 
 WakeState& TheWakeState()

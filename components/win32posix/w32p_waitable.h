@@ -16,6 +16,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <sys/types.h>
 
 // Outcome of an attempt to take a waitable object for the calling thread.
 enum class W32pClaim
@@ -88,19 +89,24 @@ std::shared_ptr<W32pWaitable> W32pLookupWaitable(HANDLE handle);
 // The calling thread's kernel thread id.
 std::uint32_t W32pThreadId();
 
-// A named object: a shared-memory file "/dev/shm/w32p.<euid>/<name>" holding a header page (kind, sizes and
+// A named object: a shared-memory file "/dev/shm/w32p-2.<euid>/<name>" holding a header page (kind, sizes and
 // the object's state) followed, for file mappings, by the section's bytes. The folder (mode 0700) belongs to
 // the user, so no other user can create, replace or read a name in it; the folder and each file are checked
 // on every open (owner, type, mode, no link followed, a header that fits the file), and what fails a check
 // is refused with ERROR_ACCESS_DENIED, never used.
 //
-// Lifetime: each process that holds the object keeps one descriptor of the file with a shared open-file-
-// description lock on byte 0 (the kernel drops it when the process ends, however it ends). A process that
-// drops its last reference upgrades to an exclusive lock without waiting; if that succeeds nobody else holds
-// the object and it removes the file. An opener that gets the exclusive lock on an existing file finds it
-// abandoned by killed holders and removes it first; opens also sweep away, at most once a second, every such
-// abandoned file of the user, so that none stays behind for long. An opener checks after locking that the
-// name still leads to the file it locked, so it never joins a file that is being removed.
+// Lifetime: a process that holds the object keeps its header mapped and a shared open-file-description lock
+// on one byte of the user's holders file (".holders" in the folder), the byte at the object file's inode
+// number; all its holds go through one descriptor, so a process may hold as many objects as it has memory
+// for. The kernel drops the locks when the process ends, however it ends, and the mapping keeps the inode
+// (and so its number) from being reused while held. A process that drops its last reference upgrades to an
+// exclusive lock without waiting; if that succeeds nobody else holds the object and it removes the file. An
+// orderly exit (exit(), a return from main) releases every object the process still holds in the same way.
+// An opener that gets the exclusive lock on an existing file finds it abandoned by killed holders and
+// removes it first; opens also sweep away, at most once a second, every such abandoned file of the user, so
+// that none stays behind for long. An opener checks after locking that the name still leads to the file it
+// locked, so it never joins a file that is being removed. A child made by fork holds nothing through the
+// segments it inherited: it opens the objects it uses itself.
 struct W32pNamedHeader
 {
     std::uint32_t magic;       // kReadyMagic once the creator has set up the object
@@ -128,26 +134,39 @@ public:
                                                   std::uint64_t dataSize,
                                                   const std::function<void(W32pNamedHeader&)>& init,
                                                   bool& created);
+    // Opens or makes an object of this layer's own under fileName, a name that starts with '.' and so is
+    // never the file of a program's object name (their leading '.' is escaped). Null with the Win32 error
+    // set.
+    static std::shared_ptr<W32pNamedSegment> OpenInternal(const char* fileName, W32pKind kind,
+                                                          std::uint64_t dataSize,
+                                                          const std::function<void(W32pNamedHeader&)>& init);
     ~W32pNamedSegment();
     W32pNamedSegment(const W32pNamedSegment&) = delete;
     W32pNamedSegment& operator=(const W32pNamedSegment&) = delete;
 
     W32pNamedHeader& Header() const { return *m_header; }
-    int Fd() const { return m_fd; }
+    // A new descriptor of the object's file (the caller closes it), for mapping its section; -1 with
+    // ERROR_ACCESS_DENIED when the name no longer leads to the file (removed or replaced by hand).
+    int OpenFile() const;
     // The file name in the user's folder (for tests that look there).
     const std::string& FileName() const { return m_fileName; }
 
 private:
-    W32pNamedSegment(int fd, W32pNamedHeader* header, std::string fileName)
-        : m_fd(fd), m_header(header), m_fileName(std::move(fileName))
+    static std::shared_ptr<W32pNamedSegment> OpenFileNamed(const std::string& fileName, W32pKind kind,
+                                                           bool create, std::uint64_t dataSize,
+                                                           const std::function<void(W32pNamedHeader&)>& init,
+                                                           bool& created);
+    W32pNamedSegment(W32pNamedHeader* header, std::string fileName, dev_t device, ino_t inode)
+        : m_header(header), m_fileName(std::move(fileName)), m_device(device), m_inode(inode)
     {
     }
-    const int m_fd;                  // holds the shared lock that marks this process as a holder
     W32pNamedHeader* const m_header; // the header page, mapped shared
     const std::string m_fileName;
+    const dev_t m_device; // the object file, whose inode number is this process's hold
+    const ino_t m_inode;
 };
 
-// The folder of the calling user's named objects, "/dev/shm/w32p.<euid>" (for tests).
+// The folder of the calling user's named objects, "/dev/shm/w32p-2.<euid>" (for tests).
 std::string W32pNamedObjectDir();
 
 // An object that is signalled once, at its end, and stays so (threads and processes): waits never change it.

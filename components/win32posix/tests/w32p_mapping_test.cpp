@@ -6,23 +6,24 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 TEST(W32pMapping, UnnamedSectionIsZeroedPageRoundedAndWholeByDefault)
 {
-    HANDLE section = CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 5000, nullptr);
+    HANDLE section = CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 70000, nullptr);
     ASSERT_NE(section, nullptr);
     ULONGLONG size = 0;
     EXPECT_TRUE(W32pQuerySectionSize(section, size));
-    EXPECT_EQ(size, 8192u);
+    EXPECT_EQ(size, 73728u);
     auto* view = static_cast<unsigned char*>(MapViewOfFile(section, FILE_MAP_ALL_ACCESS, 0, 0, 0));
     ASSERT_NE(view, nullptr);
     EXPECT_EQ(view[0], 0);
-    view[8191] = 7; // the whole rounded section is mapped
-    auto* second = static_cast<unsigned char*>(MapViewOfFile(section, FILE_MAP_READ, 0, 4096, 4096));
+    view[73727] = 7; // the whole rounded section is mapped
+    auto* second = static_cast<unsigned char*>(MapViewOfFile(section, FILE_MAP_READ, 0, 65536, 8192));
     ASSERT_NE(second, nullptr);
-    EXPECT_EQ(second[4095], 7);
+    EXPECT_EQ(second[8191], 7);
     EXPECT_TRUE(CloseHandle(section));
-    EXPECT_EQ(second[4095], 7); // views outlive the handle
+    EXPECT_EQ(second[8191], 7); // views outlive the handle
     EXPECT_TRUE(UnmapViewOfFile(view));
     EXPECT_TRUE(UnmapViewOfFile(second));
     EXPECT_W32_FAILS(UnmapViewOfFile(second), FALSE, ERROR_INVALID_ADDRESS);
@@ -129,6 +130,20 @@ TEST(W32pMapping, FileBackedSections)
     std::fclose(in);
     EXPECT_EQ(std::memcmp(bytes, "jello", 5), 0);
     EXPECT_EQ(bytes[8191], 'z');
+
+    // A file opened for reading only allows read-only and copy-on-write sections.
+    HANDLE reader =
+        CreateFileW(widePath.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(reader, INVALID_HANDLE_VALUE);
+    EXPECT_W32_FAILS(CreateFileMappingW(reader, nullptr, PAGE_READWRITE, 0, 0, nullptr), nullptr,
+                     ERROR_ACCESS_DENIED);
+    for (DWORD protect : {PAGE_READONLY, PAGE_WRITECOPY})
+    {
+        HANDLE granted = CreateFileMappingW(reader, nullptr, protect, 0, 0, nullptr);
+        EXPECT_NE(granted, nullptr) << protect;
+        CloseHandle(granted);
+    }
+    CloseHandle(reader);
     std::remove(path);
 }
 
@@ -178,4 +193,124 @@ TEST(W32pMapping, CopyOnWriteViewsAreNotShared)
     EXPECT_TRUE(UnmapViewOfFile(a));
     EXPECT_TRUE(UnmapViewOfFile(b));
     EXPECT_TRUE(CloseHandle(section));
+}
+
+TEST(W32pMapping, ViewAccessFollowsTheSectionProtection)
+{
+    // One row per protection; one column per view access: whether the view is granted (refusals are
+    // ERROR_ACCESS_DENIED).
+    const DWORD accesses[] = {FILE_MAP_READ,
+                              FILE_MAP_WRITE,
+                              FILE_MAP_COPY,
+                              FILE_MAP_ALL_ACCESS,
+                              FILE_MAP_EXECUTE | FILE_MAP_READ,
+                              FILE_MAP_COPY | FILE_MAP_WRITE,
+                              0};
+    const struct
+    {
+        DWORD protect;
+        const char* granted; // per access above
+    } rows[] = {
+        {PAGE_READONLY, "y.y...y"},
+        {PAGE_READWRITE, "yyyy.yy"},
+        {PAGE_WRITECOPY, "y.y...y"},
+        {PAGE_EXECUTE_READ, "y.y.y.y"},
+        {PAGE_EXECUTE_READWRITE, "yyyyyyy"},
+        {PAGE_EXECUTE_WRITECOPY, "y.y.y.y"},
+        {PAGE_READWRITE | SEC_COMMIT, "yyyy.yy"},
+    };
+    for (const auto& row : rows)
+    {
+        HANDLE section = CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, row.protect, 0, 4096, nullptr);
+        ASSERT_NE(section, nullptr) << std::hex << row.protect;
+        for (std::size_t i = 0; i < std::size(accesses); ++i)
+        {
+            SetLastError(0);
+            void* view = MapViewOfFile(section, accesses[i], 0, 0, 0);
+            EXPECT_EQ(view != nullptr, row.granted[i] == 'y')
+                << std::hex << row.protect << " " << accesses[i];
+            if (view != nullptr)
+                EXPECT_TRUE(UnmapViewOfFile(view));
+            else
+                EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+        }
+        CloseHandle(section);
+    }
+    for (DWORD refused : {0u, 0x01u, 0x10u, 0x104u, 0x06u, 0x00100004u, SEC_COMMIT | SEC_RESERVE | 4u})
+        EXPECT_W32_FAILS(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, refused, 0, 4096, nullptr),
+                         nullptr, ERROR_INVALID_PARAMETER);
+    EXPECT_W32_FAILS(
+        CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, SEC_IMAGE | PAGE_READONLY, 0, 4096, nullptr),
+        nullptr, ERROR_BAD_EXE_FORMAT);
+}
+
+TEST(W32pMapping, ViewsMustStartOnTheGranularityAndStayInside)
+{
+    HANDLE section = CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 0x30000, nullptr);
+    ASSERT_NE(section, nullptr);
+    const struct
+    {
+        DWORD offset;
+        SIZE_T length;
+        DWORD error; // 0: granted
+    } cases[] = {
+        {0x10000, 0, 0},
+        {0x20000, 0x10000, 0},
+        {0x1000, 0x1000, ERROR_MAPPED_ALIGNMENT},
+        {0x30000, 0, ERROR_INVALID_PARAMETER},
+        {0x40000, 0, ERROR_INVALID_PARAMETER},
+        {0x10000, 0x20001, ERROR_ACCESS_DENIED},
+        {0, 0x30001, ERROR_ACCESS_DENIED},
+    };
+    for (const auto& c : cases)
+    {
+        SetLastError(0);
+        void* view = MapViewOfFile(section, FILE_MAP_READ, 0, c.offset, c.length);
+        EXPECT_EQ(view != nullptr, c.error == 0) << std::hex << c.offset << " " << c.length;
+        if (view != nullptr)
+            UnmapViewOfFile(view);
+        else
+            EXPECT_EQ(GetLastError(), c.error) << std::hex << c.offset << " " << c.length;
+    }
+    CloseHandle(section);
+}
+
+TEST(W32pMapping, OpenedHandlesMapWhatTheirAccessAndTheCreatorsProtectionAllow)
+{
+    const std::wstring readOnly = TestName(L"ro"), readWrite = TestName(L"rw");
+    HANDLE ro = CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READONLY, 0, 4096, readOnly.c_str());
+    HANDLE rw = CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 4096, readWrite.c_str());
+    ASSERT_NE(ro, nullptr);
+    ASSERT_NE(rw, nullptr);
+    const struct
+    {
+        const std::wstring& name;
+        DWORD openAccess;
+        DWORD viewAccess;
+        bool granted;
+    } cases[] = {
+        {readOnly, FILE_MAP_WRITE, FILE_MAP_WRITE, false}, // the creator's protection holds
+        {readOnly, FILE_MAP_ALL_ACCESS, FILE_MAP_READ, true},
+        {readWrite, FILE_MAP_READ, FILE_MAP_WRITE, false},
+        {readWrite, FILE_MAP_READ, FILE_MAP_COPY, true},
+        {readWrite, 0, FILE_MAP_READ, false},
+        {readWrite, GENERIC_READ, FILE_MAP_WRITE, false},
+        {readWrite, FILE_MAP_WRITE, FILE_MAP_WRITE, true},
+        {readWrite, GENERIC_ALL, FILE_MAP_ALL_ACCESS, true},
+    };
+    for (const auto& c : cases)
+    {
+        HANDLE opened = OpenFileMappingW(c.openAccess, FALSE, c.name.c_str());
+        ASSERT_NE(opened, nullptr);
+        SetLastError(0);
+        void* view = MapViewOfFile(opened, c.viewAccess, 0, 0, 0);
+        EXPECT_EQ(view != nullptr, c.granted) << std::hex << c.openAccess << " " << c.viewAccess;
+        if (view != nullptr)
+            UnmapViewOfFile(view);
+        else
+            EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+        CloseHandle(opened);
+    }
+    CloseHandle(ro);
+    CloseHandle(rw);
 }

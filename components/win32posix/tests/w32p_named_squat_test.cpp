@@ -2,6 +2,7 @@
 // create or open must fail cleanly and quickly (a watchdog ends a child that loops), and nothing the victim
 // writes may reach a file that another user can read.
 #include "w32p_test_util.h"
+#include "w32p_waitable.h"
 
 #include <gtest/gtest.h>
 
@@ -127,7 +128,7 @@ protected:
         if (geteuid() != 0)
             GTEST_SKIP()
                 << "switching a child to another user needs root; run the suite as root to see squatting";
-        m_victimDir = "/dev/shm/w32p." + std::to_string(VictimUid());
+        m_victimDir = "/dev/shm/w32p-2." + std::to_string(VictimUid());
         std::filesystem::remove_all(m_victimDir);
         char pattern[] = "/tmp/w32psquatXXXXXX";
         ASSERT_NE(mkdtemp(pattern), nullptr);
@@ -275,7 +276,7 @@ TEST_F(W32pNamedSquatting, WhatTheVictimWritesStaysOutOfReachOfOthers)
     guard.pid = 0;
     for (int fd : {ready[0], ready[1], done[0], done[1]})
         close(fd);
-    std::filesystem::remove_all("/dev/shm/w32p." + std::to_string(SquatterUid()));
+    std::filesystem::remove_all("/dev/shm/w32p-2." + std::to_string(SquatterUid()));
 }
 
 TEST(W32pNamedDamaged, HeadersThatDoNotFitTheFileAreRefused)
@@ -306,10 +307,14 @@ TEST(W32pNamedDamaged, HeadersThatDoNotFitTheFileAreRefused)
         const std::wstring name = TestName(L"damaged") + std::to_wstring(index++);
         const std::string file = NamedObjectDir() + "/" + std::string(name.begin(), name.end());
         ASSERT_TRUE(WriteFile(file, c.bytes, 0600));
-        const int holder = open(file.c_str(), O_RDWR);
+        // Held as a process holds an object: a shared lock on the byte at its inode in the holders file.
+        struct stat st;
+        ASSERT_EQ(stat(file.c_str(), &st), 0);
+        const int holder = open((NamedObjectDir() + "/.holders").c_str(), O_RDWR);
         ASSERT_GE(holder, 0);
         struct flock fl = {};
         fl.l_type = F_RDLCK;
+        fl.l_start = static_cast<off_t>(st.st_ino);
         fl.l_len = 1;
         ASSERT_EQ(fcntl(holder, F_OFD_SETLK, &fl), 0);
         EXPECT_EQ(RunAs(-1, [&] { return EveryOpenIsDenied(name); }), 0);
@@ -345,7 +350,13 @@ TEST(W32pNamedDamaged, AbandonedDamagedFilesAreReplaced)
 
 TEST(W32pNamed, DotNamesAreOrdinaryNames)
 {
-    for (const wchar_t* name : {L".", L"..", L"Local\\.."})
+    // "\x01w32p-wake" was once the name of the layer's own wake word: it is an ordinary name too.
+    W32pUseWaitFallback(true);
+    HANDLE pair[2] = {CreateEventW(nullptr, TRUE, FALSE, nullptr),
+                      CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+    EXPECT_EQ(WaitForMultipleObjects(2, pair, FALSE, 1), WAIT_TIMEOUT); // slept on the wake word
+    W32pUseWaitFallback(false);
+    for (const wchar_t* name : {L".", L"..", L"Local\\..", L"\x01w32p-wake", L".wake"})
     {
         // Shared by every test process of this user: only check that they work like any name.
         HANDLE first = CreateEventW(nullptr, TRUE, FALSE, name);
@@ -355,4 +366,6 @@ TEST(W32pNamed, DotNamesAreOrdinaryNames)
         EXPECT_TRUE(CloseHandle(first));
         EXPECT_TRUE(CloseHandle(second));
     }
+    CloseHandle(pair[0]);
+    CloseHandle(pair[1]);
 }

@@ -241,3 +241,71 @@ TEST(W32pNamedProcesses, NameOfAnotherKindHeldByAnotherProcess)
     for (int fd : {ready[0], ready[1], done[0], done[1]})
         close(fd);
 }
+
+// Open descriptors of this process.
+static int OpenDescriptors()
+{
+    int count = 0;
+    if (DIR* dir = opendir("/proc/self/fd"))
+    {
+        while (readdir(dir) != nullptr)
+            ++count;
+        closedir(dir);
+    }
+    return count;
+}
+
+TEST(W32pNamedLimits, TensOfThousandsOfObjectsCostNoDescriptorEach)
+{
+    constexpr int kCount = 30000; // far above the usual limit of 1,024 descriptors
+    const int before = OpenDescriptors();
+    std::vector<HANDLE> handles;
+    handles.reserve(kCount);
+    for (int i = 0; i < kCount; ++i)
+    {
+        HANDLE h = i % 2 ? CreateEventW(nullptr, TRUE, FALSE, TestName(std::to_wstring(i).c_str()).c_str())
+                         : CreateMutexW(nullptr, FALSE, TestName(std::to_wstring(i).c_str()).c_str());
+        ASSERT_NE(h, nullptr) << "object " << i << ", error " << GetLastError();
+        handles.push_back(h);
+    }
+    EXPECT_LE(OpenDescriptors(), before + 4);
+    EXPECT_EQ(LeftoverShmFiles().size(), static_cast<std::size_t>(kCount));
+    // Still one object per name: a second open joins it.
+    HANDLE again = OpenEventW(SYNCHRONIZE, FALSE, TestName(L"29999").c_str());
+    ASSERT_NE(again, nullptr);
+    EXPECT_TRUE(SetEvent(handles.back()));
+    EXPECT_EQ(WaitForSingleObject(again, 0), WAIT_OBJECT_0);
+    EXPECT_TRUE(CloseHandle(again));
+    for (HANDLE h : handles)
+        ASSERT_TRUE(CloseHandle(h));
+    EXPECT_TRUE(LeftoverShmFiles().empty());
+}
+
+TEST(W32pNamedProcesses, AnOrderlyExitReleasesWhatTheProcessStillHolds)
+{
+    // The child leaves without closing anything; what nobody else holds is gone at once, what the parent
+    // still holds stays.
+    const std::wstring alone = TestName(L"exitalone"), shared = TestName(L"exitshared");
+    HANDLE kept = CreateEventW(nullptr, TRUE, FALSE, shared.c_str());
+    ASSERT_NE(kept, nullptr);
+    const pid_t child = ForkChild(
+        [&]
+        {
+            HANDLE e = CreateEventW(nullptr, TRUE, FALSE, alone.c_str());
+            HANDLE m = CreateMutexW(nullptr, TRUE, (alone + L"-m").c_str());
+            HANDLE s = CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 4096,
+                                          (alone + L"-s").c_str());
+            HANDLE j = OpenEventW(EVENT_MODIFY_STATE, FALSE, shared.c_str());
+            if (e == nullptr || m == nullptr || s == nullptr || j == nullptr || !SetEvent(j))
+                _exit(1);
+            exit(0);
+            return 0;
+        });
+    EXPECT_EQ(JoinChild(child), 0);
+    const std::vector<std::string> left = LeftoverShmFiles(); // no open in between: no sweep
+    ASSERT_EQ(left.size(), 1u);
+    EXPECT_EQ(left[0], std::string(shared.begin(), shared.end()));
+    EXPECT_EQ(WaitForSingleObject(kept, 0), WAIT_OBJECT_0);
+    EXPECT_TRUE(CloseHandle(kept));
+    EXPECT_TRUE(LeftoverShmFiles().empty());
+}

@@ -25,7 +25,7 @@ inline std::wstring TestName(const wchar_t* tag)
 // The folder of the named objects of the calling user.
 inline std::string NamedObjectDir()
 {
-    return "/dev/shm/w32p." + std::to_string(geteuid());
+    return "/dev/shm/w32p-2." + std::to_string(geteuid());
 }
 
 // Files of named objects that belong to names made by TestName in this process.
