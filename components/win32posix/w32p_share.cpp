@@ -3,17 +3,17 @@
 // How an open is admitted. Each process holds one descriptor of the file's lock file; its bytes are:
 //   byte 0      held (read lock) by every process with the descriptor open: the store's sweep and the last
 //               leaver remove the lock file only when they can lock this byte exclusively;
-//   bytes 1..3  held (read lock) by a process with an open holding read, write, delete access;
-//   bytes 4..6  held (read lock) by a process with an open refusing to share read, write, delete;
+//   bytes 1..6  held (read lock) by a process with an open holding or refusing to share one class of
+//               access (kHoldsByte, kRefusesByte);
 //   byte 7      the gate: held exclusively while one process checks and publishes new bytes, so that two
 //               processes never both pass the check before either is seen.
 // A new open is first checked against the counts of the process's own opens. Only the bytes the process
 // does not publish yet are then checked against the other processes: a new hold of class c is refused when
-// another descriptor holds byte 4+c, a new refusal of c when another holds byte 1+c. The bytes already
-// published were checked when they were first taken, and every other process checks its new bytes against
-// them. F_OFD_GETLK answers exactly "does another open file description hold a lock here", so the process's
-// own locks never count against it. A descriptor opened afresh is checked to be the lock file still named,
-// because the last leaver of another process may have removed it meanwhile; then it starts over.
+// another descriptor holds the refusers' byte of c, a new refusal of c when another holds its holders' byte.
+// The bytes already published were checked when they were first taken, and every other process checks its new
+// bytes against them. F_OFD_GETLK answers exactly "does another open file description hold a lock here", so
+// the process's own locks never count against it. A descriptor opened afresh is checked to be the lock file
+// still named, because the last leaver of another process may have removed it meanwhile; then it starts over.
 #include "w32p_share.h"
 
 #include "w32p_file.h"
@@ -33,8 +33,11 @@ namespace
 {
 
 constexpr off_t kHolderByte = 0;
-constexpr off_t kHoldsByte = 1;   // + class index (0 read, 1 write, 2 delete)
-constexpr off_t kRefusesByte = 4; // + class index
+// Per class (0 read, 1 write, 2 delete): the byte of its holders and of its refusers. The order puts the
+// bytes of the most common open, read access sharing read only, in one run (holds read, refuses write and
+// delete: bytes 4..6) and the bytes it is checked against in another (1..3).
+constexpr off_t kHoldsByte[3] = {4, 2, 3};
+constexpr off_t kRefusesByte[3] = {1, 5, 6};
 constexpr off_t kGateByte = 7;
 constexpr int kClasses = 3;
 constexpr int kMaxRounds = 100;
@@ -153,9 +156,9 @@ unsigned BytesOf(DWORD access, DWORD shareMode)
     for (int c = 0; c < kClasses; ++c)
     {
         if (access & (1u << c))
-            bytes |= 1u << (kHoldsByte + c);
+            bytes |= 1u << kHoldsByte[c];
         if (!(shareMode & (1u << c)))
-            bytes |= 1u << (kRefusesByte + c);
+            bytes |= 1u << kRefusesByte[c];
     }
     return bytes;
 }
@@ -164,8 +167,15 @@ unsigned BytesOf(DWORD access, DWORD shareMode)
 // meets the hold.
 unsigned ConflictsOf(unsigned bytes)
 {
-    const unsigned holds = (bytes >> kHoldsByte) & 7u, refuses = (bytes >> kRefusesByte) & 7u;
-    return (refuses << kHoldsByte) | (holds << kRefusesByte);
+    unsigned conflicts = 0;
+    for (int c = 0; c < kClasses; ++c)
+    {
+        if (bytes & (1u << kHoldsByte[c]))
+            conflicts |= 1u << kRefusesByte[c];
+        if (bytes & (1u << kRefusesByte[c]))
+            conflicts |= 1u << kHoldsByte[c];
+    }
+    return conflicts;
 }
 
 // What this process knows of one file: its lock descriptor and, per published byte, how many of its opens
