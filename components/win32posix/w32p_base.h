@@ -148,6 +148,7 @@ typedef union _ULARGE_INTEGER
 #define GENERIC_WRITE 0x40000000L
 #define GENERIC_EXECUTE 0x20000000L
 #define GENERIC_ALL 0x10000000L
+#define MAXIMUM_ALLOWED 0x02000000L
 
 // Error codes (GetLastError values).
 #define ERROR_SUCCESS 0L
@@ -204,6 +205,7 @@ typedef union _ULARGE_INTEGER
 #define ERROR_PRIVILEGE_NOT_HELD 1314L
 #define ERROR_INVALID_WINDOW_HANDLE 1400L
 #define ERROR_TIMEOUT 1460L
+#define ERROR_INVALID_USER_BUFFER 1784L
 #define ERROR_CANT_RESOLVE_FILENAME 1921L
 
 // The calling thread's last-error value (thread-local, as on Windows).

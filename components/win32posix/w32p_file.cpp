@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <cwctype>
 #include <dirent.h>
@@ -22,6 +23,13 @@ namespace
 
 constexpr mode_t kWriteBits = S_IWUSR | S_IWGRP | S_IWOTH;
 
+// Whether path still names the file st describes (a link is not followed).
+bool IsStill(const std::string& path, const struct stat& st)
+{
+    struct stat named;
+    return lstat(path.c_str(), &named) == 0 && named.st_dev == st.st_dev && named.st_ino == st.st_ino;
+}
+
 // One open file or directory. The descriptor is fixed for the object's life; the kernel serialises
 // concurrent reads and writes on it.
 struct FileObject : W32pObject
@@ -33,14 +41,10 @@ struct FileObject : W32pObject
     }
     ~FileObject() override
     {
-        if (!deletePath.empty())
-        {
-            // Only the file this handle opened is removed, not one put in its place since.
-            struct stat st;
-            if (lstat(deletePath.c_str(), &st) == 0 && st.st_dev == device && st.st_ino == inode)
-                unlink(deletePath.c_str());
-        }
-        W32pShareRelease(shareFd, device, inode);
+        W32pShareRelease(share); // carries out a pending delete-on-close at the file's last handle
+        struct stat st;
+        if (!deletePath.empty() && fstat(fd, &st) == 0 && IsStill(deletePath, st))
+            unlink(deletePath.c_str());
         if (ownsDescriptor)
             close(fd); // also releases the sharing lock of this open file description
     }
@@ -49,14 +53,11 @@ struct FileObject : W32pObject
     const bool readable;
     const bool writable;
     const bool regularFile; // reads loop until the count is met only on regular files
-    // Set once before the handle is published: the identity of the opened file; FILE_FLAG_DELETE_ON_CLOSE's
-    // path to remove at close (only while it still names that file); the registration in the file's open
-    // set (w32p_share.h), -1 for none.
-    dev_t device = 0;
-    ino_t inode = 0;
-    std::string deletePath;
-    int shareFd = -1;
-    std::mutex attachmentLock;        // guards attachment
+    // Set once before the handle is published: the registration in the file's open set (w32p_share.h), empty
+    // for none.
+    W32pShareRegistration share;
+    std::string deletePath;    // delete-on-close without a registration: removed at this handle's close
+    std::mutex attachmentLock; // guards attachment
     std::shared_ptr<void> attachment; // state another area keeps per handle (a directory-change watch)
 };
 
@@ -386,9 +387,10 @@ bool WithDeleteAccess(const struct stat& st, int at, const char* name, Act act)
     if (!S_ISREG(st.st_mode) && !S_ISDIR(st.st_mode))
         return act();
     const int pin = openat(at, name, O_PATH | O_NOFOLLOW | O_CLOEXEC);
-    const int registration = W32pShareAcquire(st.st_dev, st.st_ino, FILE_SHARE_DELETE,
-                                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
-    if (registration < 0 && GetLastError() == ERROR_SHARING_VIOLATION)
+    W32pShareRegistration registration;
+    if (!W32pShareAcquire(st.st_dev, st.st_ino, FILE_SHARE_DELETE,
+                          FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, registration) &&
+        GetLastError() == ERROR_SHARING_VIOLATION)
     {
         if (pin >= 0)
             close(pin);
@@ -396,7 +398,7 @@ bool WithDeleteAccess(const struct stat& st, int at, const char* name, Act act)
     }
     const bool done = act();
     const DWORD error = GetLastError();
-    W32pShareRelease(registration, st.st_dev, st.st_ino);
+    W32pShareRelease(registration, done);
     if (pin >= 0)
         close(pin);
     SetLastError(error);
@@ -417,6 +419,7 @@ struct OpenRequest
     DWORD sharingClasses = 0; // FILE_SHARE_* bits of the access asked for (see W32pSharingClassesOf)
     bool wantRead = false;
     bool wantWrite = false;
+    bool appendOnly = false; // FILE_APPEND_DATA without the right to write anywhere: every write at the end
     bool create = false;
     bool truncate = false;
     bool deleteOnClose = false;
@@ -433,10 +436,15 @@ bool ParseOpenRequest(DWORD desiredAccess, DWORD shareMode, DWORD disposition, D
     request.shareMode = shareMode;
     request.deleteOnClose = (flagsAndAttributes & FILE_FLAG_DELETE_ON_CLOSE) != 0;
     // Delete-on-close is delete access: other opens must share delete with it.
+    // MAXIMUM_ALLOWED is granted as read access (see w32p_file.h).
+    if (desiredAccess & MAXIMUM_ALLOWED)
+        desiredAccess |= FILE_READ_DATA;
     request.sharingClasses = W32pSharingClassesOf(desiredAccess | (request.deleteOnClose ? DELETE : 0));
     request.wantRead = (desiredAccess & (GENERIC_READ | GENERIC_ALL | FILE_READ_DATA)) != 0;
     request.wantWrite =
         (desiredAccess & (GENERIC_WRITE | GENERIC_ALL | FILE_WRITE_DATA | FILE_APPEND_DATA)) != 0;
+    request.appendOnly = (desiredAccess & (GENERIC_WRITE | GENERIC_ALL | FILE_WRITE_DATA)) == 0 &&
+                         (desiredAccess & FILE_APPEND_DATA) != 0;
     request.create = disposition == CREATE_NEW || disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS;
     request.truncate = disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING;
     constexpr DWORD kShareBits = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
@@ -453,9 +461,10 @@ bool ParseOpenRequest(DWORD desiredAccess, DWORD shareMode, DWORD disposition, D
 int OpenDescriptor(const ResolvedPath& where, const OpenRequest& request, bool& existed)
 {
     // O_NONBLOCK keeps the open itself from waiting (a FIFO without a peer, a device that is not ready);
-    // it is cleared again once the descriptor is there, so transfers behave as on an ordinary handle.
+    // MakeBlocking clears it again once the descriptor is there.
     int flags = O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
     flags |= request.wantWrite ? (request.wantRead ? O_RDWR : O_WRONLY) : O_RDONLY;
+    flags |= request.appendOnly ? O_APPEND : 0;
     const mode_t mode = (request.flagsAndAttributes & FILE_ATTRIBUTE_READONLY) ? 0444 : 0666;
 
     // Creation goes first with O_EXCL, so that "existed before" is known without a race.
@@ -482,15 +491,23 @@ int OpenDescriptor(const ResolvedPath& where, const OpenRequest& request, bool& 
             return -1;
         }
     }
+    return fd;
+}
+
+// Clears O_NONBLOCK again on what is not a regular file (for which Linux ignores it), so that transfers
+// behave as on an ordinary handle.
+void MakeBlocking(int fd, const struct stat& st)
+{
+    if (S_ISREG(st.st_mode))
+        return;
     const int statusFlags = fcntl(fd, F_GETFL);
     if (statusFlags != -1)
         fcntl(fd, F_SETFL, statusFlags & ~O_NONBLOCK);
-    return fd;
 }
 
 // Admits the open by the sharing rule: the exclusive or shared lock of the file itself (seen by every user)
 // and the user's open set of the file (see w32p_share.h). Opens without data access take part in neither,
-// as on Windows. False with the last error set; object->shareFd holds the registration on success.
+// as on Windows. False with the last error set; object.share holds the registration on success.
 bool AdmitSharing(FileObject& object, const OpenRequest& request, const struct stat& st)
 {
     if (request.sharingClasses == 0)
@@ -501,9 +518,9 @@ bool AdmitSharing(FileObject& object, const OpenRequest& request, const struct s
         SetLastError(error == EWOULDBLOCK ? ERROR_SHARING_VIOLATION : W32pErrorFromErrno(error));
         return false;
     }
-    object.shareFd = W32pShareAcquire(st.st_dev, st.st_ino, request.sharingClasses, request.shareMode);
     // An unreachable open set leaves the file lock as the only check, as before the open set existed.
-    return object.shareFd >= 0 || GetLastError() != ERROR_SHARING_VIOLATION;
+    return W32pShareAcquire(st.st_dev, st.st_ino, request.sharingClasses, request.shareMode, object.share) ||
+           GetLastError() != ERROR_SHARING_VIOLATION;
 }
 
 // Refusals that depend on what was opened. Root passes every permission check of Linux; the read-only
@@ -565,16 +582,20 @@ HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD shareMode, LPSEC
         close(fd);
         return INVALID_HANDLE_VALUE;
     }
+    MakeBlocking(fd, st);
     // From here the object owns the descriptor and whatever registration it makes.
     auto object =
         std::make_shared<FileObject>(fd, true, request.wantRead, request.wantWrite, S_ISREG(st.st_mode));
-    object->device = st.st_dev;
-    object->inode = st.st_ino;
     if (!CheckOpenedObject(request, st, existed) || !AdmitSharing(*object, request, st) ||
         !FinishOpen(*object, request, st, existed))
         return INVALID_HANDLE_VALUE;
     if (request.deleteOnClose && !S_ISDIR(st.st_mode))
-        object->deletePath = path;
+    {
+        if (object->share.generation != 0)
+            W32pShareDeleteAtLastClose(object->share, path);
+        else
+            object->deletePath = path; // the open set is out of reach: at this handle's close
+    }
     HANDLE handle = W32pInsertHandle(object);
     if (handle == nullptr)
         return INVALID_HANDLE_VALUE; // the object closes the descriptor
@@ -587,33 +608,78 @@ HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD shareMode, LPSEC
 namespace
 {
 
-// The common part of ReadFile and WriteFile: checks the handle, its access and the buffer, then moves size
-// bytes with step(fd, at, count, offset) — at the overlapped offset when one is given, else at the file
-// position — retrying after signals. A read from something other than a regular file, or one that reaches
-// the end, returns what it got. done receives the bytes moved, also on failure.
+constexpr ULONGLONG kToEndOfFile = ~0ull; // an OVERLAPPED offset that writes at the end of the file
+constexpr ULONG_PTR kStatusSuccess = 0;
+constexpr ULONG_PTR kStatusUnsuccessful = 0xC0000001;
+constexpr ULONG_PTR kStatusEndOfFile = 0xC0000011; // what Windows leaves in OVERLAPPED.Internal at the end
+
+// The checks before any byte moves: the handle, its access, the buffer, the offset. A null count pointer is
+// allowed, as Windows allows it.
+// offset receives where the transfer starts: -1 for the file position. Null with the last error set.
+std::shared_ptr<FileObject> PrepareTransfer(HANDLE file, bool reading, const void* buffer, DWORD size,
+                                            LPOVERLAPPED overlapped, off_t& offset)
+{
+    std::shared_ptr<FileObject> object = LookupFile(file);
+    if (!object)
+        return nullptr;
+    DWORD error = ERROR_SUCCESS;
+    if (!(reading ? object->readable : object->writable))
+        error = ERROR_ACCESS_DENIED;
+    else if (buffer == nullptr && size > 0)
+        error = reading ? ERROR_NOACCESS : ERROR_INVALID_USER_BUFFER; // Windows' two answers
+    offset = -1;
+    if (error == ERROR_SUCCESS && overlapped != nullptr)
+    {
+        const ULONGLONG at = (static_cast<ULONGLONG>(overlapped->OffsetHigh) << 32) | overlapped->Offset;
+        if (!reading && at == kToEndOfFile)
+            offset = lseek(object->fd, 0, SEEK_END);
+        else if (at <= static_cast<ULONGLONG>(INT64_MAX))
+            offset = static_cast<off_t>(at);
+        else
+            error = ERROR_INVALID_PARAMETER;
+    }
+    if (error != ERROR_SUCCESS)
+    {
+        SetLastError(error);
+        return nullptr;
+    }
+    return object;
+}
+
+// Ends a transfer with an OVERLAPPED on this synchronous handle as Windows does: the file position moves
+// past the bytes moved (to the offset itself for a read at or beyond the end, which then fails with
+// ERROR_HANDLE_EOF), and the OVERLAPPED gets the status and count.
+BOOL FinishAtOffset(const FileObject& object, bool reading, DWORD size, off_t offset, DWORD moved,
+                    LPOVERLAPPED overlapped, BOOL result)
+{
+    if (result)
+        lseek(object.fd, offset + moved, SEEK_SET);
+    overlapped->InternalHigh = moved;
+    overlapped->Internal = result ? kStatusSuccess : kStatusUnsuccessful;
+    if (result && reading && moved == 0 && size > 0 && object.regularFile)
+    {
+        overlapped->Internal = kStatusEndOfFile;
+        SetLastError(ERROR_HANDLE_EOF);
+        return FALSE;
+    }
+    return result;
+}
+
+// The common part of ReadFile and WriteFile: after PrepareTransfer, moves size bytes with step(fd, at,
+// count, offset) — at the overlapped offset when one is given, else at the file position — retrying after
+// signals. A read from something other than a regular file, or one that reaches the end, returns what it
+// got. done receives the bytes moved, also on failure.
 template <typename Step>
 BOOL Transfer(HANDLE file, bool reading, void* buffer, DWORD size, LPDWORD done, LPOVERLAPPED overlapped,
               Step step)
 {
     if (done != nullptr)
         *done = 0;
-    std::shared_ptr<FileObject> object = LookupFile(file);
+    off_t offset = -1;
+    const std::shared_ptr<FileObject> object =
+        PrepareTransfer(file, reading, buffer, size, overlapped, offset);
     if (!object)
         return FALSE;
-    if (!(reading ? object->readable : object->writable))
-    {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return FALSE;
-    }
-    if (buffer == nullptr && size > 0)
-    {
-        SetLastError(ERROR_NOACCESS);
-        return FALSE;
-    }
-    const off_t offset =
-        overlapped
-            ? static_cast<off_t>((static_cast<ULONGLONG>(overlapped->OffsetHigh) << 32) | overlapped->Offset)
-            : -1;
     DWORD moved = 0;
     BOOL result = TRUE;
     while (moved < size)
@@ -634,6 +700,8 @@ BOOL Transfer(HANDLE file, bool reading, void* buffer, DWORD size, LPDWORD done,
     }
     if (done != nullptr)
         *done = moved;
+    if (overlapped != nullptr && offset >= 0)
+        return FinishAtOffset(*object, reading, size, offset, moved, overlapped, result);
     return result;
 }
 

@@ -28,8 +28,8 @@
 //   was listed is never entered or emptied. Each open search holds one file descriptor.
 // - Opening never waits: a FIFO without a peer or a device that is not ready fails at once
 //   (ERROR_NOT_READY) instead of blocking; transfers on the handle block as usual.
-// - FILE_FLAG_DELETE_ON_CLOSE removes the file when this handle closes, if the path still names the file
-//   it opened; a read-only file can't be opened with it (ERROR_ACCESS_DENIED).
+// - FILE_FLAG_DELETE_ON_CLOSE removes the file when the process's last handle of it closes, if the path
+//   still names the file it opened; a read-only file can't be opened with it (ERROR_ACCESS_DENIED).
 // Handles are thread-safe in the Win32 sense: concurrent ReadFile/WriteFile on one handle share its file
 // position as they would on Windows.
 #pragma once
@@ -130,7 +130,10 @@ typedef enum _GET_FILEEX_INFO_LEVELS
 typedef void (*LPOVERLAPPED_COMPLETION_ROUTINE)(DWORD errorCode, DWORD bytesTransferred,
                                                 LPOVERLAPPED overlapped);
 
-// Opens or creates a file (or, with FILE_FLAG_BACKUP_SEMANTICS, a directory). Failure:
+// Opens or creates a file (or, with FILE_FLAG_BACKUP_SEMANTICS, a directory). Every access mask Windows
+// accepts is accepted (GENERIC_*, 0, MAXIMUM_ALLOWED, standard and specific rights), and so are every
+// FILE_FLAG_* and FILE_ATTRIBUTE_* bit and the SECURITY_* quality-of-service bits. FILE_APPEND_DATA without
+// FILE_WRITE_DATA (or a generic write right) makes every write go to the end of the file. Failure:
 // INVALID_HANDLE_VALUE with ERROR_FILE_NOT_FOUND / ERROR_PATH_NOT_FOUND, ERROR_FILE_EXISTS (CREATE_NEW),
 // ERROR_ACCESS_DENIED (no permission, a read-only file opened for writing, a directory without
 // FILE_FLAG_BACKUP_SEMANTICS), ERROR_SHARING_VIOLATION (see "Sharing" above), ERROR_INVALID_PARAMETER (bad
@@ -139,17 +142,29 @@ typedef void (*LPOVERLAPPED_COMPLETION_ROUTINE)(DWORD errorCode, DWORD bytesTran
 // ERROR_ALREADY_EXISTS; otherwise a success leaves the last error 0. New files get permission 0666 less the
 // umask; FILE_ATTRIBUTE_READONLY in the attributes makes them 0444 less the umask.
 // Differs from Windows: the security attributes and the template are ignored (Linux permissions come from
-// the umask); an open with access 0 still needs read permission on Linux, where Windows needs none; the
-// hidden, system, archive and temporary attributes and the FILE_FLAG_* hints other than
+// the umask); an open with access 0 still needs read permission on Linux, where Windows needs none;
+// MAXIMUM_ALLOWED grants read access only (Linux can't open "as much as allowed" in one step without
+// trying); ACCESS_SYSTEM_SECURITY needs no privilege; FILE_FLAG_OPEN_REPARSE_POINT still follows a link;
+// the hidden, system, archive and temporary attributes and the FILE_FLAG_* hints other than
 // FILE_FLAG_BACKUP_SEMANTICS and FILE_FLAG_DELETE_ON_CLOSE are accepted and have no effect.
+// FILE_FLAG_DELETE_ON_CLOSE removes the file when this process's last data-access handle of it closes;
+// handles of other processes and attribute-only handles do not keep it (on Windows every handle does).
 W32P_API HANDLE CreateFileW(LPCWSTR fileName, DWORD desiredAccess, DWORD shareMode,
                             LPSECURITY_ATTRIBUTES securityAttributes, DWORD creationDisposition,
                             DWORD flagsAndAttributes, HANDLE templateFile);
 // Reads up to toRead bytes (fewer only at the end of the file or from a pipe or terminal). An OVERLAPPED
-// gives the file offset to read at, as for a synchronous handle on Windows. A handle opened without read
-// access fails with ERROR_ACCESS_DENIED.
+// gives the file offset to read at, as for a synchronous handle on Windows: the file position then moves
+// past what was read, Internal receives the status and InternalHigh the count, and a read of a file that
+// starts at or beyond its end fails with ERROR_HANDLE_EOF (and moves the position to that offset). Without
+// an OVERLAPPED a read at the end succeeds with 0 bytes. A handle opened without read access:
+// ERROR_ACCESS_DENIED; a null buffer with a non-zero count: ERROR_NOACCESS. The count pointer may be null.
+// Differs from Windows: FILE_FLAG_OVERLAPPED handles are served synchronously too (the call returns when
+// the transfer is done, never answers ERROR_IO_PENDING, and moves the file position as a synchronous
+// handle does).
 W32P_API BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD toRead, LPDWORD read, LPOVERLAPPED overlapped);
-// Writes all toWrite bytes or fails (ERROR_DISK_FULL, ERROR_ACCESS_DENIED without write access, ...).
+// Writes all toWrite bytes or fails (ERROR_DISK_FULL, ERROR_ACCESS_DENIED without write access,
+// ERROR_INVALID_USER_BUFFER for a null buffer with a non-zero count, ...). An OVERLAPPED offset works as for
+// ReadFile; the offset 0xFFFFFFFF:FFFFFFFF writes at the end of the file. Differs from Windows as ReadFile.
 W32P_API BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD written, LPOVERLAPPED overlapped);
 // STD_INPUT_HANDLE, STD_OUTPUT_HANDLE or STD_ERROR_HANDLE: a handle for descriptor 0, 1 or 2, the same
 // value on every call while it stays open. Another value: INVALID_HANDLE_VALUE with ERROR_INVALID_HANDLE.

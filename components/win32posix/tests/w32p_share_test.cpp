@@ -1,5 +1,6 @@
 // Sharing between opens of one file: the whole access x sharing matrix in one process and across two, the
 // delete access of DeleteFileW and MoveFileExW, and holders that close or die.
+#include "w32p_share.h"
 #include "w32p_test_util.h"
 
 #include <gtest/gtest.h>
@@ -73,9 +74,11 @@ std::wstring WideOf(const std::string& narrow)
     return std::wstring(narrow.begin(), narrow.end());
 }
 
-// Whether the record of the open set of the file at path is still in the store.
+// Whether the record of the open set of the file at path is still in the store, once this process's idle
+// records are dropped.
 bool LockFileLeft(const std::string& path)
 {
+    W32pShareDropIdle();
     struct stat st;
     if (stat(path.c_str(), &st) != 0)
         return false;
@@ -83,6 +86,18 @@ bool LockFileLeft(const std::string& path)
     std::snprintf(name, sizeof name, "/.share-%llx-%llx", static_cast<unsigned long long>(st.st_dev),
                   static_cast<unsigned long long>(st.st_ino));
     return access((NamedObjectDir() + name).c_str(), F_OK) == 0;
+}
+
+// Whether a child process's open of path as party is admitted.
+bool AdmittedInChild(const std::wstring& path, const Party& party)
+{
+    const pid_t child = ForkChild(
+        [&]
+        {
+            HANDLE h = OpenAs(path, party);
+            return h != INVALID_HANDLE_VALUE ? 0 : GetLastError() == ERROR_SHARING_VIOLATION ? 1 : 2;
+        });
+    return JoinChild(child) == 0;
 }
 
 // Holds each of the 64 first opens of a scratch file in turn and hands it to check(path, first index).
@@ -210,6 +225,54 @@ TEST(Share, KilledHolderReleasesTheFile)
     EXPECT_NE(after, INVALID_HANDLE_VALUE);
     CloseHandle(after);
     EXPECT_FALSE(LockFileLeft(narrow));
+}
+
+// What another process sees is what this process's opens hold together: it changes as they close, and a
+// child closing the handles it inherited changes nothing of its parent's.
+TEST(Share, OtherProcessesSeeWhatTheOpensHoldTogether)
+{
+    ScratchDir dir;
+    const std::wstring path = dir.Wide(L"g.txt");
+    std::ofstream(dir.NarrowOf("g.txt")) << "x";
+    const Party all = {FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, 7};
+    const Party readerOnly = {FILE_SHARE_READ, FILE_SHARE_READ}; // refuses writers
+    HANDLE reader = OpenAs(path, Party{FILE_SHARE_READ, 7});
+    HANDLE writer = OpenAs(path, Party{FILE_SHARE_WRITE, 7});
+    ASSERT_NE(reader, INVALID_HANDLE_VALUE);
+    ASSERT_NE(writer, INVALID_HANDLE_VALUE);
+    EXPECT_FALSE(AdmittedInChild(path, readerOnly));
+    const pid_t closer = ForkChild([&] { return CloseHandle(writer) && CloseHandle(reader) ? 0 : 1; });
+    EXPECT_EQ(JoinChild(closer), 0);
+    EXPECT_FALSE(AdmittedInChild(path, readerOnly)) << "a child's close released its parent's open";
+    CloseHandle(writer);
+    EXPECT_TRUE(AdmittedInChild(path, readerOnly));
+    EXPECT_FALSE(AdmittedInChild(path, Party{FILE_SHARE_READ, 0}));
+    CloseHandle(reader);
+    // Closed and reopened: the idle record is reused and holds nothing.
+    EXPECT_TRUE(AdmittedInChild(path, Party{FILE_SHARE_READ, 0}));
+    HANDLE again = OpenAs(path, all);
+    ASSERT_NE(again, INVALID_HANDLE_VALUE);
+    EXPECT_FALSE(AdmittedInChild(path, Party{FILE_SHARE_READ, 0}));
+    CloseHandle(again);
+    EXPECT_FALSE(LockFileLeft(dir.NarrowOf("g.txt")));
+}
+
+// Delete-on-close removes the file when the last handle of it closes, not the flagged one.
+TEST(Share, DeleteOnCloseWaitsForTheLastHandle)
+{
+    ScratchDir dir;
+    const std::wstring path = dir.Wide(L"d.txt");
+    std::ofstream(dir.NarrowOf("d.txt")) << "x";
+    HANDLE flagged = CreateFileW(path.c_str(), GENERIC_READ | DELETE, 7, nullptr, OPEN_EXISTING,
+                                 FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+    ASSERT_NE(flagged, INVALID_HANDLE_VALUE);
+    HANDLE other = OpenAs(path, Party{FILE_SHARE_READ, 7});
+    ASSERT_NE(other, INVALID_HANDLE_VALUE);
+    CloseHandle(flagged);
+    EXPECT_NE(GetFileAttributesW(path.c_str()), INVALID_FILE_ATTRIBUTES);
+    CloseHandle(other);
+    EXPECT_EQ(GetFileAttributesW(path.c_str()), INVALID_FILE_ATTRIBUTES);
+    EXPECT_FALSE(LockFileLeft(dir.NarrowOf("d.txt")));
 }
 
 TEST(Share, RefusedParameters)
