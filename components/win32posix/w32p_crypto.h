@@ -81,7 +81,8 @@ typedef struct __BCRYPT_KEY_LENGTHS_STRUCT
 W32P_API NTSTATUS BCryptOpenAlgorithmProvider(BCRYPT_ALG_HANDLE* algorithm, LPCWSTR algorithmId,
                                               LPCWSTR implementation, ULONG flags);
 W32P_API NTSTATUS BCryptCloseAlgorithmProvider(BCRYPT_ALG_HANDLE algorithm, ULONG flags);
-// Works on provider, key and hash handles. With a null output only the size is reported. Too small:
+// Works on provider, key and hash handles. With a null output only the size is reported, with
+// STATUS_SUCCESS as Microsoft documents it (Wine answers STATUS_BUFFER_TOO_SMALL). Too small:
 // STATUS_BUFFER_TOO_SMALL and the size. A property the object does not have: STATUS_NOT_SUPPORTED. AES:
 // "AlgorithmName", "BlockLength", "ChainingMode", "KeyLengths", "ObjectLength"; a key adds "KeyLength",
 // "KeyStrength" and, in CFB mode, "MessageBlockLength". Hashes: "AlgorithmName", "HashDigestLength",
