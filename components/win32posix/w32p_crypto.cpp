@@ -535,6 +535,24 @@ const AlgorithmInfo* AlgorithmNamed(LPCWSTR name)
     return nullptr;
 }
 
+// The digest of algorithm, fetched once per process: fetching for every hash object is slow.
+EVP_MD* FetchedDigest(const AlgorithmInfo& algorithm)
+{
+    static std::mutex lock; // guards fetched
+    static std::unordered_map<const AlgorithmInfo*, EVP_MD*> fetched;
+    std::lock_guard<std::mutex> guard(lock);
+    EVP_MD*& md = fetched[&algorithm];
+    if (md == nullptr)
+        md = EVP_MD_fetch(nullptr, algorithm.digest, nullptr);
+    return md;
+}
+
+EVP_MAC* FetchedHmac()
+{
+    static EVP_MAC* const mac = EVP_MAC_fetch(nullptr, "HMAC", nullptr);
+    return mac;
+}
+
 // Sets up a digest, or an HMAC keyed with secret, for algorithm.
 bool StartDigest(const AlgorithmInfo& algorithm, bool hmac, const unsigned char* secret, ULONG secretLength,
                  DigestState& state)
@@ -542,14 +560,11 @@ bool StartDigest(const AlgorithmInfo& algorithm, bool hmac, const unsigned char*
     if (!hmac)
     {
         state.md.reset(EVP_MD_CTX_new());
-        EVP_MD* md = EVP_MD_fetch(nullptr, algorithm.digest, nullptr);
-        const bool ok = state.md && md && EVP_DigestInit_ex2(state.md.get(), md, nullptr) == 1;
-        EVP_MD_free(md);
-        return ok;
+        EVP_MD* md = FetchedDigest(algorithm);
+        return state.md && md && EVP_DigestInit_ex2(state.md.get(), md, nullptr) == 1;
     }
-    EVP_MAC* mac = EVP_MAC_fetch(nullptr, "HMAC", nullptr);
+    EVP_MAC* mac = FetchedHmac();
     state.mac.reset(mac ? EVP_MAC_CTX_new(mac) : nullptr);
-    EVP_MAC_free(mac);
     OSSL_PARAM params[] = {
         OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, const_cast<char*>(algorithm.digest), 0),
         OSSL_PARAM_construct_end()};
