@@ -4,6 +4,8 @@
 #include "w32p_string.h"
 
 #include <algorithm>
+#include <cctype>
+#include <cstring>
 #include <cstdlib>
 #include <cwchar>
 #include <mutex>
@@ -30,6 +32,38 @@ bool ToUtf8(LPCWSTR text, std::string& out)
     return true;
 }
 
+bool SameIgnoringCase(const char* entry, std::size_t length, const std::string& name)
+{
+    if (length != name.size())
+        return false;
+    for (std::size_t i = 0; i < length; ++i)
+        if (std::tolower(static_cast<unsigned char>(entry[i])) !=
+            std::tolower(static_cast<unsigned char>(name[i])))
+            return false;
+    return true;
+}
+
+// The name of a variable that equals name ignoring ASCII case but is spelt differently; empty when none.
+std::string NameIgnoringCase(const std::string& name)
+{
+    for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry)
+    {
+        const char* equals = std::strchr(*entry, '=');
+        const std::size_t length = equals ? static_cast<std::size_t>(equals - *entry) : 0;
+        if (equals != nullptr && SameIgnoringCase(*entry, length, name) &&
+            name.compare(0, length, *entry, length) != 0)
+            return std::string(*entry, length);
+    }
+    return std::string();
+}
+
+// The value of a variable whose name equals name ignoring ASCII case; null when none.
+const char* FindIgnoringCase(const std::string& name)
+{
+    const std::string other = NameIgnoringCase(name);
+    return other.empty() ? nullptr : std::getenv(other.c_str());
+}
+
 } // namespace
 
 DWORD GetEnvironmentVariableW(LPCWSTR name, LPWSTR buffer, DWORD size)
@@ -45,6 +79,8 @@ DWORD GetEnvironmentVariableW(LPCWSTR name, LPWSTR buffer, DWORD size)
         std::lock_guard<std::mutex> guard(g_environmentLock);
         const char* raw = std::getenv(narrowName.c_str());
         if (raw == nullptr)
+            raw = FindIgnoringCase(narrowName);
+        if (raw == nullptr)
         {
             SetLastError(ERROR_ENVVAR_NOT_FOUND);
             return 0;
@@ -57,12 +93,7 @@ DWORD GetEnvironmentVariableW(LPCWSTR name, LPWSTR buffer, DWORD size)
             value.resize(static_cast<std::size_t>(n - 1));
         }
     }
-    if (value.empty())
-    {
-        if (buffer != nullptr && size > 0)
-            buffer[0] = L'\0';
-        return 0;
-    }
+    // An empty value answers 0 with the last error unchanged, or 1 (room for the terminator) to a zero size.
     const DWORD needed = static_cast<DWORD>(value.size() + 1);
     if (buffer == nullptr || size < needed)
         return needed;
@@ -80,8 +111,18 @@ BOOL SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value)
         return FALSE;
     }
     std::lock_guard<std::mutex> guard(g_environmentLock);
-    int rc =
-        value == nullptr ? unsetenv(narrowName.c_str()) : setenv(narrowName.c_str(), narrowValue.c_str(), 1);
+    // One variable per name regardless of case: a variable spelt in another case keeps its spelling (on Linux
+    // "PATH" must stay "PATH") and takes the value; a deletion removes every spelling.
+    int rc = 0;
+    if (value == nullptr)
+        for (std::string other = NameIgnoringCase(narrowName); !other.empty() && rc == 0;
+             other = NameIgnoringCase(narrowName))
+            rc = unsetenv(other.c_str());
+    else if (std::getenv(narrowName.c_str()) == nullptr && !NameIgnoringCase(narrowName).empty())
+        narrowName = NameIgnoringCase(narrowName);
+    if (rc == 0)
+        rc = value == nullptr ? unsetenv(narrowName.c_str())
+                              : setenv(narrowName.c_str(), narrowValue.c_str(), 1);
     if (rc != 0)
     {
         W32pSetLastErrorFromErrno();

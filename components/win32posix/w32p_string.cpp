@@ -178,8 +178,8 @@ std::size_t EncodeUtf8(char32_t c, char* out)
 int MultiByteToWideChar(UINT codePage, DWORD flags, LPCCH multiByte, int multiByteLength, LPWSTR wideChars,
                         int wideCharCount)
 {
-    if (codePage != CP_UTF8 || multiByte == nullptr || multiByteLength == 0 || multiByteLength < -1 ||
-        wideCharCount < 0 || (wideChars == nullptr && wideCharCount != 0) ||
+    if (codePage != CP_UTF8 || multiByte == nullptr || multiByteLength == 0 || wideCharCount < 0 ||
+        (wideChars == nullptr && wideCharCount != 0) ||
         (wideChars != nullptr && static_cast<const void*>(wideChars) == static_cast<const void*>(multiByte)))
     {
         SetLastError(ERROR_INVALID_PARAMETER);
@@ -191,7 +191,7 @@ int MultiByteToWideChar(UINT codePage, DWORD flags, LPCCH multiByte, int multiBy
         return 0;
     }
     const std::size_t n =
-        multiByteLength == -1 ? std::strlen(multiByte) + 1 : static_cast<std::size_t>(multiByteLength);
+        multiByteLength < 0 ? std::strlen(multiByte) + 1 : static_cast<std::size_t>(multiByteLength);
     const auto* p = reinterpret_cast<const unsigned char*>(multiByte);
     std::size_t produced = 0;
     for (std::size_t i = 0; i < n;)
@@ -241,8 +241,8 @@ int MultiByteToWideChar(UINT codePage, DWORD flags, LPCCH multiByte, int multiBy
 int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWCH wideChars, int wideCharCount, LPSTR multiByte,
                         int multiByteLength, LPCCH defaultChar, LPBOOL usedDefaultChar)
 {
-    if (codePage != CP_UTF8 || wideChars == nullptr || wideCharCount == 0 || wideCharCount < -1 ||
-        multiByteLength < 0 || (multiByte == nullptr && multiByteLength != 0) || defaultChar != nullptr ||
+    if (codePage != CP_UTF8 || wideChars == nullptr || wideCharCount == 0 || multiByteLength < 0 ||
+        (multiByte == nullptr && multiByteLength != 0) || defaultChar != nullptr ||
         usedDefaultChar != nullptr ||
         (multiByte != nullptr && static_cast<const void*>(wideChars) == static_cast<const void*>(multiByte)))
     {
@@ -255,7 +255,7 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWCH wideChars, int wideCh
         return 0;
     }
     const std::size_t n =
-        wideCharCount == -1 ? std::wcslen(wideChars) + 1 : static_cast<std::size_t>(wideCharCount);
+        wideCharCount < 0 ? std::wcslen(wideChars) + 1 : static_cast<std::size_t>(wideCharCount);
     std::size_t produced = 0;
     char buffer[4];
     for (std::size_t i = 0; i < n; ++i)

@@ -30,13 +30,65 @@ TEST(MultiByteToWideChar, SizesTerminatorAndShortBuffers)
     EXPECT_EQ(std::wstring(buffer), L"\u00e4\U0001F600");
 }
 
-TEST(MultiByteToWideChar, InvalidArgumentsAndCodePages)
+// One row per parameter rule, for both directions: lengths, null and shared buffers, code pages and flags.
+TEST(CodePageConversion, ParameterTable)
 {
-    wchar_t buffer[4];
-    EXPECT_W32_FAILS(MultiByteToWideChar(CP_UTF8, 0, nullptr, 3, buffer, 4), 0, ERROR_INVALID_PARAMETER);
-    EXPECT_W32_FAILS(MultiByteToWideChar(CP_UTF8, 0, "a", 0, buffer, 4), 0, ERROR_INVALID_PARAMETER);
-    EXPECT_W32_FAILS(MultiByteToWideChar(CP_ACP, 0, "a", 1, buffer, 4), 0, ERROR_INVALID_PARAMETER);
-    EXPECT_W32_FAILS(MultiByteToWideChar(CP_UTF8, 0x1, "a", 1, buffer, 4), 0, ERROR_INVALID_FLAGS);
+    enum Input
+    {
+        kText,
+        kNull,
+        kSameAsOutput
+    };
+    struct
+    {
+        UINT codePage;
+        DWORD flags;
+        Input input;
+        int length;
+        bool output;
+        int size;
+        int result;
+        DWORD error; // checked when result is 0
+    } rows[] = {
+        {CP_UTF8, 0, kText, 3, true, 8, 3, 0},
+        {CP_UTF8, 0, kText, -1, true, 8, 4, 0},
+        {CP_UTF8, 0, kText, -2, true, 8, 4, 0}, // any negative length reads up to the terminator
+        {CP_UTF8, 0, kText, 3, false, 0, 3, 0}, // size query
+        {CP_UTF8, 0, kText, 0, true, 8, 0, ERROR_INVALID_PARAMETER},
+        {CP_UTF8, 0, kNull, 3, true, 8, 0, ERROR_INVALID_PARAMETER},
+        {CP_UTF8, 0, kText, 3, false, 8, 0, ERROR_INVALID_PARAMETER},
+        {CP_UTF8, 0, kText, 3, true, -1, 0, ERROR_INVALID_PARAMETER},
+        {CP_UTF8, 0, kText, 3, true, 2, 0, ERROR_INSUFFICIENT_BUFFER},
+        {CP_UTF8, 0, kSameAsOutput, 3, true, 8, 0, ERROR_INVALID_PARAMETER},
+        {CP_ACP, 0, kText, 3, true, 8, 0, ERROR_INVALID_PARAMETER},
+        {12345, 0, kText, 3, true, 8, 0, ERROR_INVALID_PARAMETER},
+        {CP_UTF8, 0x1, kText, 3, true, 8, 0, ERROR_INVALID_FLAGS},   // MB_PRECOMPOSED
+        {CP_UTF8, 0x400, kText, 3, true, 8, 0, ERROR_INVALID_FLAGS}, // WC_NO_BEST_FIT_CHARS
+        {CP_UTF8, 0x1000, kText, 3, true, 8, 0, ERROR_INVALID_FLAGS},
+    };
+    for (const auto& row : rows)
+    {
+        wchar_t wide[8] = {L'a', L'b', L'c', 0};
+        char narrow[32] = "abc";
+        const char* mbIn = row.input == kNull           ? nullptr
+                           : row.input == kSameAsOutput ? reinterpret_cast<char*>(wide)
+                                                        : narrow;
+        const wchar_t* wcIn = row.input == kNull           ? nullptr
+                              : row.input == kSameAsOutput ? reinterpret_cast<wchar_t*>(narrow)
+                                                           : wide;
+        SetLastError(0);
+        EXPECT_EQ(MultiByteToWideChar(row.codePage, row.flags, mbIn, row.length, row.output ? wide : nullptr,
+                                      row.size),
+                  row.result)
+            << "MultiByteToWideChar row " << (&row - rows);
+        EXPECT_EQ(GetLastError(), row.result ? 0 : row.error) << "MultiByteToWideChar row " << (&row - rows);
+        SetLastError(0);
+        EXPECT_EQ(WideCharToMultiByte(row.codePage, row.flags, wcIn, row.length,
+                                      row.output ? narrow : nullptr, row.size, nullptr, nullptr),
+                  row.result)
+            << "WideCharToMultiByte row " << (&row - rows);
+        EXPECT_EQ(GetLastError(), row.result ? 0 : row.error) << "WideCharToMultiByte row " << (&row - rows);
+    }
 }
 
 TEST(MultiByteToWideChar, OneReplacementPerInvalidSequence)
