@@ -61,6 +61,32 @@ bool SplitPath(const std::wstring& path, std::vector<std::wstring>& elements)
     return true;
 }
 
+// The size bytes of stream, read in pieces; a failed result when memory or a read fails.
+CVeLResult<CVeLByteArray> ReadWhole(IStream* stream, ULONG size, const std::wstring& path)
+{
+    std::shared_ptr<unsigned char> buffer(new (std::nothrow) unsigned char[size],
+                                          std::default_delete<unsigned char[]>());
+    if (!buffer)
+    {
+        VEL_TRACE(VEL_ERR, "Out of memory!");
+        return CVeLResult<CVeLByteArray>();
+    }
+    ULONG done = 0;
+    while (done < size)
+    {
+        ULONG read = 0;
+        const ULONG want = size - done < kPieceSize ? size - done : kPieceSize;
+        const HRESULT result = stream->Read(buffer.get() + done, want, &read);
+        if (FAILED(result) || read == 0)
+        {
+            VEL_TRACE(VEL_ERR, "Reading stream %s failed (HRESULT 0x%08X)!", Utf8(path).c_str(), result);
+            return CVeLResult<CVeLByteArray>();
+        }
+        done += read;
+    }
+    return CVeLResult<CVeLByteArray>(true, CVeLByteArray(buffer, size));
+}
+
 } // namespace
 
 CVeLCompoundFileImpl::CVeLCompoundFileImpl(std::shared_ptr<IVeLWinAPIWrapper> api,
@@ -281,30 +307,10 @@ CVeLResult<CVeLByteArray> CVeLCompoundFileImpl::ReadStream(const std::wstring& p
     }
     if (size == 0)
         return CVeLResult<CVeLByteArray>(true, CVeLByteArray());
-    std::shared_ptr<unsigned char> buffer(new (std::nothrow) unsigned char[size],
-                                          std::default_delete<unsigned char[]>());
-    if (!buffer)
-    {
-        VEL_TRACE(VEL_ERR, "Out of memory!");
-        return CVeLResult<CVeLByteArray>();
-    }
-    ULONG done = 0;
-    while (done < size)
-    {
-        ULONG read = 0;
-        const ULONG want = static_cast<ULONG>(size - done < kPieceSize ? size - done : kPieceSize);
-        result = stream.Get()->Read(buffer.get() + done, want, &read);
-        if (FAILED(result) || read == 0)
-        {
-            VEL_TRACE(VEL_ERR, "Reading stream %s failed (HRESULT 0x%08X)!", Utf8(path).c_str(), result);
-            return CVeLResult<CVeLByteArray>();
-        }
-        done += read;
-    }
-    const CVeLByteArray content(buffer, static_cast<ULONG>(size));
-    if (!decrypt)
-        return CVeLResult<CVeLByteArray>(true, content);
-    const CVeLResult<CVeLByteArray> plain = m_encryption->DecryptBytes(content);
+    const CVeLResult<CVeLByteArray> content = ReadWhole(stream.Get(), static_cast<ULONG>(size), path);
+    if (!content.IsSuccess() || !decrypt)
+        return content;
+    const CVeLResult<CVeLByteArray> plain = m_encryption->DecryptBytes(content.GetValue());
     if (!plain.IsSuccess())
         VEL_TRACE(VEL_ERR, "Decrypting stream %s failed!", Utf8(path).c_str());
     return plain;

@@ -4,7 +4,7 @@
 // its built-in module. Owns its CVeLModuleLoaderImpl and forwards every call to it. Load and Unload must not
 // race with other calls on the same object; GetFunction may be called from several threads at once. Every
 // failure is traced at ERR and answered with false or a null address; nothing throws. Without an
-// implementation (a null facade at construction) every call traces "Can't access impl!".
+// implementation (a null facade at construction) every call is traced and fails.
 #pragma once
 
 #include "ivelmoduleloader.h"

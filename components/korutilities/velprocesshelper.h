@@ -7,8 +7,8 @@
 // can be found on Windows only; on Linux those calls fail with a traced reason. Owns its
 // CVeLProcessHelperImpl and forwards every call to it; holds no state of its own, so any thread may use one
 // instance. Every failure is traced at ERR and answered with false, null or a failed result; nothing
-// throws. Without an implementation (a null facade or wait helper at construction) every call traces
-// "Can't access impl!".
+// throws. Without an implementation (a null facade or wait helper at construction) every call is traced
+// and fails.
 #pragma once
 
 #include "ivelprocesshelper.h"

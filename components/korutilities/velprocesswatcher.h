@@ -5,7 +5,7 @@
 // Destruction stops the thread and waits for it, so the callback never runs after the destructor returns.
 // Owns its CVeLProcessWatcherImpl and forwards every call to it; any thread may call it. Every failure is
 // traced at ERR and answered with false; nothing throws. Without an implementation (a null facade or wait
-// helper at construction) every call traces "Can't access impl!".
+// helper at construction) every call is traced and fails.
 #pragma once
 
 #include "ivelprocesswatcher.h"

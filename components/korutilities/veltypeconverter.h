@@ -4,7 +4,7 @@
 // and a real must be finite. Formatting is locale-independent and a real is printed so that it parses back
 // to the same value. Stateless; any thread may call it.
 // Failures: a failed parse answers a failed CVeLResult and, when reason is given, a one-line reason for
-// the user ("'12x' is not an integer", "'300' is out of range 0..255"); it is traced at debug level 1,
+// the user that names the text and the rule it broke; it is traced at debug level 1,
 // since bad text is the caller's input, not a fault of the library. Nothing throws.
 #pragma once
 

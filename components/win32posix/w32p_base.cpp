@@ -6,8 +6,49 @@
 
 namespace
 {
+
 thread_local DWORD t_lastError = ERROR_SUCCESS;
-}
+
+// Each errno value with the Win32 error Windows reports for the same condition.
+const struct
+{
+    int error;
+    DWORD win32;
+} kErrnoToWin32[] = {{0, ERROR_SUCCESS},
+                     {ENOENT, ERROR_FILE_NOT_FOUND},
+                     {ENOTDIR, ERROR_PATH_NOT_FOUND},
+                     {EMFILE, ERROR_TOO_MANY_OPEN_FILES},
+                     {ENFILE, ERROR_TOO_MANY_OPEN_FILES},
+                     {EACCES, ERROR_ACCESS_DENIED},
+                     {EPERM, ERROR_ACCESS_DENIED},
+                     {EISDIR, ERROR_ACCESS_DENIED},
+                     {EROFS, ERROR_WRITE_PROTECT},
+                     {EBADF, ERROR_INVALID_HANDLE},
+                     {ENOMEM, ERROR_NOT_ENOUGH_MEMORY},
+                     {EEXIST, ERROR_ALREADY_EXISTS},
+                     {EINVAL, ERROR_INVALID_PARAMETER},
+                     {ENOSPC, ERROR_DISK_FULL},
+                     {EDQUOT, ERROR_DISK_FULL},
+                     {EFBIG, ERROR_DISK_FULL},
+                     {ENOSYS, ERROR_CALL_NOT_IMPLEMENTED},
+                     {ENAMETOOLONG, ERROR_FILENAME_EXCED_RANGE},
+                     {ENOTEMPTY, ERROR_DIR_NOT_EMPTY},
+                     {EBUSY, ERROR_BUSY},
+                     {EAGAIN, ERROR_LOCK_VIOLATION},
+                     {EXDEV, ERROR_NOT_SAME_DEVICE},
+                     {EPIPE, ERROR_BROKEN_PIPE},
+                     {ETIMEDOUT, ERROR_TIMEOUT},
+                     {ELOOP, ERROR_CANT_RESOLVE_FILENAME},
+                     {EFAULT, ERROR_NOACCESS},
+                     {ENOTSUP, ERROR_NOT_SUPPORTED},
+                     {ECHILD, ERROR_WAIT_NO_CHILDREN},
+                     {ESRCH, ERROR_INVALID_PARAMETER},
+                     {EIO, ERROR_IO_DEVICE},
+                     {ENXIO, ERROR_NOT_READY},
+                     {ENODEV, ERROR_NOT_READY},
+                     {EILSEQ, ERROR_NO_UNICODE_TRANSLATION}};
+
+} // namespace
 
 DWORD GetLastError()
 {
@@ -21,71 +62,10 @@ void SetLastError(DWORD error)
 
 DWORD W32pErrorFromErrno(int error)
 {
-    switch (error)
-    {
-    case 0:
-        return ERROR_SUCCESS;
-    case ENOENT:
-        return ERROR_FILE_NOT_FOUND;
-    case ENOTDIR:
-        return ERROR_PATH_NOT_FOUND;
-    case EMFILE:
-    case ENFILE:
-        return ERROR_TOO_MANY_OPEN_FILES;
-    case EACCES:
-    case EPERM:
-    case EISDIR:
-        return ERROR_ACCESS_DENIED;
-    case EROFS:
-        return ERROR_WRITE_PROTECT;
-    case EBADF:
-        return ERROR_INVALID_HANDLE;
-    case ENOMEM:
-        return ERROR_NOT_ENOUGH_MEMORY;
-    case EEXIST:
-        return ERROR_ALREADY_EXISTS;
-    case EINVAL:
-        return ERROR_INVALID_PARAMETER;
-    case ENOSPC:
-    case EDQUOT:
-    case EFBIG:
-        return ERROR_DISK_FULL;
-    case ENOSYS:
-        return ERROR_CALL_NOT_IMPLEMENTED;
-    case ENAMETOOLONG:
-        return ERROR_FILENAME_EXCED_RANGE;
-    case ENOTEMPTY:
-        return ERROR_DIR_NOT_EMPTY;
-    case EBUSY:
-        return ERROR_BUSY;
-    case EAGAIN:
-        return ERROR_LOCK_VIOLATION;
-    case EXDEV:
-        return ERROR_NOT_SAME_DEVICE;
-    case EPIPE:
-        return ERROR_BROKEN_PIPE;
-    case ETIMEDOUT:
-        return ERROR_TIMEOUT;
-    case ELOOP:
-        return ERROR_CANT_RESOLVE_FILENAME;
-    case EFAULT:
-        return ERROR_NOACCESS;
-    case ENOTSUP:
-        return ERROR_NOT_SUPPORTED;
-    case ECHILD:
-        return ERROR_WAIT_NO_CHILDREN;
-    case ESRCH:
-        return ERROR_INVALID_PARAMETER;
-    case EIO:
-        return ERROR_IO_DEVICE;
-    case ENXIO:
-    case ENODEV:
-        return ERROR_NOT_READY;
-    case EILSEQ:
-        return ERROR_NO_UNICODE_TRANSLATION;
-    default:
-        return ERROR_INVALID_FUNCTION;
-    }
+    for (const auto& entry : kErrnoToWin32)
+        if (entry.error == error)
+            return entry.win32;
+    return ERROR_INVALID_FUNCTION;
 }
 
 void W32pSetLastErrorFromErrno()

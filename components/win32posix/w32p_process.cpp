@@ -218,68 +218,90 @@ DWORD SpawnError(int error)
 
 } // namespace
 
-std::vector<std::wstring> W32pSplitCommandLine(LPCWSTR commandLine)
+namespace
 {
-    std::vector<std::wstring> words;
-    if (commandLine == nullptr)
-        return words;
-    const WCHAR* p = commandLine;
-    auto blank = [](WCHAR c) { return c == L' ' || c == L'\t'; };
-    // The program name: quotes group, backslashes are plain characters.
+
+bool IsBlank(WCHAR c)
+{
+    return c == L' ' || c == L'\t';
+}
+
+// The program name at p, p moved past it: quotes group, backslashes are plain characters.
+std::wstring ReadProgramName(const WCHAR*& p)
+{
     std::wstring program;
     bool quoted = false;
-    for (; *p != L'\0' && (quoted || !blank(*p)); ++p)
+    for (; *p != L'\0' && (quoted || !IsBlank(*p)); ++p)
     {
         if (*p == L'"')
             quoted = !quoted;
         else
             program += *p;
     }
-    words.push_back(program);
+    return program;
+}
+
+// A run of backslashes at p, p moved past it: before a quote, each pair is one backslash and an odd one
+// escapes the quote; elsewhere they are plain characters.
+void ReadBackslashes(const WCHAR*& p, std::wstring& word)
+{
+    std::size_t backslashes = 0;
+    while (*p == L'\\')
+        ++backslashes, ++p;
+    if (*p != L'"')
+    {
+        word.append(backslashes, L'\\');
+        return;
+    }
+    word.append(backslashes / 2, L'\\');
+    if (backslashes % 2 == 1)
+    {
+        word += L'"';
+        ++p;
+    }
+}
+
+// One argument at p (not blank), p moved past it: quotes group, "" inside quotes is a quote.
+std::wstring ReadArgument(const WCHAR*& p)
+{
+    std::wstring word;
+    bool quoted = false;
+    while (*p != L'\0' && (quoted || !IsBlank(*p)))
+    {
+        if (*p == L'\\')
+            ReadBackslashes(p, word);
+        else if (*p == L'"' && quoted && p[1] == L'"')
+        {
+            word += L'"';
+            p += 2;
+        }
+        else if (*p == L'"')
+        {
+            quoted = !quoted;
+            ++p;
+        }
+        else
+            word += *p++;
+    }
+    return word;
+}
+
+} // namespace
+
+std::vector<std::wstring> W32pSplitCommandLine(LPCWSTR commandLine)
+{
+    std::vector<std::wstring> words;
+    if (commandLine == nullptr)
+        return words;
+    const WCHAR* p = commandLine;
+    words.push_back(ReadProgramName(p));
     for (;;)
     {
-        while (blank(*p))
+        while (IsBlank(*p))
             ++p;
         if (*p == L'\0')
             break;
-        std::wstring word;
-        quoted = false;
-        while (*p != L'\0' && (quoted || !blank(*p)))
-        {
-            if (*p == L'\\')
-            {
-                std::size_t backslashes = 0;
-                while (*p == L'\\')
-                    ++backslashes, ++p;
-                if (*p == L'"')
-                {
-                    word.append(backslashes / 2, L'\\');
-                    if (backslashes % 2 == 1)
-                    {
-                        word += L'"';
-                        ++p;
-                    }
-                }
-                else
-                    word.append(backslashes, L'\\');
-            }
-            else if (*p == L'"')
-            {
-                if (quoted && p[1] == L'"')
-                {
-                    word += L'"';
-                    p += 2;
-                }
-                else
-                {
-                    quoted = !quoted;
-                    ++p;
-                }
-            }
-            else
-                word += *p++;
-        }
-        words.push_back(word);
+        words.push_back(ReadArgument(p));
     }
     return words;
 }

@@ -1,6 +1,6 @@
 // Windows and window messages, on a system that has none: enumerating windows and asking for the foreground
-// window fail with ERROR_NOT_SUPPORTED (50), so that a caller can tell "this system has no windows" from
-// "that process has none"; no handle names a window, and posting a message fails with
+// window fail with ERROR_NOT_SUPPORTED (50), so that a caller can tell a system without windows from a
+// process without any; no handle names a window, and posting a message fails with
 // ERROR_INVALID_WINDOW_HANDLE (1400). There is no message queue here, so a null window handle (the thread's
 // own queue on Windows) fails the same way.
 #pragma once

@@ -1,5 +1,6 @@
-// Shared by the file and directory tests: a fresh temporary folder per test (removed with everything in it
-// afterwards, read-only entries included), small file-making helpers, and trace capture at full level.
+// Shared by the file, directory and process tests: a fresh temporary folder per test (removed with everything
+// in it afterwards, read-only entries included), small file-making helpers, trace capture at full level, and
+// a watchdog wait for what another thread or process does.
 #pragma once
 
 #include "korutilitesbtracedef.h"
@@ -7,11 +8,24 @@
 #include <boost/filesystem.hpp>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <fstream>
+#include <functional>
 #include <string>
+#include <thread>
 
 namespace kortest
 {
+
+// Polls done every 5 ms until it answers true or 20 s (a watchdog, not a time limit under test) have passed;
+// its last answer.
+inline bool WaitUntil(const std::function<bool()>& done)
+{
+    for (int i = 0; i < 4000; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(5)))
+        if (done())
+            return true;
+    return done();
+}
 
 class FileSystemTest : public ::testing::Test
 {
@@ -37,6 +51,7 @@ protected:
 
     boost::filesystem::path Root() const { return m_root; }
 
+public:
     static void WriteFile(const boost::filesystem::path& path, const std::string& content)
     {
         boost::filesystem::create_directories(path.parent_path());
@@ -54,6 +69,9 @@ protected:
                                        boost::filesystem::remove_perms | boost::filesystem::owner_write |
                                            boost::filesystem::group_write | boost::filesystem::others_write);
     }
+
+protected:
+    BTraceCapture m_capture; // every trace line of the test, at every level
 
 private:
     boost::filesystem::path m_root;

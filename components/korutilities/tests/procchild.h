@@ -5,11 +5,7 @@
 #include "filetestsupport.h"
 #include "velprocesshelper.h"
 
-#include <chrono>
-#include <fstream>
-#include <iterator>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace kortest
@@ -23,14 +19,12 @@ inline VeLProcessStartInfo HelperStart(const std::vector<std::wstring>& argument
     return info;
 }
 
-// The zero-ended strings of a file the child writes, once it exists (empty after ten seconds).
+// The zero-ended strings of a file the child writes, once it exists (empty when it never appears).
 inline std::vector<std::string> WaitForStrings(const boost::filesystem::path& file)
 {
-    for (int i = 0; i < 1000 && !boost::filesystem::exists(file); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    WaitUntil([&] { return boost::filesystem::exists(file); });
     std::vector<std::string> strings;
-    std::ifstream in(file.string(), std::ios::binary);
-    const std::string content((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    const std::string content = FileSystemTest::ReadFile(file);
     for (std::size_t start = 0, end; (end = content.find('\0', start)) != std::string::npos; start = end + 1)
         strings.push_back(content.substr(start, end - start));
     return strings;

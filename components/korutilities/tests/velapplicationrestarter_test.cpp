@@ -11,9 +11,7 @@ using kortest::WaitForStrings;
 namespace
 {
 
-class ApplicationRestarterTest : public kortest::FileSystemTest
-{
-};
+using ApplicationRestarterTest = kortest::FileSystemTest;
 
 DWORD HolderOf(CVeLApplicationRestarter& restarter)
 {

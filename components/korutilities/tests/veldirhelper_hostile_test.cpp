@@ -24,17 +24,7 @@ namespace fs = boost::filesystem;
 namespace
 {
 
-class HostileTreeTest : public kortest::FileSystemTest
-{
-protected:
-    BTraceCapture m_capture;
-};
-
-std::string ReadBytes(const fs::path& path)
-{
-    std::ifstream in(path.string(), std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
+using HostileTreeTest = kortest::FileSystemTest;
 
 // Every object below root as relative native path -> content ("<dir>" for folders, "<link>" for links).
 std::map<std::string, std::string> Snapshot(const fs::path& root)
@@ -47,7 +37,7 @@ std::map<std::string, std::string> Snapshot(const fs::path& root)
         const fs::file_type type = it->symlink_status().type();
         objects[relative] = type == fs::directory_file ? "<dir>"
                             : type == fs::symlink_file ? "<link>"
-                                                       : ReadBytes(it->path());
+                                                       : kortest::FileSystemTest::ReadFile(it->path());
     }
     return objects;
 }
@@ -139,17 +129,10 @@ TEST_F(HostileTreeTest, FolderSwappedForALinkMidDeletionIsNotFollowed)
             fs::create_directory_symlink(target, tree / "sub");
         };
         if (std::string(moment) == "GetFileAttributes")
-            api->OnGetFileAttributes = [&](LPCWSTR path)
-            {
-                swap(path);
-                return GetFileAttributesW(path);
-            };
+            api->OnGetFileAttributes = [&](LPCWSTR path) { return swap(path), GetFileAttributesW(path); };
         else
             api->OnFindFirstFile = [&](LPCWSTR path, LPWIN32_FIND_DATAW data)
-            {
-                swap(path);
-                return FindFirstFileW(path, data);
-            };
+            { return swap(path), FindFirstFileW(path, data); };
         CVeLDirBasics basics(api, std::make_shared<CVeLWaitHelper>(false));
         basics.RemoveDirectory(tree);
         EXPECT_TRUE(swapped) << moment;

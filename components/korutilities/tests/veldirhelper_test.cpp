@@ -8,6 +8,7 @@
 #include "velfilebasics.h"
 #include "velfilehelper.h"
 #include "velpathconverter.h"
+#include "velwaithelper.h"
 
 #include <algorithm>
 #include <atomic>
@@ -19,24 +20,14 @@ namespace fs = boost::filesystem;
 namespace
 {
 
-class DirHelperTest : public kortest::FileSystemTest
-{
-protected:
-    BTraceCapture m_capture;
-};
+using DirHelperTest = kortest::FileSystemTest;
 
 // Counts the pauses of the waiting removal and sleeps a millisecond for each instead of 50.
-class CountingWaitHelper : public IVeLWaitHelper
+class CountingWaitHelper : public CVeLWaitHelper
 {
 public:
+    CountingWaitHelper() : CVeLWaitHelper(false) {}
     mutable std::atomic<int> waits{0};
-    bool WaitForEvent(void*, DWORD, WaitStatusEnum&) const override { return false; }
-    bool WaitForEvent(std::wstring, DWORD, WaitStatusEnum&) const override { return false; }
-    bool WaitForMultipleEvents(std::vector<void*>, DWORD, int&, WaitStatusEnum&) const override
-    {
-        return false;
-    }
-    bool WaitForProcessEnd(void*, DWORD, WaitStatusEnum&) const override { return false; }
     void WaitTime(DWORD) const override
     {
         ++waits;
@@ -192,11 +183,7 @@ TEST_F(DirHelperTest, FailedDeletionNamesTheElementAndSkipsTheWait)
     EXPECT_TRUE(fs::exists(tree / "sub" / "locked.txt"));
 
     api->OnDeleteFile = nullptr;
-    api->OnFindFirstFile = [](LPCWSTR, LPWIN32_FIND_DATAW)
-    {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return INVALID_HANDLE_VALUE;
-    };
+    api->OnFindFirstFile = FailWith(INVALID_HANDLE_VALUE, ERROR_ACCESS_DENIED);
     EXPECT_FALSE(basics->RemoveDirectoryContents(tree).IsSuccess());
 }
 

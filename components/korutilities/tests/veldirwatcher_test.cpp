@@ -87,9 +87,7 @@ public:
     }
 };
 
-class DirWatcherTest : public kortest::FileSystemTest
-{
-};
+using DirWatcherTest = kortest::FileSystemTest;
 
 } // namespace
 
@@ -212,9 +210,7 @@ TEST_F(DirWatcherTest, CallbackMayStopAndMayThrow)
                               }));
     Touch(Root() / "one");
     Touch(Root() / "two");
-    for (int i = 0; i < 2000 && watcher.IsRunning(); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    EXPECT_FALSE(watcher.IsRunning());
+    EXPECT_TRUE(kortest::WaitUntil([&] { return !watcher.IsRunning(); }));
     EXPECT_EQ(2, calls);
     EXPECT_EQ(DirWatchStopped, watcher.GetEndReason());
 }
@@ -246,8 +242,7 @@ TEST_F(DirWatcherTest, WaitsThroughTheInjectedServiceAndFacade)
     {
         CVeLDirWatcher watcher(api, std::make_shared<FailingWaitHelper>());
         ASSERT_TRUE(watcher.Start(Root(), false, DirChangeAll, changes.Callback()));
-        for (int i = 0; i < 2000 && watcher.IsRunning(); ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        kortest::WaitUntil([&] { return !watcher.IsRunning(); });
         EXPECT_EQ(DirWatchFailed, watcher.GetEndReason());
     }
     EXPECT_EQ((std::vector<Change>{{DirChangeEnded, Root()}}), changes.Now());

@@ -7,20 +7,14 @@
 
 #include "kortestsupport.h"
 
-#include <chrono>
 #include <fstream>
-#include <thread>
 
 namespace fs = boost::filesystem;
 
 namespace
 {
 
-class FileHandleHelperTest : public kortest::FileSystemTest
-{
-protected:
-    BTraceCapture m_capture;
-};
+using FileHandleHelperTest = kortest::FileSystemTest;
 
 // Opens HOLD_FILE, announces it by creating READY_FILE and keeps the file open until STOP_FILE appears.
 KOR_CHILD_ROLE(hold_file_open)
@@ -32,8 +26,7 @@ KOR_CHILD_ROLE(hold_file_open)
         std::ofstream ready(kortest::ChildParameter("READY_FILE"));
     }
     const std::string stop = kortest::ChildParameter("STOP_FILE");
-    for (int i = 0; i < 2000 && !boost::filesystem::exists(stop); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    kortest::WaitUntil([&] { return boost::filesystem::exists(stop); });
     return 0;
 }
 
@@ -50,9 +43,7 @@ TEST_F(FileHandleHelperTest, NamesTheChildProcessThatHoldsTheFile)
     const pid_t child =
         kortest::StartChild("hold_file_open", {"HOLD_FILE=" + file.string(), "READY_FILE=" + ready.string(),
                                                "STOP_FILE=" + stop.string()});
-    for (int i = 0; i < 2000 && !fs::exists(ready); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    ASSERT_TRUE(fs::exists(ready));
+    ASSERT_TRUE(kortest::WaitUntil([&] { return fs::exists(ready); }));
     const bool found = helper.GetFileLockingProcesses(file, holders);
     WriteFile(stop, "");
     EXPECT_EQ(kortest::WaitChild(child), 0);

@@ -12,11 +12,7 @@ namespace fs = boost::filesystem;
 namespace
 {
 
-class FileHelperTest : public kortest::FileSystemTest
-{
-protected:
-    BTraceCapture m_capture;
-};
+using FileHelperTest = kortest::FileSystemTest;
 
 // File basics that fail everything; Exists answers as the test sets it.
 class FailingFileBasics : public IVeLFileBasics
@@ -29,78 +25,56 @@ public:
     bool Exists(const fs::path&) const override { return exists; }
 };
 
-TEST_F(FileHelperTest, WideTextIsStoredAsUtf16LittleEndianUnitsAndReadBackLeniently)
+// Wide text is stored as UTF-16 little-endian code units (a lone surrogate kept as the unit it is), UTF-8
+// text as UTF-8 with its zeros; each comes back as written.
+TEST_F(FileHelperTest, TextIsStoredInItsEncodingAndReadBack)
 {
-    const fs::path file = Root() / "wide.txt";
-    CVeLFileHelper helper(file, false);
-    ASSERT_TRUE(helper.Create());
-    ASSERT_TRUE(helper.WriteContent(std::wstring(L"ab")));
-    EXPECT_EQ(helper.GetSize(), 4u);
-    EXPECT_EQ(ReadFile(file), std::string("a\0b\0", 4));
-    std::wstring text;
-    ASSERT_TRUE(helper.ReadContent(text));
-    EXPECT_EQ(text, L"ab");
+    const struct
+    {
+        const char* name;
+        bool utf8;
+        std::wstring text;
+        std::string bytes;
+    } rows[] = {
+        {"utf-16", false, L"ab", std::string("a\0b\0", 4)},
+        {"surrogate pair", false, L"x\U0001F600\u00E9", std::string("x\0\x3D\xD8\x00\xDE\xE9\0", 8)},
+        {"lone surrogate", false, std::wstring{wchar_t(0xD800), L'a'},
+         std::string("\x00\xD8"
+                     "a\0",
+                     4)},
+        {"utf-8", true, L"Gr\u00FC\u00DFe",
+         "Gr\xC3\xBC\xC3\x9F"
+         "e"},
+        {"utf-8 with zeros", true, std::wstring(L"a\0b\u00E4\0", 5), std::string("a\0b\xC3\xA4\0", 6)}};
+    const fs::path file = Root() / "text.txt";
+    for (const auto& row : rows)
+    {
+        CVeLFileHelper helper(file, false);
+        ASSERT_TRUE(helper.Create()) << row.name;
+        ASSERT_TRUE(row.utf8 ? helper.WriteUtf8Content(row.text) : helper.WriteContent(row.text)) << row.name;
+        EXPECT_EQ(ReadFile(file), row.bytes) << row.name;
+        EXPECT_EQ(helper.GetSize(), row.bytes.size()) << row.name;
+        std::wstring text;
+        ASSERT_TRUE(row.utf8 ? helper.ReadUtf8Content(text) : helper.ReadContent(text)) << row.name;
+        EXPECT_EQ(text, row.text) << row.name;
+    }
 
-    // A character beyond U+FFFF takes a surrogate pair and comes back whole.
-    const std::wstring wide = L"x\U0001F600\u00E9";
-    ASSERT_TRUE(helper.WriteContent(wide));
-    EXPECT_EQ(ReadFile(file), std::string("x\0\x3D\xD8\x00\xDE\xE9\0", 8));
-    ASSERT_TRUE(helper.ReadContent(text));
-    EXPECT_EQ(text, wide);
-
-    // An odd byte count drops the last byte; a lone surrogate is kept as the code unit it is.
+    // An odd byte count drops the last byte; an empty file has no UTF-8 content to give.
     WriteFile(file, std::string("h\0i\0!", 5));
+    std::wstring text;
     ASSERT_TRUE(CVeLFileHelper(file, false).ReadContent(text));
     EXPECT_EQ(text, L"hi");
+    WriteFile(file, "");
+    EXPECT_FALSE(CVeLFileHelper(file, false).ReadUtf8Content(text));
 
-    WriteFile(file, std::string("\x00\xD8"
-                                "a\0",
-                                4));
-    ASSERT_TRUE(CVeLFileHelper(file, false).ReadContent(text));
-    EXPECT_EQ(text, (std::wstring{wchar_t(0xD800), L'a'}));
-    ASSERT_TRUE(CVeLFileHelper(file, false).WriteContent(text));
-    EXPECT_EQ(ReadFile(file), std::string("\x00\xD8"
-                                          "a\0",
-                                          4));
-}
-
-TEST_F(FileHelperTest, BytesAndUtf8RoundTrip)
-{
-    const fs::path file = Root() / "data.bin";
-    CVeLFileHelper helper(file, false);
-    ASSERT_TRUE(helper.Create());
     const unsigned char bytes[] = {0, 1, 2, 0xFF, 0x80};
+    CVeLFileHelper helper(file, false);
     ASSERT_TRUE(helper.WriteContent(bytes, sizeof bytes));
     boost::shared_ptr<unsigned char> buffer;
     ULONG size = 0;
     ASSERT_TRUE(helper.ReadContent(buffer, size));
     ASSERT_EQ(size, sizeof bytes);
     EXPECT_EQ(std::memcmp(buffer.get(), bytes, size), 0);
-
-    ASSERT_TRUE(helper.WriteUtf8Content(L"Gr\u00FC\u00DFe"));
-    EXPECT_EQ(ReadFile(file), "Gr\xC3\xBC\xC3\x9F"
-                              "e");
-    std::wstring text;
-    ASSERT_TRUE(helper.ReadUtf8Content(text));
-    EXPECT_EQ(text, L"Gr\u00FC\u00DFe");
-
-    // An empty file has no UTF-8 content to give.
-    ASSERT_TRUE(helper.Create());
-    EXPECT_EQ(helper.GetSize(), 0u);
-    EXPECT_FALSE(helper.ReadUtf8Content(text));
-}
-
-TEST_F(FileHelperTest, Utf8ContentKeepsEmbeddedZeros)
-{
-    const fs::path file = Root() / "zeros.txt";
-    CVeLFileHelper helper(file, false);
-    ASSERT_TRUE(helper.Create());
-    const std::wstring text(L"a\0b\u00E4\0", 5);
-    ASSERT_TRUE(helper.WriteUtf8Content(text));
-    EXPECT_EQ(ReadFile(file), std::string("a\0b\xC3\xA4\0", 6));
-    std::wstring back;
-    ASSERT_TRUE(helper.ReadUtf8Content(back));
-    EXPECT_EQ(back, text);
 }
 
 // Removing or overwriting through a link never resets the read-only flag of the link's target.
@@ -220,11 +194,7 @@ TEST_F(FileHelperTest, FailingFacadeOperationsAreTracedAndFail)
     const fs::path file = Root() / "f.txt";
     WriteFile(file, "abc");
     auto api = std::make_shared<CFakeWinAPIWrapper>();
-    api->OnCreateFile = [](LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE)
-    {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return INVALID_HANDLE_VALUE;
-    };
+    api->OnCreateFile = FailWith(INVALID_HANDLE_VALUE, ERROR_ACCESS_DENIED);
     CVeLFileHelper helper(api, std::make_shared<CVeLFileBasics>(), file, false);
     EXPECT_FALSE(helper.Create());
     EXPECT_FALSE(helper.Copy(Root() / "g.txt"));
@@ -232,11 +202,7 @@ TEST_F(FileHelperTest, FailingFacadeOperationsAreTracedAndFail)
     EXPECT_FALSE(helper.ReadContent(text));
 
     api->OnCreateFile = nullptr;
-    api->OnReadFile = [](HANDLE, LPVOID, DWORD, LPDWORD, LPOVERLAPPED)
-    {
-        SetLastError(30); // a read fault
-        return FALSE;
-    };
+    api->OnReadFile = FailWith(FALSE, 30); // a read fault
     EXPECT_FALSE(helper.ReadContent(text));
     EXPECT_EQ(ReadFile(file), "abc");
 

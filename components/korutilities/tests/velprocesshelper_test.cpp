@@ -99,8 +99,7 @@ TEST_F(ProcessHelperTest, EndingATreeLeavesNoChild)
 {
     std::shared_ptr<CVeLProcess> root = m_helper.Start(HelperStart({L"tree", Out("tree"), L"3"}));
     ASSERT_TRUE(root);
-    for (int i = 0; i < 1000 && !fs::exists(Root() / "tree"); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    kortest::WaitUntil([&] { return fs::exists(Root() / "tree"); });
     std::ifstream ids((Root() / "tree").string());
     std::vector<DWORD> children;
     for (DWORD id; ids >> id;)
