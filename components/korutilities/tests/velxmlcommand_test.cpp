@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cstring>
 #include <limits>
+#include <numeric>
 #include <thread>
 
 namespace
@@ -32,19 +33,13 @@ CVeLXMLCommand EveryType()
     command.AddReal(L"tiny", -4.9e-324);
     command.AddBoolean(L"yes", true);
     command.AddBoolean(L"no", false);
-    std::vector<unsigned char> bytes;
-    for (int i = 0; i < 256; ++i)
-        bytes.push_back(static_cast<unsigned char>(i));
+    std::vector<unsigned char> bytes(256);
+    std::iota(bytes.begin(), bytes.end(), 0);
     command.AddBytes(L"bytes", bytes);
     command.AddBytes(L"one", {0xFF});
-    CVeLXMLCommand::Parameter inner;
-    inner.name = L"inner";
-    inner.type = CVeLXMLCommand::TypeInteger;
-    inner.integer = 42;
-    CVeLXMLCommand::Parameter nested;
-    nested.name = L"nested";
-    nested.type = CVeLXMLCommand::TypeGroup;
-    nested.children = {inner};
+    const CVeLXMLCommand::Parameter inner{L"inner", CVeLXMLCommand::TypeInteger, L"", 42, 0, false, {}, {}};
+    const CVeLXMLCommand::Parameter nested{L"nested", CVeLXMLCommand::TypeGroup, L"", 0, 0, false, {},
+                                           {inner}};
     command.AddGroup(L"group", {nested, inner});
     return command;
 }

@@ -131,9 +131,7 @@ TEST_F(ZlibPackerTest, DamagedInputLeavesNoOutputAndKeepsTheTarget)
 
 TEST_F(ZlibPackerTest, MissingSourceOrTargetFolderFails)
 {
-    BTraceCapture capture;
     EXPECT_FALSE(m_packer.Compress(Root() / "missing", Root() / "out.gz"));
-    EXPECT_EQ(1u, capture.CountContaining("for compression failed (error code: 2)!"));
     WriteFile(Root() / "plain", "x");
     EXPECT_FALSE(m_packer.Compress(Root() / "plain", Root() / "no" / "such" / "out.gz"));
     EXPECT_FALSE(m_packer.Expand(Root() / "missing.gz", Root() / "out"));
