@@ -150,31 +150,23 @@ TEST(TraceOutputChild, Emit)
 // A host process configured with BTRACE_OUTPUT and BTRACE_LEVEL writes one line per message to the file.
 TEST(TraceOutput, EnvironmentChoosesFileAndLevel)
 {
-    auto runChild = [](const std::string& file, const char* level)
+    // Runs the child with the level given (none: the default) and answers the lines of its trace file.
+    auto childLines = [](const char* level)
     {
+        const std::string file = kortest::NewTempFile("kortrace");
         std::vector<std::string> env{"KOR_TRACE_CHILD=1", "BTRACE_OUTPUT=" + file};
         if (level)
             env.push_back(std::string("BTRACE_LEVEL=") + level);
-        pid_t pid = kortest::StartSelf({"--gtest_filter=TraceOutputChild.Emit"}, env);
-        ASSERT_NE(pid, -1);
-        ASSERT_EQ(kortest::WaitProcess(pid), 0);
-    };
-    auto readLines = [](const std::string& file)
-    {
+        const pid_t pid = kortest::StartSelf({"--gtest_filter=TraceOutputChild.Emit"}, env);
+        EXPECT_EQ(pid == -1 ? -1 : kortest::WaitProcess(pid), 0);
         std::ifstream in(file);
         std::vector<std::string> lines;
         for (std::string line; std::getline(in, line);)
             lines.push_back(line);
+        std::remove(file.c_str());
         return lines;
     };
-
-    const std::string verbose = kortest::NewTempFile("kortrace_verbose");
-    const std::string quiet = kortest::NewTempFile("kortrace_quiet");
-    ASSERT_FALSE(verbose.empty() || quiet.empty());
-    runChild(verbose, "9");
-    runChild(quiet, nullptr);
-
-    auto lines = readLines(verbose);
+    auto lines = childLines("9");
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_NE(lines[0].find(" [1] korutilities velbtracetool_test.cpp:"), std::string::npos) << lines[0];
     EXPECT_NE(lines[0].find(" debug message 42 in child"), std::string::npos) << lines[0];
@@ -183,9 +175,7 @@ TEST(TraceOutput, EnvironmentChoosesFileAndLevel)
     const std::regex stamp(R"(^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}[+-]\d\d:\d\d \[)");
     EXPECT_TRUE(std::regex_search(lines[0], stamp)) << lines[0];
 
-    lines = readLines(quiet);
+    lines = childLines(nullptr);
     ASSERT_EQ(lines.size(), 1u) << "the default level suppresses debug messages";
     EXPECT_NE(lines[0].find("error message 7"), std::string::npos);
-    std::remove(verbose.c_str());
-    std::remove(quiet.c_str());
 }

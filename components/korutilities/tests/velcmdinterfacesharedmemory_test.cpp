@@ -109,20 +109,6 @@ TEST_F(SharedMemoryChannel, AcceptsExactly65535BytesAndRefuses65536Whole)
     EXPECT_EQ(Read(channel), L"short");
 }
 
-TEST_F(SharedMemoryChannel, OpeningAnUnknownNameLeavesAnUnusableChannel)
-{
-    BTraceCapture capture;
-    const std::wstring name = UniqueName("chan_unknown");
-    CVeLCmdInterfaceSharedMemoryHandler channel(false, name);
-    EXPECT_FALSE(channel.IsSharedMemoryAvailable());
-    EXPECT_EQ(channel.GetSharedMemoryName(), name);
-    std::wstring text = L"untouched";
-    EXPECT_FALSE(channel.ReadDataFromMemory(text));
-    EXPECT_FALSE(channel.WriteDataToMemory(L"x"));
-    EXPECT_FALSE(channel.ClearDataMemory());
-    EXPECT_EQ(text, L"untouched");
-}
-
 // The child opens the block by name, checks the parent's text and answers with its own.
 KOR_CHILD_ROLE(channel_peer)
 {
@@ -155,31 +141,29 @@ protected:
     std::shared_ptr<CFakeWinAPIWrapper> fake = std::make_shared<CFakeWinAPIWrapper>();
 };
 
-TEST_F(SharedMemoryChannelFacade, FailedCreateOrOpenOrNoFacadeLeavesAnUnusableChannel)
+// A name nobody created, a failing create, or no facade at all: the channel is unusable, every operation
+// fails, and nothing is mapped or changed.
+TEST_F(SharedMemoryChannelFacade, UnknownNameFailedCreateOrNoFacadeLeaveAnUnusableChannel)
 {
     fake->OnCreateFileMapping = [](HANDLE, LPSECURITY_ATTRIBUTES, DWORD, DWORD, DWORD, LPCWSTR) -> HANDLE
     {
         SetLastError(ERROR_ACCESS_DENIED);
         return nullptr;
     };
-    fake->OnOpenFileMapping = [](DWORD, BOOL, LPCWSTR) -> HANDLE
-    {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return nullptr;
-    };
     BTraceCapture capture;
     CVeLCmdInterfaceSharedMemoryImpl created(fake, true, UniqueName("chan_fail_create"));
-    CVeLCmdInterfaceSharedMemoryImpl opened(fake, false, UniqueName("chan_fail_open"));
-    EXPECT_FALSE(created.IsSharedMemoryAvailable());
-    EXPECT_FALSE(opened.IsSharedMemoryAvailable());
-    EXPECT_FALSE(created.ClearDataMemory());
-    EXPECT_EQ(fake->CallCount("MapViewOfFile"), 0u);
-
+    CVeLCmdInterfaceSharedMemoryImpl unknown(fake, false, UniqueName("chan_unknown"));
     CVeLCmdInterfaceSharedMemoryImpl noFacade(nullptr, true, UniqueName("chan_nofacade"));
-    std::wstring text;
-    EXPECT_FALSE(noFacade.IsSharedMemoryAvailable());
-    EXPECT_FALSE(noFacade.WriteDataToMemory(L"x"));
-    EXPECT_FALSE(noFacade.ReadDataFromMemory(text));
+    for (CVeLCmdInterfaceSharedMemoryImpl* channel : {&created, &unknown, &noFacade})
+    {
+        std::wstring text = L"untouched";
+        EXPECT_FALSE(channel->IsSharedMemoryAvailable());
+        EXPECT_FALSE(channel->ReadDataFromMemory(text));
+        EXPECT_FALSE(channel->WriteDataToMemory(L"x"));
+        EXPECT_FALSE(channel->ClearDataMemory());
+        EXPECT_EQ(text, L"untouched");
+    }
+    EXPECT_EQ(fake->CallCount("MapViewOfFile"), 0u);
 }
 
 TEST_F(SharedMemoryChannelFacade, FailedMapOrUnmapFailsEachOperationAndKeepsTheText)

@@ -11,8 +11,6 @@
 #include <arpa/inet.h>
 #include <chrono>
 #include <csignal>
-#include <fcntl.h>
-#include <fstream>
 #include <functional>
 #include <netinet/in.h>
 #include <sys/resource.h>
