@@ -32,7 +32,7 @@ TEST_F(CVeLByteArrayTest, CopiesShareTheBuffer)
 
 // Equal by content over the length; an invalid array (none, or zero length) equals nothing, not even
 // itself.
-TEST_F(CVeLByteArrayTest, ValidityAndEquality)
+TEST_F(CVeLByteArrayTest, ValidityEqualityAndHexText)
 {
     BTraceCapture capture;
     CVeLByteArray a = MakeArray({1, 2, 3}, 3);
@@ -49,9 +49,5 @@ TEST_F(CVeLByteArrayTest, ValidityAndEquality)
     EXPECT_TRUE(empty != empty);
     EXPECT_FALSE(empty == a);
     EXPECT_FALSE(a == zeroLength);
-}
-
-TEST_F(CVeLByteArrayTest, HexTextIsTwoLowerCaseDigitsPerByte)
-{
-    EXPECT_EQ(MakeArray({0x0A, 0xFF, 0x00, 0x10, 0x9b}, 5).GetAsString(), L"0aff00109b");
+    EXPECT_EQ(MakeArray({0x0A, 0xFF, 0x00, 0x10, 0x9b}, 5).GetAsString(), L"0aff00109b"); // two digits a byte
 }

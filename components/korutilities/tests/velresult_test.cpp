@@ -9,18 +9,14 @@
 #include <string>
 #include <type_traits>
 
-TEST(CVeLResult, DefaultIsFailureWithDefaultValue)
+// A default result is a failure holding the default value. From a status, only the sign bit decides;
+// the status itself survives, failure or not.
+TEST(CVeLResult, DefaultAndNtStatusRule)
 {
-    CVeLResult<LONG> number;
-    EXPECT_FALSE(number.IsSuccess());
-    EXPECT_EQ(number.GetValue(), 0);
+    EXPECT_FALSE(CVeLResult<LONG>().IsSuccess());
+    EXPECT_EQ(CVeLResult<LONG>().GetValue(), 0);
     EXPECT_TRUE(CVeLResult<std::wstring>().GetValue().empty());
     EXPECT_FALSE(CVeLResult<CVeLByteArray>().GetValue().IsValid());
-}
-
-// Only the sign bit decides; the status itself survives, failure or not.
-TEST(CVeLResult, NtStatusRuleLooksAtTheSignBitAndKeepsTheStatus)
-{
     for (const std::uint32_t status : {0xC0000001u, 0x80000000u, 0u, 0x103u, 0x7FFFFFFFu})
     {
         const auto result = CVeLResult<LONG>::FromNTStatus(static_cast<LONG>(status));

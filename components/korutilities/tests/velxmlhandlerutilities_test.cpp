@@ -170,7 +170,7 @@ TEST_F(XMLUtilitiesTest, SiblingAttributesSkipLineFeedTextNodes)
     EXPECT_EQ(4u, out.size());
 }
 
-TEST_F(XMLUtilitiesTest, AppendNodeAddsOneChildPerMap)
+TEST_F(XMLUtilitiesTest, AppendNodeAddsOneChildPerMapAndRemoveNodeDetaches)
 {
     unsigned int before = 0, after = 0;
     ASSERT_TRUE(utilities.GetCountOfElements(doc, L"List", before));
@@ -190,10 +190,8 @@ TEST_F(XMLUtilitiesTest, AppendNodeAddsOneChildPerMap)
     EXPECT_FALSE(utilities.AppendNode(nullptr, L"List", L"Item", {{{L"a", L"b"}}}));
     EXPECT_FALSE(utilities.AppendNode(doc, L"Empty", L"1bad", {{{L"a", L"b"}}})); // not an element name
     EXPECT_FALSE(utilities.GetCountOfElements(doc, L"Empty", after));
-}
 
-TEST_F(XMLUtilitiesTest, RemoveNodeDetachesTheElement)
-{
+    // Removing detaches the first element the path names.
     EXPECT_TRUE(utilities.RemoveNode(doc, L"A"));
     EXPECT_EQ(L"2", Attribute(L"A", L"id")); // the second A is now the first
     EXPECT_TRUE(utilities.RemoveNode(doc, L"Root/A"));
