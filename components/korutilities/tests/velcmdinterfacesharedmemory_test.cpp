@@ -236,7 +236,8 @@ TEST_F(SharedMemoryChannelFacade, SectionSmallerThanTheBlockIsNeverReadPastItsEn
 }
 
 // Every system object the channel uses comes from the facade: with a facade that serves the block from
-// test memory, the channel works, balances its views, and no real object of that name exists. The block
+// test memory, the channel works, reads and writes balance their views, and no real object of that name
+// exists. The block
 // is a paging-file section of 65537 bytes, opened with all access.
 TEST_F(SharedMemoryChannelFacade, ReachesTheSystemOnlyThroughTheFacade)
 {
@@ -279,8 +280,9 @@ TEST_F(SharedMemoryChannelFacade, ReachesTheSystemOnlyThroughTheFacade)
         EXPECT_EQ(std::vector<unsigned char>(block.begin(), block.begin() + 7),
                   (std::vector<unsigned char>{5, 0, 0xC3, 0xBC, 'b', 'e', 'r'}));
         EXPECT_EQ(Read(peer), L"\u00FCber");
-        ASSERT_TRUE(peer.ClearDataMemory());
         EXPECT_EQ(mapped, 0);
+        ASSERT_TRUE(peer.ClearDataMemory());
+        EXPECT_EQ(mapped, 1); // a clear keeps its view mapped until the process ends
         CVeLWinAPIWrapper real;
         EXPECT_EQ(real.WAPI_OpenFileMapping(FILE_MAP_ALL_ACCESS, FALSE, name.c_str()), nullptr);
     }
