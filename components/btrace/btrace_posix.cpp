@@ -1,9 +1,13 @@
 // Linux side of the trace back-end: segment files in /dev/shm/korbtrace-<uid> (a tmpfs folder of mode
 // 0700 owned by the user, so other users can neither read a ring nor plant one), mapped with mmap, and the
-// fatal-signal hook. Only POSIX calls live here; the rest of btrace is the same on every platform.
+// fatal-signal hook, and the hook that turns warnings of the Win32 layer below into trace lines. Only POSIX
+// calls live here; the rest of btrace is the same on every platform.
+#include "btrace.h"
 #include "btraceplatform.h"
+#include "w32p_warning.h"
 
 #include <atomic>
+#include <mutex>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -358,3 +362,31 @@ void CrashClose(std::intptr_t file)
 }
 
 } // namespace btrace_platform
+
+namespace
+{
+
+// Warnings of the Win32 layer below (a registry file it skips, and the like) become trace lines of the
+// module "win32posix" at WRN, so they land where the program's other traces go instead of on stderr.
+BTraceModule g_win32posixModule("win32posix", BTRACE_WRN);
+
+void TraceLayerWarning(const char* message)
+{
+    static std::once_flag attached;
+    std::call_once(attached, [] { BTraceAttachModule(&g_win32posixModule); });
+    if (g_win32posixModule.level.load(std::memory_order_relaxed) < BTRACE_WRN)
+        return;
+    static const BTraceDescriptor descriptor = {&g_win32posixModule, __FILE__, "%s",
+                                                static_cast<std::uint32_t>(__LINE__) << 16,
+                                                BTraceMakeFlags(BTRACE_WRN, 1)};
+    BTracePrint(&descriptor, 0, static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(message)));
+}
+
+// Installed when the back-end is loaded; the hook attaches its module on first use, so the order of
+// static construction does not matter.
+struct LayerWarningHook
+{
+    LayerWarningHook() { W32pSetWarningHook(&TraceLayerWarning); }
+} g_layerWarningHook;
+
+} // namespace

@@ -205,4 +205,9 @@ public:
                                          LPVOID data) const = 0; // 99
     virtual BOOL WAPI_VerQueryValue(LPCVOID block, LPCWSTR subBlock, LPVOID* buffer,
                                     PUINT length) const = 0; // 100
+
+    // Resource strings: a module opened as a data file, and a text of its string table. Each forwards to
+    // the Win32 function of its name.
+    virtual HMODULE WAPI_LoadLibraryEx(LPCWSTR fileName, HANDLE file, DWORD flags) const = 0;         // 101
+    virtual int WAPI_LoadString(HINSTANCE instance, UINT id, LPWSTR buffer, int bufferMax) const = 0; // 102
 };

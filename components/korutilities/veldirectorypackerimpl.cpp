@@ -302,7 +302,7 @@ zip_fileinfo FileInfo(const TreeEntry& entry)
 {
     zip_fileinfo info;
     std::memset(&info, 0, sizeof info);
-    std::tm local;
+    std::tm local{};
     std::time_t modified = entry.modified;
     if (boost::date_time::c_time::localtime(&modified, &local) != nullptr)
     {

@@ -10,10 +10,11 @@
 // win32posix reads it as UTF-8: write UTF-16LE files (or plain ASCII) when one file serves both platforms.
 //
 // Writes are crash-safe, which is stricter than Windows' own profile writes (they rewrite the file in
-// place): the class copies the file to a temporary name beside it, changes the copy through the profile
-// operations, and puts the result in place with the file helper's crash-safe whole-file write, so the file
-// holds its old or its new content whatever happens meanwhile. The path must name a folder ("app.ini" alone
-// is refused: the profile operations would look for it in the Windows folder, where the copy can't follow).
+// place): the class reads the file once, makes the change in memory by the same rules the profile reads
+// follow (CVeLIniText), and puts the result in place with the file helper's crash-safe whole-file write
+// (a temporary file beside it, renamed over it), so the file holds its old or its new content whatever
+// happens meanwhile. The path must name a folder ("app.ini" alone is refused: the profile reads would look
+// for it in the Windows folder, not where the write puts it).
 #pragma once
 
 #include "ivelinifile.h"

@@ -2,6 +2,7 @@
 #include "korutilitesbtracedef.h"
 #include "velfilebasics.h"
 #include "velfilehelper.h"
+#include "velinitext.h"
 #include "velpathconverter.h"
 #include "velstringconverter.h"
 
@@ -232,18 +233,6 @@ bool CVeLIniFileImpl::DeleteSection(const std::wstring& section)
     return Change(section.c_str(), nullptr, nullptr);
 }
 
-bool CVeLIniFileImpl::CopyToScratch(const fs::path& scratch) const
-{
-    auto basics = std::make_shared<CVeLFileBasics>();
-    CVeLFileHelper original(m_api, basics, m_file, false);
-    boost::shared_ptr<unsigned char> content;
-    ULONG size = 0;
-    if (original.Exists() && !original.ReadContent(content, size))
-        return false;
-    CVeLFileHelper copy(m_api, basics, scratch, false);
-    return copy.ReplaceContentAtomically(content.get(), size);
-}
-
 bool CVeLIniFileImpl::Change(const wchar_t* section, const wchar_t* key, const wchar_t* value)
 {
     if (!UsablePath() || section == nullptr || *section == L'\0')
@@ -251,23 +240,19 @@ bool CVeLIniFileImpl::Change(const wchar_t* section, const wchar_t* key, const w
         VEL_TRACE(VEL_ERR, "Invalid parameter");
         return false;
     }
-    fs::path scratch = m_file;
-    scratch += ".kor-ini-edit";
-    auto basics = std::make_shared<CVeLFileBasics>();
-    CVeLFileHelper copy(m_api, basics, scratch, false);
-    bool done = CopyToScratch(scratch);
-    if (done && !m_api->WAPI_WritePrivateProfileString(section, key, value,
-                                                       CVeLPathConverter::ToWide(scratch).c_str()))
+    // One read of the file, the change made in memory, one crash-safe replace: the file holds its old or
+    // its new content whatever happens in between.
+    CVeLFileHelper file(m_api, std::make_shared<CVeLFileBasics>(), m_file, false);
+    boost::shared_ptr<unsigned char> content;
+    ULONG size = 0;
+    if (file.Exists() && !file.ReadContent(content, size))
+        return false;
+    const std::vector<unsigned char> changed = CVeLIniText::Change(content.get(), size, section, key, value);
+    if (!file.ReplaceContentAtomically(changed.data(), changed.size()))
     {
         VEL_TRACE(VEL_ERR, "Can't write %s (err = %ld)!", Utf8(m_wideFile).c_str(),
                   m_api->WAPI_GetLastError());
-        done = false;
+        return false;
     }
-    boost::shared_ptr<unsigned char> content;
-    ULONG size = 0;
-    done = done && copy.ReadContent(content, size);
-    CVeLFileHelper original(m_api, basics, m_file, false);
-    done = done && original.ReplaceContentAtomically(content.get(), size);
-    copy.Remove();
-    return done;
+    return true;
 }

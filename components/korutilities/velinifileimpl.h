@@ -35,9 +35,8 @@ private:
     std::wstring Read(const wchar_t* section, const wchar_t* key, const wchar_t* defaultValue,
                       bool list) const;
     bool ReadList(const wchar_t* section, std::vector<std::wstring>& names) const;
-    // The crash-safe change: copy, change the copy, put it in place (null key or value deletes).
+    // The crash-safe change: read, change in memory, replace (null key or value deletes).
     bool Change(const wchar_t* section, const wchar_t* key, const wchar_t* value);
-    bool CopyToScratch(const boost::filesystem::path& scratch) const;
     bool UsablePath() const;
 
     std::shared_ptr<IVeLWinAPIWrapper> m_api;

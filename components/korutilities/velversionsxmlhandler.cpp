@@ -13,24 +13,13 @@ namespace
 {
 
 const wchar_t kEmptyList[] = L"<?xml version=\"1.0\"?><Versions/>";
-const wchar_t kComponent[] = L"Component";
 
-std::wstring Attribute(const DOMElement* element, const wchar_t* name)
-{
-    return CVeLXMLCharConverter::ToWString(
-        element->getAttribute(CVeLXMLCharConverter::ToXMLCh(name).c_str()));
-}
-
-void SetAttribute(DOMElement* element, const wchar_t* name, const std::wstring& value)
-{
-    element->setAttribute(CVeLXMLCharConverter::ToXMLCh(name).c_str(),
-                          CVeLXMLCharConverter::ToXMLCh(value).c_str());
-}
-
-bool IsComponent(const DOMNode* node)
+bool IsComponentNamed(const DOMNode* node, const std::wstring& name)
 {
     return node->getNodeType() == DOMNode::ELEMENT_NODE &&
-           CVeLXMLCharConverter::ToWString(node->getNodeName()) == kComponent;
+           CVeLXMLCharConverter::ToWString(node->getNodeName()) ==
+               VeLVersionXmlConverter::kComponentElement &&
+           CVeLXMLCharConverter::GetAttribute(static_cast<const DOMElement*>(node), L"name") == name;
 }
 
 // The document text without its declaration, which would name an encoding the in-memory text no longer has.
@@ -86,35 +75,18 @@ bool CVeLVersionsXMLHandler::Usable() const
 
 bool CVeLVersionsXMLHandler::VersionsAreValid() const
 {
+    std::vector<VeLInstalledComponent> components;
     DOMElement* root = nullptr;
-    if (!GetDOMBranch(L"Versions", root))
-        return false;
-    for (DOMNode* node = root->getFirstChild(); node != nullptr; node = node->getNextSibling())
-        if (IsComponent(node) &&
-            !CVeLVersion::Parse(Attribute(static_cast<DOMElement*>(node), L"version")).IsSuccess())
-            return false;
-    return true;
+    return GetDOMBranch(VeLVersionXmlConverter::kListElement, root) &&
+           VeLVersionXmlConverter::ReadComponents(root, components);
 }
 
 bool CVeLVersionsXMLHandler::GetComponents(std::vector<VeLInstalledComponent>& components) const
 {
     components.clear();
     DOMElement* root = nullptr;
-    if (!Usable() || !GetDOMBranch(L"Versions", root))
-        return false;
-    for (DOMNode* node = root->getFirstChild(); node != nullptr; node = node->getNextSibling())
-    {
-        if (!IsComponent(node))
-            continue;
-        const DOMElement* element = static_cast<DOMElement*>(node);
-        VeLInstalledComponent component;
-        component.name = Attribute(element, L"name");
-        component.version = CVeLVersion::Parse(Attribute(element, L"version")).GetValue();
-        component.installPath = Attribute(element, L"path");
-        component.description = Attribute(element, L"description");
-        components.push_back(component);
-    }
-    return true;
+    return Usable() && GetDOMBranch(VeLVersionXmlConverter::kListElement, root) &&
+           VeLVersionXmlConverter::ReadComponents(root, components);
 }
 
 bool CVeLVersionsXMLHandler::FindComponent(const std::wstring& name, VeLInstalledComponent& component) const
@@ -136,40 +108,24 @@ bool CVeLVersionsXMLHandler::FindComponent(const std::wstring& name, VeLInstalle
 CVeLXMLHandler::DOMElement* CVeLVersionsXMLHandler::FindElement(const std::wstring& name) const
 {
     DOMElement* root = nullptr;
-    if (!GetDOMBranch(L"Versions", root))
+    if (!GetDOMBranch(VeLVersionXmlConverter::kListElement, root))
         return nullptr;
     for (DOMNode* node = root->getFirstChild(); node != nullptr; node = node->getNextSibling())
-        if (IsComponent(node) && Attribute(static_cast<DOMElement*>(node), L"name") == name)
+        if (IsComponentNamed(node, name))
             return static_cast<DOMElement*>(node);
     return nullptr;
 }
 
 bool CVeLVersionsXMLHandler::SetComponent(const VeLInstalledComponent& component)
 {
-    const std::wstring name = component.name;
     if (!Usable())
         return false;
-    if (name.empty() || name.find_first_of(L" \t\r\n") == 0 ||
-        name.find_last_of(L" \t\r\n") == name.size() - 1)
-    {
-        VEL_TRACE(VEL_ERR, "Invalid parameter");
-        return false;
-    }
-    DOMElement* element = FindElement(name);
-    if (element == nullptr)
-    {
-        element = CreateDOMElement(kComponent);
-        if (element == nullptr || !InsertDOMBranch(L"Versions", element))
-            return false;
-    }
-    SetAttribute(element, L"name", name);
-    SetAttribute(element, L"version", component.version.ToString());
-    SetAttribute(element, L"path", component.installPath);
-    if (component.description.empty())
-        element->removeAttribute(CVeLXMLCharConverter::ToXMLCh(L"description").c_str());
-    else
-        SetAttribute(element, L"description", component.description);
-    return true;
+    DOMElement* element = FindElement(component.name);
+    if (element != nullptr)
+        return VeLVersionXmlConverter::WriteComponent(component, element);
+    element = CreateDOMElement(VeLVersionXmlConverter::kComponentElement);
+    return element != nullptr && VeLVersionXmlConverter::WriteComponent(component, element) &&
+           InsertDOMBranch(VeLVersionXmlConverter::kListElement, element);
 }
 
 bool CVeLVersionsXMLHandler::RemoveComponent(const std::wstring& name)
@@ -194,40 +150,5 @@ bool CVeLVersionsXMLHandler::Save() const
 
 const std::wstring& CVeLVersionsXMLHandler::Schema()
 {
-    // The same text as velversions.xsd, shipped beside the headers.
-    static const std::wstring schema = LR"xsd(<?xml version="1.0"?>
-<!-- The installed components of a machine: one Component element per component, names unique. -->
-<xs:schema xmlns:xs="http://www.w3.org/2001/XMLSchema">
-  <xs:simpleType name="ComponentName">
-    <xs:restriction base="xs:string">
-      <xs:minLength value="1"/>
-      <xs:pattern value="\S(.*\S)?"/>
-    </xs:restriction>
-  </xs:simpleType>
-  <xs:simpleType name="VersionText">
-    <xs:restriction base="xs:string">
-      <xs:pattern value="[0-9]{1,5}(\.[0-9]{1,5}){0,3}"/>
-    </xs:restriction>
-  </xs:simpleType>
-  <xs:element name="Versions">
-    <xs:complexType>
-      <xs:sequence>
-        <xs:element name="Component" minOccurs="0" maxOccurs="unbounded">
-          <xs:complexType>
-            <xs:attribute name="name" type="ComponentName" use="required"/>
-            <xs:attribute name="version" type="VersionText" use="required"/>
-            <xs:attribute name="path" type="xs:string" use="required"/>
-            <xs:attribute name="description" type="xs:string" use="optional"/>
-          </xs:complexType>
-        </xs:element>
-      </xs:sequence>
-    </xs:complexType>
-    <xs:unique name="UniqueComponentName">
-      <xs:selector xpath="Component"/>
-      <xs:field xpath="@name"/>
-    </xs:unique>
-  </xs:element>
-</xs:schema>
-)xsd";
-    return schema;
+    return VeLVersionXmlConverter::Schema();
 }

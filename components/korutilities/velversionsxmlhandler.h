@@ -5,8 +5,9 @@
 //     <Component name="Kernel" version="2.1.0.7" path="/opt/kor/kernel" description="Motion kernel"/>
 //   </Versions>
 //
-// The file is validated on load against the schema shipped as velversions.xsd (the same text as
-// Schema()); besides, every version must read as a CVeLVersion (each part 0-65535). A missing file is an
+// The file is validated on load against the schema shipped as velversions.xsd (Schema() is that file's
+// text, embedded at build time); besides, every version must read as a CVeLVersion (each part 0-65535).
+// Entries are converted to and from elements by VeLVersionXmlConverter. A missing file is an
 // empty, valid list that Save creates. The file is read as UTF-8 (with or without a byte-order mark) or as
 // UTF-16LE with its byte-order mark, and written back as UTF-8 through the XML handler's crash-safe write.
 // Changes stay in memory until Save. Not thread-safe: one thread uses a handler at a time.
@@ -16,21 +17,12 @@
 #pragma once
 
 #include "korutilities_export.h"
-#include "velversion.h"
+#include "velversionxmlconverter.h"
 #include "velxmlhandler.h"
 
 #include <boost/filesystem/path.hpp>
 #include <string>
 #include <vector>
-
-// One installed component.
-struct VeLInstalledComponent
-{
-    std::wstring name;
-    CVeLVersion version;
-    std::wstring installPath;
-    std::wstring description; // empty when the file has none
-};
 
 class KORUTILITIES_API CVeLVersionsXMLHandler : public CVeLXMLHandler
 {

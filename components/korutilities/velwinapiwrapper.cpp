@@ -685,3 +685,15 @@ BOOL CVeLWinAPIWrapper::WAPI_VerQueryValue(LPCVOID block, LPCWSTR subBlock, LPVO
 {
     return ::VerQueryValueW(block, subBlock, buffer, length);
 }
+
+// Resource strings.
+
+HMODULE CVeLWinAPIWrapper::WAPI_LoadLibraryEx(LPCWSTR fileName, HANDLE file, DWORD flags) const
+{
+    return ::LoadLibraryExW(fileName, file, flags);
+}
+
+int CVeLWinAPIWrapper::WAPI_LoadString(HINSTANCE instance, UINT id, LPWSTR buffer, int bufferMax) const
+{
+    return ::LoadStringW(instance, id, buffer, bufferMax);
+}

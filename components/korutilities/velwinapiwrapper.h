@@ -182,6 +182,10 @@ public:
     BOOL WAPI_GetFileVersionInfo(LPCWSTR fileName, DWORD handle, DWORD size, LPVOID data) const override;
     BOOL WAPI_VerQueryValue(LPCVOID block, LPCWSTR subBlock, LPVOID* buffer, PUINT length) const override;
 
+    // Resource strings.
+    HMODULE WAPI_LoadLibraryEx(LPCWSTR fileName, HANDLE file, DWORD flags) const override;
+    int WAPI_LoadString(HINSTANCE instance, UINT id, LPWSTR buffer, int bufferMax) const override;
+
 private:
     // The start-up record as "name=value" entries for the process-creation trace; "Null" for a null record.
     std::wstring STARTUPINFOToString(STARTUPINFOW* startupInfo) const;

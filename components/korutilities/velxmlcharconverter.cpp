@@ -1,6 +1,7 @@
 #include "velxmlcharconverter.h"
 #include "velstringconverter.h"
 
+#include <xercesc/dom/DOMElement.hpp>
 #include <type_traits>
 
 static_assert(std::is_same<XMLCh, char16_t>::value, "the parser's characters are UTF-16 code units");
@@ -27,4 +28,16 @@ std::wstring CVeLXMLCharConverter::ToWString(const XMLCh* text)
 std::wstring CVeLXMLCharConverter::ToWString(const XMLCh* text, std::size_t length)
 {
     return CVeLStringConverter::ConvertUTF16ToStdWString(text, length);
+}
+
+std::wstring CVeLXMLCharConverter::GetAttribute(const XERCES_CPP_NAMESPACE::DOMElement* element,
+                                                const wchar_t* name)
+{
+    return ToWString(element->getAttribute(ToXMLCh(name).c_str()));
+}
+
+void CVeLXMLCharConverter::SetAttribute(XERCES_CPP_NAMESPACE::DOMElement* element, const wchar_t* name,
+                                        const std::wstring& value)
+{
+    element->setAttribute(ToXMLCh(name).c_str(), ToXMLCh(value).c_str());
 }

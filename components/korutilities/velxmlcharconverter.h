@@ -12,6 +12,10 @@
 #include <cstddef>
 #include <string>
 
+XERCES_CPP_NAMESPACE_BEGIN
+class DOMElement;
+XERCES_CPP_NAMESPACE_END
+
 // A parser-side string that owns its characters; c_str() is what the parser's interfaces take.
 using XMLChString = std::basic_string<XMLCh>;
 
@@ -25,4 +29,10 @@ public:
     static std::wstring ToWString(const XMLCh* text);
     // Wide text of length code units (embedded zeros are kept); empty for a null pointer.
     static std::wstring ToWString(const XMLCh* text, std::size_t length);
+
+    // The wide value of an element's attribute; empty when it is absent. The element must not be null.
+    static std::wstring GetAttribute(const XERCES_CPP_NAMESPACE::DOMElement* element, const wchar_t* name);
+    // Sets or replaces an attribute of an element (not null) with wide text.
+    static void SetAttribute(XERCES_CPP_NAMESPACE::DOMElement* element, const wchar_t* name,
+                             const std::wstring& value);
 };

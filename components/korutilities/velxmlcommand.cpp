@@ -20,18 +20,6 @@ namespace
 const wchar_t* const kTypeNames[] = {L"text", L"integer", L"real", L"boolean", L"bytes", L"group"};
 const std::vector<std::wstring> kTypeList(std::begin(kTypeNames), std::end(kTypeNames));
 
-std::wstring Attribute(const DOMElement* element, const wchar_t* name)
-{
-    return CVeLXMLCharConverter::ToWString(
-        element->getAttribute(CVeLXMLCharConverter::ToXMLCh(name).c_str()));
-}
-
-void SetAttribute(DOMElement* element, const wchar_t* name, const std::wstring& value)
-{
-    element->setAttribute(CVeLXMLCharConverter::ToXMLCh(name).c_str(),
-                          CVeLXMLCharConverter::ToXMLCh(value).c_str());
-}
-
 std::wstring ElementName(const DOMElement* element)
 {
     return CVeLXMLCharConverter::ToWString(element->getTagName());
@@ -79,8 +67,8 @@ bool AppendParameters(CVeLXMLHandler& handler, const std::function<bool(DOMEleme
             error = L"cannot attach an element";
             return false;
         }
-        SetAttribute(element, L"name", p.name);
-        SetAttribute(element, L"type", kTypeNames[p.type]);
+        CVeLXMLCharConverter::SetAttribute(element, L"name", p.name);
+        CVeLXMLCharConverter::SetAttribute(element, L"type", kTypeNames[p.type]);
         std::wstring text;
         switch (p.type)
         {
@@ -126,9 +114,9 @@ bool ReadParameters(const DOMElement* parent, std::vector<CVeLXMLCommand::Parame
     for (const DOMElement* element : ChildElements(parent, L"param"))
     {
         CVeLXMLCommand::Parameter p;
-        p.name = Attribute(element, L"name");
+        p.name = CVeLXMLCharConverter::GetAttribute(element, L"name");
         const CVeLResult<std::size_t> type =
-            CVeLTypeConverter::ToEnumeration(Attribute(element, L"type"), kTypeList);
+            CVeLTypeConverter::ToEnumeration(CVeLXMLCharConverter::GetAttribute(element, L"type"), kTypeList);
         if (p.name.empty() || !type.IsSuccess())
         {
             error = L"a parameter lacks a name or a known type";
@@ -293,11 +281,11 @@ bool CVeLXMLCommand::ToXML(std::wstring& xml) const
         false,
         [&]
         {
-            SetAttribute(root, L"name", m_name);
-            SetAttribute(root, L"id", CVeLTypeConverter::FromUnsigned(m_id));
+            CVeLXMLCharConverter::SetAttribute(root, L"name", m_name);
+            CVeLXMLCharConverter::SetAttribute(root, L"id", CVeLTypeConverter::FromUnsigned(m_id));
             if (m_reply)
             {
-                SetAttribute(root, L"status", CVeLTypeConverter::FromInteger(m_status));
+                CVeLXMLCharConverter::SetAttribute(root, L"status", CVeLTypeConverter::FromInteger(m_status));
                 DOMElement* message = handler.CreateDOMElement(L"message");
                 if (message == nullptr || !handler.InsertDOMBranch(rootName, message))
                     return false;
@@ -340,26 +328,28 @@ bool CVeLXMLCommand::FromXML(const std::wstring& xml)
         return Fail(L"the document is not well-formed or not valid against the command schema");
     CVeLXMLCommand parsed;
     std::wstring error;
-    const bool read =
-        VeLXMLGuarded(false,
-                      [&]
-                      {
-                          DOMElement* root = nullptr;
-                          parsed.m_reply = handler.GetDOMBranch(L"reply", root);
-                          if (!parsed.m_reply && !handler.GetDOMBranch(L"command", root))
-                              return false;
-                          parsed.m_name = Attribute(root, L"name");
-                          parsed.m_id = CVeLTypeConverter::ToUnsigned(Attribute(root, L"id")).GetValue();
-                          if (parsed.m_reply)
-                          {
-                              parsed.m_status = static_cast<LONG>(
-                                  CVeLTypeConverter::ToInteger(Attribute(root, L"status")).GetValue());
-                              const auto messages = ChildElements(root, L"message");
-                              if (!messages.empty())
-                                  parsed.m_message = OwnText(messages.front());
-                          }
-                          return ReadParameters(root, parsed.m_parameters, error);
-                      });
+    const bool read = VeLXMLGuarded(
+        false,
+        [&]
+        {
+            DOMElement* root = nullptr;
+            parsed.m_reply = handler.GetDOMBranch(L"reply", root);
+            if (!parsed.m_reply && !handler.GetDOMBranch(L"command", root))
+                return false;
+            parsed.m_name = CVeLXMLCharConverter::GetAttribute(root, L"name");
+            parsed.m_id =
+                CVeLTypeConverter::ToUnsigned(CVeLXMLCharConverter::GetAttribute(root, L"id")).GetValue();
+            if (parsed.m_reply)
+            {
+                parsed.m_status = static_cast<LONG>(
+                    CVeLTypeConverter::ToInteger(CVeLXMLCharConverter::GetAttribute(root, L"status"))
+                        .GetValue());
+                const auto messages = ChildElements(root, L"message");
+                if (!messages.empty())
+                    parsed.m_message = OwnText(messages.front());
+            }
+            return ReadParameters(root, parsed.m_parameters, error);
+        });
     if (!read)
         return Fail(error.empty() ? L"the document holds no command or reply" : error);
     *this = parsed;

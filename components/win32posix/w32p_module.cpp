@@ -2,6 +2,7 @@
 // The contract, and where Linux differs from Windows, are in w32p_module.h.
 #include "w32p_module.h"
 #include "w32p_path.h"
+#include "w32p_resource.h"
 
 #include "w32p_mapping.h"
 #include "w32p_string.h"
@@ -125,7 +126,7 @@ BOOL FreeLibrary(HMODULE module)
         SetLastError(ERROR_INVALID_HANDLE);
         return FALSE;
     }
-    if (module == NtdllModule())
+    if (module == NtdllModule() || W32pFreeDataModule(module))
         return TRUE;
     {
         LoadedModules& loaded = Loaded();

@@ -5,11 +5,16 @@
 // directory is 16 bytes (named and id entry counts at +12 and +14) followed by 8-byte entries (name or id,
 // then an offset whose top bit marks a sub-directory); a data entry holds the data's address and size.
 #include "w32p_peimage.h"
+#include "w32p_path.h"
 
+#include <cerrno>
 #include <cstdint>
+#include <fstream>
 
 namespace
 {
+
+const std::uint64_t kLargestImage = 1ull << 30; // no DLL is bigger; larger files are refused unread
 
 // A bounds-checked view of the file's bytes.
 class Bytes
@@ -102,13 +107,13 @@ bool FindEntry(const Bytes& bytes, std::uint64_t directory, std::uint32_t id, st
 
 } // namespace
 
-bool W32pFindPeResource(const std::string& image, WORD type, WORD id, std::string& data)
+W32pPeLookup W32pLookupPeResource(const std::string& image, WORD type, WORD id, std::string& data)
 {
     const Bytes bytes(image);
     std::uint64_t root, sections, dataOffset;
     std::uint32_t count;
     if (!ResourceDirectory(bytes, root, sections, count))
-        return false;
+        return W32pPeLookup::NoResources;
     // Type, name and language levels are directories; the language entry points at the data entry. Each
     // level must point at the kind it should, so a directory that points at itself can't loop.
     const std::uint32_t wanted[3] = {type, id, 0};
@@ -117,16 +122,59 @@ bool W32pFindPeResource(const std::string& image, WORD type, WORD id, std::strin
     {
         std::uint32_t target;
         if (!FindEntry(bytes, current, wanted[level], target))
-            return false;
+            return level == 0 ? W32pPeLookup::NoType : W32pPeLookup::NoName;
         const bool directory = (target & 0x80000000u) != 0;
         if (directory != (level < 2))
-            return false;
+            return W32pPeLookup::NoName;
         current = root + (target & 0x7FFFFFFFu);
     }
     std::uint32_t address, size;
     if (!bytes.U32(current, address) || !bytes.U32(current + 4, size) ||
         !FileOffset(bytes, sections, count, address, dataOffset) || !bytes.Has(dataOffset, size))
-        return false;
+        return W32pPeLookup::NoName;
     data.assign(image, static_cast<std::size_t>(dataOffset), size);
+    return W32pPeLookup::Found;
+}
+
+bool W32pIsPeImage(const std::string& image)
+{
+    const Bytes bytes(image);
+    std::uint32_t mz, peOffset, signature;
+    return bytes.U16(0, mz) && mz == 0x5A4D && bytes.U32(0x3C, peOffset) && bytes.U32(peOffset, signature) &&
+           signature == 0x00004550;
+}
+
+bool W32pFindPeResource(const std::string& image, WORD type, WORD id, std::string& data)
+{
+    return W32pLookupPeResource(image, type, id, data) == W32pPeLookup::Found;
+}
+
+bool W32pReadImageFile(LPCWSTR fileName, std::string& image)
+{
+    std::string path;
+    if (!W32pPathToUtf8(fileName, path) || path.empty())
+    {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return false;
+    }
+    std::ifstream in(path, std::ios::binary | std::ios::ate);
+    if (!in)
+    {
+        SetLastError(W32pPathErrorFromErrno(path, errno));
+        return false;
+    }
+    const std::streamoff size = in.tellg();
+    if (size <= 0 || static_cast<std::uint64_t>(size) > kLargestImage)
+    {
+        SetLastError(ERROR_BAD_EXE_FORMAT);
+        return false;
+    }
+    image.resize(static_cast<std::size_t>(size));
+    in.seekg(0);
+    if (!in.read(&image[0], size))
+    {
+        SetLastError(ERROR_IO_DEVICE);
+        return false;
+    }
     return true;
 }

@@ -9,6 +9,23 @@
 
 #include <string>
 
+// How far a lookup came: no resource section (not a PE file, or one without resources), no resource of
+// that type, no resource of that id (or a damaged entry), or found.
+enum class W32pPeLookup
+{
+    NoResources,
+    NoType,
+    NoName,
+    Found,
+};
+
 // The data of the resource of that type and numeric id (id 0: the first one of the type), first language.
-// False for anything that is not a well-formed PE file with that resource.
+W32pPeLookup W32pLookupPeResource(const std::string& image, WORD type, WORD id, std::string& data);
+// Whether image starts as a PE file does (DOS header pointing at the "PE" signature).
+bool W32pIsPeImage(const std::string& image);
+// The lookup, true only when found.
 bool W32pFindPeResource(const std::string& image, WORD type, WORD id, std::string& data);
+
+// The bytes of an executable file for the lookups above; false with the last error set (the file's own
+// error, or ERROR_BAD_EXE_FORMAT for an empty file or one larger than any DLL).
+bool W32pReadImageFile(LPCWSTR fileName, std::string& image);

@@ -6,6 +6,7 @@
 // so every later call on the handle sees one consistent state. Predefined roots used directly resolve to
 // the current tree on each call.
 #include "w32p_registry.h"
+#include "w32p_warning.h"
 #include "w32p_folders.h"
 #include "w32p_path.h"
 #include "w32p_registry_files.h"
@@ -107,8 +108,7 @@ void ReadFileInto(const std::string& path, W32pRegTree& tree)
         return;
     if (in.bad())
         reason = "can't be read";
-    std::fprintf(stderr, "win32posix: registry: warning: %s line %zu: %s; file skipped\n", path.c_str(), line,
-                 reason.c_str());
+    W32pWarn("registry: %s line %zu: %s; file skipped", path.c_str(), line, reason.c_str());
 }
 
 // The current tree; caller holds g_lock.

@@ -25,8 +25,7 @@ namespace
 
 const char kMagic[4] = {'W', '3', '2', 'V'};
 const std::size_t kHeaderSize = 8;
-const std::uint64_t kLargestImage = 1ull << 30; // no DLL is bigger; larger files are refused unread
-const WORD kVersionType = 16;                   // RT_VERSION
+const WORD kVersionType = 16; // RT_VERSION
 
 struct Node
 {
@@ -113,28 +112,15 @@ void WidenChildren(const unsigned char* raw, std::size_t begin, std::size_t end,
 // The version resource of a file; false with the last error set.
 bool ReadResource(LPCWSTR fileName, std::string& resource)
 {
-    std::string path;
-    if (!W32pPathToUtf8(fileName, path) || path.empty())
-    {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return false;
-    }
-    std::ifstream in(path, std::ios::binary | std::ios::ate);
-    if (!in)
-    {
-        SetLastError(W32pPathErrorFromErrno(path, errno));
-        return false;
-    }
-    const std::streamoff size = in.tellg();
     std::string image;
-    if (size > 0 && static_cast<std::uint64_t>(size) <= kLargestImage)
+    if (!W32pReadImageFile(fileName, image))
     {
-        image.resize(static_cast<std::size_t>(size));
-        in.seekg(0);
-        in.read(&image[0], size);
+        if (GetLastError() == ERROR_BAD_EXE_FORMAT)
+            SetLastError(ERROR_RESOURCE_TYPE_NOT_FOUND);
+        return false;
     }
     Node root;
-    if (!in || image.empty() || !W32pFindPeResource(image, kVersionType, 0, resource) ||
+    if (!W32pFindPeResource(image, kVersionType, 0, resource) ||
         !ParseNode(reinterpret_cast<const unsigned char*>(resource.data()), 0, resource.size(), root))
     {
         SetLastError(ERROR_RESOURCE_TYPE_NOT_FOUND);

@@ -29,6 +29,7 @@
 #include "w32p_time.h"
 #include "w32p_process.h"
 #include "w32p_module.h"
+#include "w32p_resource.h"
 // Hashing, packing and compound files.
 #include "w32p_fileposition.h"
 #include "w32p_machineid.h"

@@ -221,7 +221,15 @@ int WaitProcess(pid_t pid)
 void KillProcess(pid_t pid)
 {
     if (HANDLE h = ChildHandle(pid))
+    {
         TerminateProcess(h, KilledExitCode);
+        return;
+    }
+    HANDLE other = OpenProcess(PROCESS_TERMINATE, FALSE, static_cast<DWORD>(pid));
+    if (other == nullptr)
+        return;
+    TerminateProcess(other, KilledExitCode);
+    CloseHandle(other);
 }
 
 ShellResult RunShell(const std::string& command)

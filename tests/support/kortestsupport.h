@@ -31,7 +31,8 @@ pid_t StartSelf(const std::vector<std::string>& arguments, const std::vector<std
 // Waits for a process started by StartSelf: its exit code, KilledExitCode after KillProcess, -1 when it
 // cannot be waited for.
 int WaitProcess(pid_t pid);
-// Ends a process started by StartSelf at once, without letting it clean up.
+// Ends a process (started by StartSelf or by any other means) at once, without letting it clean up; its
+// exit code is then KilledExitCode on both platforms.
 void KillProcess(pid_t pid);
 constexpr int KilledExitCode = 128 + 9;
 

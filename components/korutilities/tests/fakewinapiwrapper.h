@@ -280,6 +280,11 @@ public:
                        (fileName, handle, size, data))
     KOR_FAKE_OPERATION(BOOL, VerQueryValue, (LPCVOID block, LPCWSTR subBlock, LPVOID* buffer, PUINT length),
                        (block, subBlock, buffer, length))
+    // Resource strings.
+    KOR_FAKE_OPERATION(HMODULE, LoadLibraryEx, (LPCWSTR fileName, HANDLE file, DWORD flags),
+                       (fileName, file, flags))
+    KOR_FAKE_OPERATION(int, LoadString, (HINSTANCE instance, UINT id, LPWSTR buffer, int bufferMax),
+                       (instance, id, buffer, bufferMax))
 
 private:
     void Record(const char* name) const

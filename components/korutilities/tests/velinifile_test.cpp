@@ -1,5 +1,5 @@
-// INI files: typed reads with defaults, awkward values, listings, and writes that survive a crash before
-// the final rename.
+// INI files: typed reads with defaults, awkward values, listings, writes that keep what they don't change,
+// and writes that survive a crash before the final rename.
 #include "fakewinapiwrapper.h"
 #include "filetestsupport.h"
 #include "velinifile.h"
@@ -74,10 +74,10 @@ TEST_F(VeLIniFileTest, CrashBeforeTheRenameLeavesTheOldFile)
     WriteFile(Ini(), "[S]\r\nk=old\r\n");
     auto api = std::make_shared<CFakeWinAPIWrapper>();
     int renames = 0;
-    // The scratch copy is put in place by a rename too; the second rename is the one over the settings.
+    // The one rename is the one that puts the new content over the settings.
     api->OnMoveFileEx = [&renames](LPCWSTR from, LPCWSTR to, DWORD flags) -> BOOL
     {
-        if (++renames == 2)
+        if (++renames == 1)
         {
             SetLastError(ERROR_DISK_FULL);
             return FALSE;
@@ -88,10 +88,52 @@ TEST_F(VeLIniFileTest, CrashBeforeTheRenameLeavesTheOldFile)
     EXPECT_FALSE(ini.WriteString(L"S", L"k", L"new"));
     EXPECT_EQ(ReadFile(Ini()), "[S]\r\nk=old\r\n");
     EXPECT_EQ(ini.GetString(L"S", L"k", L""), L"old");
-    EXPECT_EQ(api->CallCount("WritePrivateProfileString"), 1u);
+    EXPECT_EQ(renames, 1);
 
     MakeReadOnly(Ini());
     CVeLIniFile readOnly(Ini());
     EXPECT_FALSE(readOnly.WriteString(L"S", L"k", L"new"));
     EXPECT_EQ(ReadFile(Ini()), "[S]\r\nk=old\r\n");
+}
+
+TEST_F(VeLIniFileTest, WritesChangeOnlyTheirLineAndKeepEncodingAndLineEnds)
+{
+    const std::string utf16Mark = "\xFF\xFE";
+    const auto utf16 = [&utf16Mark](const std::string& ascii)
+    {
+        std::string bytes = utf16Mark;
+        for (char c : ascii)
+            bytes += std::string(1, c) + std::string(1, '\0');
+        return bytes;
+    };
+    const struct
+    {
+        std::string before;
+        const wchar_t* section;
+        const wchar_t* key;
+        const wchar_t* value; // null: delete
+        std::string after;
+    } cases[] = {
+        {"[A]\nk=1\n", L"a", L"K", L"2", "[A]\nk=2\n"}, // LF kept, key spelling kept
+        {"; k=0\n[A]\n;k=9\n k = 1 \n", L"A", L"k", L"2", "; k=0\n[A]\n;k=9\nk=2\n"}, // comments untouched
+        {"[A]\nk=1\n[a]\nk=2\n", L"A", L"k", L"3", "[A]\nk=3\n[a]\nk=2\n"},           // first section only
+        {"[A]\r\nx=1\r\n\r\n[B]\r\n", L"A", L"y", L"2", "[A]\r\nx=1\r\ny=2\r\n\r\n[B]\r\n"},
+        {"[A]\rx=1\r", L"C", L"k", L"v", "[A]\rx=1\r[C]\rk=v\r"},       // CR kept, section added
+        {"[A]\nx=1\n[B]\ny=2\n", L"A", nullptr, nullptr, "[B]\ny=2\n"}, // section deleted
+        {"[A]\nx=1\ny=2\n", L"A", L"X", nullptr, "[A]\ny=2\n"},         // key deleted
+        {"\xEF\xBB\xBF[A]\n", L"A", L"k", L"\u00e4", "\xEF\xBB\xBF[A]\nk=\xC3\xA4\n"}, // UTF-8 mark kept
+        {utf16("[A]\r\nk=1\r\n"), L"A", L"k", L"22", utf16("[A]\r\nk=22\r\n")},
+        {"", L"S", L"k", L"v", "[S]\r\nk=v\r\n"}, // no file yet: made with CRLF
+    };
+    for (const auto& c : cases)
+    {
+        boost::filesystem::remove(Ini());
+        if (!c.before.empty())
+            WriteFile(Ini(), c.before);
+        CVeLIniFile ini(Ini());
+        EXPECT_TRUE(c.value ? ini.WriteString(c.section, c.key, c.value)
+                    : c.key ? ini.DeleteKey(c.section, c.key)
+                            : ini.DeleteSection(c.section));
+        EXPECT_EQ(ReadFile(Ini()), c.after) << c.before;
+    }
 }

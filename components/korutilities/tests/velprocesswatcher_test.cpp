@@ -1,8 +1,8 @@
+#include "kortestsupport.h"
 #include "procchild.h"
 #include "velprocesswatcher.h"
 
 #include <condition_variable>
-#include <csignal>
 #include <map>
 #include <mutex>
 
@@ -53,7 +53,7 @@ TEST(ProcessWatcher, ReportsEachEndOnceWithItsCodeAlsoForSignals)
     EXPECT_TRUE(watcher.Watch(five->GetId()));
     EXPECT_TRUE(watcher.Watch(killed));
     EXPECT_TRUE(watcher.Watch(ended));
-    ::kill(static_cast<pid_t>(killed->GetId()), SIGKILL);
+    kortest::KillProcess(static_cast<pid_t>(killed->GetId()));
     ASSERT_TRUE(ends.WaitFor(4));
     std::this_thread::sleep_for(std::chrono::milliseconds(100)); // a second report would show up now
     std::lock_guard<std::mutex> guard(ends.lock);
@@ -62,7 +62,7 @@ TEST(ProcessWatcher, ReportsEachEndOnceWithItsCodeAlsoForSignals)
               ends.calls);
     EXPECT_EQ(3u, ends.codes[three->GetId()]);
     EXPECT_EQ(0u, ends.codes[five->GetId()]);
-    EXPECT_EQ(128u + SIGKILL, ends.codes[killed->GetId()]);
+    EXPECT_EQ(DWORD(kortest::KilledExitCode), ends.codes[killed->GetId()]);
     EXPECT_EQ(5u, ends.codes[ended->GetId()]);
     EXPECT_EQ(0u, watcher.GetWatchedCount());
 }

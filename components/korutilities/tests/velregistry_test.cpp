@@ -87,3 +87,14 @@ TEST_F(VeLRegistryTest, ListsKeysAndValuesAndRefusesWhatIsMissingOrMistyped)
     // Every key opened was closed again.
     EXPECT_EQ(api->CallCount("RegOpenKeyEx"), api->CallCount("RegCloseKey") + 1);
 }
+
+TEST_F(VeLRegistryTest, AMalformedFileIsSkippedWithAWarningInTheTrace)
+{
+    WriteFile(Root() / "zz-bad.reg", "Windows Registry Editor Version 5.00\r\n"
+                                     "[HKEY_LOCAL_MACHINE\\SOFTWARE\\KorTest]\r\n\"Count\"=dword:xyz\r\n");
+    BTraceCapture capture;
+    DWORD count = 0;
+    EXPECT_TRUE(CVeLRegistry().ReadDword(HKEY_LOCAL_MACHINE, m_key, L"Count", count));
+    EXPECT_EQ(count, 16u); // the good file still counts, none of the bad one
+    EXPECT_EQ(capture.CountContaining("zz-bad.reg line 3"), 1u);
+}

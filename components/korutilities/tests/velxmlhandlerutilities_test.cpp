@@ -51,7 +51,7 @@ protected:
     }
 
     CVeLXMLHandler handler;
-    DOMDocument* doc = nullptr;
+    XERCES_CPP_NAMESPACE::DOMDocument* doc = nullptr; // qualified: <windows.h> declares one too
     CVeLXMLHandlerUtilities utilities;
 };
 

@@ -1,6 +1,7 @@
 // The registry read from ".reg" export files: value types, escapes, wrapped hex lists, file order and
 // overrides, malformed files skipped whole, and the Win32 return codes.
 #include "w32p_test_util.h"
+#include "w32p_warning.h"
 
 #include <gtest/gtest.h>
 
@@ -130,8 +131,13 @@ TEST(Registry, LaterFilesOverrideAndMalformedFilesAreSkippedWhole)
     folder.Write("50-gone.reg", std::string(kHeader) + "[-HKEY_CURRENT_USER\\Other]\n");
     folder.Write("ignored.txt", "not a registry file");
 
+    static std::string warnings; // each skipped file is named, with the line, to the installed hook
+    const W32pWarningHook previous = W32pSetWarningHook([](const char* message) { warnings += message; });
     HKEY key;
     ASSERT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, L"App", 0, KEY_READ, &key), ERROR_SUCCESS);
+    W32pSetWarningHook(previous);
+    EXPECT_NE(warnings.find("30-bad.reg line 5"), std::string::npos) << warnings;
+    EXPECT_NE(warnings.find("40-noheader.reg line 1"), std::string::npos) << warnings;
     EXPECT_EQ(StringValue(key, L"A", REG_SZ), std::wstring(L"2\0", 2));
     DWORD size = 0;
     EXPECT_EQ(RegQueryValueExW(key, L"B", nullptr, nullptr, nullptr, &size), ERROR_FILE_NOT_FOUND);

@@ -1,5 +1,6 @@
-// Version resources read from a real PE DLL (tests/data/pe, made by the mingw-w64 resource compiler), and
-// from thousands of truncated and mutated copies of it, which must fail cleanly or answer within bounds.
+// Version resources and string tables read from a real PE DLL (tests/data/pe, made by the mingw-w64 resource
+// compiler), and from thousands of truncated and mutated copies of it, which must fail cleanly or answer
+// within bounds.
 #include "w32p_test_util.h"
 
 #include <gtest/gtest.h>
@@ -54,6 +55,29 @@ bool QueryAll(const std::wstring& file, std::wstring& company, VS_FIXEDFILEINFO&
     return true;
 }
 
+// Opens file as a data file and loads every string the sample has, into a buffer and by pointer; answers
+// how many were found.
+int LoadAllStrings(const std::wstring& file)
+{
+    HMODULE module = LoadLibraryExW(file.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
+    if (module == nullptr)
+        return 0;
+    int found = 0;
+    for (UINT id : {1u, 2u, 17u, 18u, 100u, 4097u})
+    {
+        wchar_t buffer[32];
+        const int copied = LoadStringW(module, id, buffer, 32);
+        EXPECT_LT(copied, 32);
+        EXPECT_EQ(buffer[copied], L'\0');
+        const wchar_t* text = nullptr;
+        const int length = LoadStringW(module, id, reinterpret_cast<LPWSTR>(&text), 0);
+        EXPECT_TRUE(length == 0 || text[length] == L'\0');
+        found += copied > 0 ? 1 : 0;
+    }
+    EXPECT_TRUE(FreeLibrary(module));
+    return found;
+}
+
 } // namespace
 
 TEST(VersionResource, ReadsFixedVersionsAndStringsOfARealDll)
@@ -89,7 +113,7 @@ TEST(VersionResource, TruncatedAndMutatedCopiesFailCleanly)
     ASSERT_GT(original.size(), 1000u);
     const std::string copy = dir.NarrowOf("fuzz.dll");
     std::mt19937 random(20261123);
-    int read = 0;
+    int read = 0, strings = 0;
     for (int round = 0; round < 2000; ++round)
     {
         std::string bytes = original;
@@ -107,6 +131,8 @@ TEST(VersionResource, TruncatedAndMutatedCopiesFailCleanly)
         std::wstring company;
         VS_FIXEDFILEINFO fixed;
         read += QueryAll(Wide(copy), company, fixed) ? 1 : 0;
+        strings += LoadAllStrings(Wide(copy));
     }
-    EXPECT_GT(read, 100); // many mutations leave the resource readable; the rest fail without harm
+    EXPECT_GT(read, 100); // many mutations leave the resources readable; the rest fail without harm
+    EXPECT_GT(strings, 500);
 }

@@ -9,6 +9,7 @@
 //   hold FILE OUT ARG... opens FILE and keeps it open, writes like "args", and sleeps a minute
 // Output files are written under a temporary name and renamed, so a reader sees them whole.
 #include <velprocesshelper.h>
+#include <velwinapiwrapper.h>
 
 #include <chrono>
 #include <csignal>
@@ -45,11 +46,19 @@ std::string ArgumentsAndFolder(int first, int argc, char** argv)
     return content + std::filesystem::current_path().string() + '\0';
 }
 
+// This program's own file as the system names it (argv[0] may be relative or a bare name).
+std::wstring OwnProgram()
+{
+    wchar_t name[32768];
+    const DWORD n = CVeLWinAPIWrapper().WAPI_GetModuleFileName(nullptr, name, 32768);
+    return std::wstring(name, n < 32768 ? n : 0);
+}
+
 int Tree(const std::string& out, int count)
 {
     CVeLProcessHelper helper;
     VeLProcessStartInfo info;
-    info.program = std::filesystem::read_symlink("/proc/self/exe").string();
+    info.program = OwnProgram();
     info.arguments = {L"sleep", L"60000"};
     std::string ids;
     for (int i = 0; i < count; ++i)
