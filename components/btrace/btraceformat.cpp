@@ -3,6 +3,7 @@
 // "%lld" the whole slot), which keeps a 32-bit conversion fed with a sign-extended value well defined.
 #include "btrace.h"
 #include "btraceinternal.h"
+#include "w32p_namemap.h"
 
 #include <cstdio>
 #include <cstring>
@@ -11,30 +12,12 @@
 namespace
 {
 
+// Trace text is always valid UTF-8: a surrogate code point, which the name mapping writes in its
+// generalised three-byte form so that no file name is lost, prints here as U+FFFD, as does anything beyond
+// U+10FFFF.
 void AppendUtf8(std::string& out, char32_t c)
 {
-    if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF))
-        c = 0xFFFD;
-    if (c < 0x80)
-        out += static_cast<char>(c);
-    else if (c < 0x800)
-    {
-        out += static_cast<char>(0xC0 | (c >> 6));
-        out += static_cast<char>(0x80 | (c & 0x3F));
-    }
-    else if (c < 0x10000)
-    {
-        out += static_cast<char>(0xE0 | (c >> 12));
-        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (c & 0x3F));
-    }
-    else
-    {
-        out += static_cast<char>(0xF0 | (c >> 18));
-        out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (c & 0x3F));
-    }
+    w32p_namemap::AppendUtf8(c >= 0xD800 && c <= 0xDFFF ? 0xFFFD : static_cast<std::uint32_t>(c), out);
 }
 
 // A wide string is UTF-16 where wchar_t has 16 bits (a surrogate pair is one character) and UTF-32

@@ -13,8 +13,9 @@
 // three bytes of their generalised UTF-8 form: a name of their own, never one that already has a wide form
 // with U+FFFD.
 //
-// Header-only and free of system calls: win32posix maps every name it takes or returns with it, and the
-// library's path converter includes the same copy, also where win32posix is not built. Pure functions, safe
+// Header-only and free of system calls: win32posix maps every name it takes or returns with it; the
+// library's path converter and the trace formatter's UTF-8 writer include the same copy, also where
+// win32posix is not built. Pure functions, safe
 // from any thread. Not installed.
 #pragma once
 

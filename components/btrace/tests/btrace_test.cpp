@@ -59,6 +59,9 @@ TEST(BTraceFormat, StringsPointersAndDoubles)
         "ab|   x");
     const wchar_t* wide = L"\u00e4\U0001F600";
     EXPECT_EQ(Format("%ls", {reinterpret_cast<std::uintptr_t>(wide)}), "\xC3\xA4\xF0\x9F\x98\x80");
+    // Trace text stays valid UTF-8: a lone surrogate prints as U+FFFD.
+    const wchar_t lone[] = {wchar_t(0xDC00), L'x', 0};
+    EXPECT_EQ(Format("%ls", {reinterpret_cast<std::uintptr_t>(lone)}), "\xEF\xBF\xBDx");
     double d = 2.5;
     std::uint64_t bits;
     std::memcpy(&bits, &d, sizeof bits);

@@ -49,42 +49,37 @@ TEST_F(BTraceToolTest, EmptyStringsAreRefusedSilently)
     EXPECT_TRUE(capture.Records().empty());
 }
 
-TEST_F(BTraceToolTest, StartsTheBackEndRegistersKorswThenMainAndTakesWideStrings)
+TEST_F(BTraceToolTest, StartsTheBackEndAndRegistersKorswThenMain)
 {
     EXPECT_TRUE(CVeLBTraceTool::InitializeBTrace(std::string("first"), "segment", 64, "fourth"));
-    BTraceInitInfo info = BTraceGetInitInfo();
-    EXPECT_TRUE(info.initialized);
-    EXPECT_EQ(info.first, "first");
-    EXPECT_EQ(info.fourth, "fourth");
-    EXPECT_EQ(info.segment, "segment");
-    EXPECT_EQ(info.sizeBytes, 64u * 1024u);
-    EXPECT_TRUE(info.shared);
-    EXPECT_EQ(info.breakMode, 0u);
-    EXPECT_EQ(info.options, 0u);
+    const BTraceInitInfo info = BTraceGetInitInfo();
+    EXPECT_TRUE(info.initialized && info.shared);
+    EXPECT_EQ(info.breakMode + info.options, 0u);
     EXPECT_EQ(BTraceRegisteredModules(), (std::vector<std::string>{"KORSW", "main"}));
     EXPECT_FALSE(BTraceFindModule("KORSW")->isMain);
     EXPECT_TRUE(BTraceFindModule("main")->isMain);
     // A second start is ignored by the back-end but still reported as done.
     EXPECT_TRUE(CVeLBTraceTool::InitializeBTrace(std::string("other"), "other", 1, "other"));
     EXPECT_EQ(BTraceGetInitInfo().segment, "segment");
+}
 
-    // The wide overload hands UTF-8 on.
-    CVeLBTraceTool::ShutdownBTrace();
-    EXPECT_TRUE(CVeLBTraceTool::InitializeBTrace(std::wstring(L"\u00fcber"), L"seg\u20ac", 2, L"\U0001F600"));
-    info = BTraceGetInitInfo();
-    EXPECT_EQ(info.first, "\xC3\xBC"
-                          "ber");
-    EXPECT_EQ(info.segment, "seg\xE2\x82\xAC");
-    EXPECT_EQ(info.fourth, "\xF0\x9F\x98\x80");
-    EXPECT_EQ(info.sizeBytes, 2048u);
-
-    // Sizes of 4 GiB and more reach the back-end whole instead of wrapping to a few bytes or to 0.
-    CVeLBTraceTool::ShutdownBTrace();
-    EXPECT_TRUE(CVeLBTraceTool::InitializeBTrace(std::string("a"), "s", 4u * 1024u * 1024u, "b"));
-    EXPECT_EQ(BTraceGetInitInfo().sizeBytes, 4ull << 30);
-    CVeLBTraceTool::ShutdownBTrace();
-    EXPECT_TRUE(CVeLBTraceTool::InitializeBTrace(std::string("a"), "s", 0xFFFFFFFFu, "b"));
-    EXPECT_EQ(BTraceGetInitInfo().sizeBytes, 0xFFFFFFFFull * 1024u);
+// Wide strings reach the back-end as UTF-8; the size in KiB as bytes, 4 GiB and more whole instead of
+// wrapped to a few bytes or to 0.
+TEST_F(BTraceToolTest, HandsOnUtf8StringsAndTheSizeInBytes)
+{
+    auto start = [](const std::wstring& first, const std::wstring& segment, unsigned int sizeKiB)
+    {
+        CVeLBTraceTool::ShutdownBTrace();
+        EXPECT_TRUE(CVeLBTraceTool::InitializeBTrace(first, segment, sizeKiB, L"4" + first));
+        const BTraceInitInfo info = BTraceGetInitInfo();
+        return info.first + "|" + info.segment + "|" + info.fourth + "|" + std::to_string(info.sizeBytes);
+    };
+    EXPECT_EQ(start(L"first", L"segment", 64), "first|segment|4first|65536");
+    EXPECT_EQ(start(L"\u00fcber\U0001F600", L"seg\u20ac", 2), "\xC3\xBC"
+                                                              "ber\xF0\x9F\x98\x80|seg\xE2\x82\xAC|4\xC3\xBC"
+                                                              "ber\xF0\x9F\x98\x80|2048");
+    EXPECT_EQ(start(L"a", L"s", 4u * 1024u * 1024u), "a|s|4a|4294967296");
+    EXPECT_EQ(start(L"a", L"s", 0xFFFFFFFFu), "a|s|4a|4398046510080");
 }
 
 TEST_F(BTraceToolTest, BreakModeOnlyForExactlyOne)
@@ -107,29 +102,22 @@ TEST_F(BTraceToolTest, BreakModeOnlyForExactlyOne)
     }
 }
 
-TEST(VelTraceMacro, BelowTheLevelNothingIsEvaluated)
-{
-    BTraceSetLevel(&g_korutilitiesTraceModule, BTRACE_ERR);
-    BTraceCapture capture;
-    g_evaluations = 0;
-    VEL_TRACE(VEL_WRN, "value %d", Evaluate());
-    VEL_TRACE(VEL_DBG3, "values %d %d", Evaluate(), Evaluate());
-    EXPECT_EQ(g_evaluations, 0);
-    EXPECT_TRUE(capture.Records().empty());
-    VEL_TRACE(VEL_ERR, "value %d", Evaluate());
-    EXPECT_EQ(g_evaluations, 1);
-    EXPECT_TRUE(capture.Contains(VEL_ERR, "value 1"));
-}
-
-TEST(VelTraceMacro, WarningIsEmittedFromLevelWrnUpwards)
+// A warning is emitted from level WRN upwards; below the level, the arguments are not even evaluated.
+TEST(VelTraceMacro, BelowTheLevelNothingIsEmittedOrEvaluated)
 {
     for (unsigned char level = BTRACE_OFF; level <= BTRACE_DBG3; ++level)
     {
         BTraceSetLevel(&g_korutilitiesTraceModule, level);
         BTraceCapture capture;
-        VEL_TRACE(VEL_WRN, "warning");
-        EXPECT_EQ(capture.Contains(VEL_WRN, "warning"), level >= BTRACE_WRN) << int(level);
+        g_evaluations = 0;
+        VEL_TRACE(VEL_WRN, "value %d", Evaluate());
+        VEL_TRACE(VEL_DBG3, "values %d %d", Evaluate(), Evaluate());
+        const bool warns = level >= BTRACE_WRN, debugs = level >= BTRACE_DBG3;
+        EXPECT_EQ(capture.Contains(VEL_WRN, "value 1"), warns) << int(level);
+        EXPECT_EQ(capture.Contains(VEL_DBG3, "values 1 1"), debugs) << int(level);
+        EXPECT_EQ(g_evaluations, (warns ? 1 : 0) + (debugs ? 2 : 0)) << int(level);
     }
+    BTraceSetLevel(&g_korutilitiesTraceModule, BTRACE_WRN);
 }
 
 TEST(VelTraceMacro, ArgumentsAreWidenedWithTheirSign)
@@ -162,31 +150,23 @@ TEST(TraceOutputChild, Emit)
 // A host process configured with BTRACE_OUTPUT and BTRACE_LEVEL writes one line per message to the file.
 TEST(TraceOutput, EnvironmentChoosesFileAndLevel)
 {
-    auto runChild = [](const std::string& file, const char* level)
+    // Runs the child with the level given (none: the default) and answers the lines of its trace file.
+    auto childLines = [](const char* level)
     {
+        const std::string file = kortest::NewTempFile("kortrace");
         std::vector<std::string> env{"KOR_TRACE_CHILD=1", "BTRACE_OUTPUT=" + file};
         if (level)
             env.push_back(std::string("BTRACE_LEVEL=") + level);
-        pid_t pid = kortest::StartSelf({"--gtest_filter=TraceOutputChild.Emit"}, env);
-        ASSERT_NE(pid, -1);
-        ASSERT_EQ(kortest::WaitProcess(pid), 0);
-    };
-    auto readLines = [](const std::string& file)
-    {
+        const pid_t pid = kortest::StartSelf({"--gtest_filter=TraceOutputChild.Emit"}, env);
+        EXPECT_EQ(pid == -1 ? -1 : kortest::WaitProcess(pid), 0);
         std::ifstream in(file);
         std::vector<std::string> lines;
         for (std::string line; std::getline(in, line);)
             lines.push_back(line);
+        std::remove(file.c_str());
         return lines;
     };
-
-    const std::string verbose = kortest::NewTempFile("kortrace_verbose");
-    const std::string quiet = kortest::NewTempFile("kortrace_quiet");
-    ASSERT_FALSE(verbose.empty() || quiet.empty());
-    runChild(verbose, "9");
-    runChild(quiet, nullptr);
-
-    auto lines = readLines(verbose);
+    auto lines = childLines("9");
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_NE(lines[0].find(" [1] korutilities velbtracetool_test.cpp:"), std::string::npos) << lines[0];
     EXPECT_NE(lines[0].find(" debug message 42 in child"), std::string::npos) << lines[0];
@@ -195,9 +175,7 @@ TEST(TraceOutput, EnvironmentChoosesFileAndLevel)
     const std::regex stamp(R"(^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}[+-]\d\d:\d\d \[)");
     EXPECT_TRUE(std::regex_search(lines[0], stamp)) << lines[0];
 
-    lines = readLines(quiet);
+    lines = childLines(nullptr);
     ASSERT_EQ(lines.size(), 1u) << "the default level suppresses debug messages";
     EXPECT_NE(lines[0].find("error message 7"), std::string::npos);
-    std::remove(verbose.c_str());
-    std::remove(quiet.c_str());
 }

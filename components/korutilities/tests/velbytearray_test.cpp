@@ -1,9 +1,12 @@
 #include "korutilitesbtracedef.h"
+#include "tracedtest.h"
 #include "velbytearray.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
+
+using CVeLByteArrayTest = kortest::TracedTest; // traces at every level, so their formatting runs
 
 namespace
 {
@@ -16,52 +19,35 @@ CVeLByteArray MakeArray(std::initializer_list<unsigned char> bytes, ULONG length
 }
 } // namespace
 
-TEST(CVeLByteArray, CopiesShareTheBuffer)
+TEST_F(CVeLByteArrayTest, CopiesShareTheBuffer)
 {
     CVeLByteArray a = MakeArray({1, 2, 3}, 3);
     CVeLByteArray b(a);
     CVeLByteArray c;
     c = a;
-    EXPECT_EQ(a.GetArrayBytes(), b.GetArrayBytes());
     b.GetArrayBytes()[0] = 9;
     EXPECT_EQ(c.GetArrayBytes()[0], 9);
     EXPECT_EQ(c.GetArrayLength(), 3u);
 }
 
-TEST(CVeLByteArray, ValidityAndInvalidAccess)
+// Equal by content over the length; an invalid array (none, or zero length) equals nothing, not even
+// itself.
+TEST_F(CVeLByteArrayTest, ValidityEqualityAndHexText)
 {
-    BTraceSetLevel(&g_korutilitiesTraceModule, BTRACE_DBG3);
     BTraceCapture capture;
+    CVeLByteArray a = MakeArray({1, 2, 3}, 3);
     CVeLByteArray empty;
+    CVeLByteArray zeroLength = MakeArray({1}, 0);
     EXPECT_FALSE(empty.IsValid());
     EXPECT_EQ(empty.GetArrayBytes(), nullptr);
-    CVeLByteArray zeroLength = MakeArray({1}, 0);
     EXPECT_FALSE(zeroLength.IsValid());
     EXPECT_TRUE(zeroLength.GetAsString().empty());
-    EXPECT_NE(zeroLength.GetArrayBytes(), nullptr);
-}
-
-TEST(CVeLByteArray, EqualityIsByContentAndInvalidArraysEqualNothing)
-{
-    BTraceSetLevel(&g_korutilitiesTraceModule, BTRACE_DBG3);
-    CVeLByteArray a = MakeArray({1, 2, 3}, 3);
-    CVeLByteArray same = MakeArray({1, 2, 3}, 3);
-    CVeLByteArray shorter = MakeArray({1, 2, 3}, 2);
-    CVeLByteArray other = MakeArray({1, 2, 4}, 3);
-    EXPECT_TRUE(a == same);
-    EXPECT_FALSE(a != same);
-    EXPECT_FALSE(a == shorter);
-    EXPECT_FALSE(a == other);
-
-    BTraceCapture capture;
-    CVeLByteArray invalid;
-    EXPECT_TRUE(invalid != invalid); // an invalid array is unequal even to itself
-    EXPECT_FALSE(invalid == a);
-    EXPECT_FALSE(a == invalid);
-}
-
-TEST(CVeLByteArray, HexTextIsTwoLowerCaseDigitsPerByte)
-{
-    EXPECT_EQ(MakeArray({0x0A, 0xFF, 0x00}, 3).GetAsString(), L"0aff00");
-    EXPECT_EQ(MakeArray({0x10, 0x9b}, 2).GetAsString(), L"109b");
+    EXPECT_TRUE(a == MakeArray({1, 2, 3}, 3));
+    EXPECT_FALSE(a != MakeArray({1, 2, 3}, 3));
+    EXPECT_FALSE(a == MakeArray({1, 2, 3}, 2));
+    EXPECT_FALSE(a == MakeArray({1, 2, 4}, 3));
+    EXPECT_TRUE(empty != empty);
+    EXPECT_FALSE(empty == a);
+    EXPECT_FALSE(a == zeroLength);
+    EXPECT_EQ(MakeArray({0x0A, 0xFF, 0x00, 0x10, 0x9b}, 5).GetAsString(), L"0aff00109b"); // two digits a byte
 }

@@ -37,11 +37,16 @@ std::wstring Wide(const std::string& s)
 // Text that travels as 2-, 3- and 4-byte UTF-8 sequences.
 const std::wstring kNonAscii = L"Gr\u00FC\u00DFe \u2013 \u65E5\u672C \U0001F600 \u00E9t\u00E9";
 
-const char* const kNotValid = "Shared Memory Handle is not valid";
-
 class SharedMemoryChannel : public kortest::TracedTest
 {
 protected:
+    // The text the channel reads, or a marker when the read fails.
+    template <class Channel>
+    static std::wstring Read(Channel& channel)
+    {
+        std::wstring text;
+        return channel.ReadDataFromMemory(text) ? text : L"(read failed)";
+    }
     // The raw bytes of the block as another process would see them.
     static std::vector<unsigned char> RawBlock(const std::wstring& name)
     {
@@ -64,29 +69,23 @@ TEST_F(SharedMemoryChannel, RoundTripsTextAndKeepsItUntilOverwrittenOrCleared)
     const std::wstring name = UniqueName("chan_roundtrip");
     CVeLCmdInterfaceSharedMemoryHandler channel(true, name);
     ASSERT_TRUE(channel.IsSharedMemoryAvailable());
-    std::wstring text = L"stale";
-    ASSERT_TRUE(channel.ReadDataFromMemory(text));
-    EXPECT_EQ(text, L""); // a new block is zero-filled
+    EXPECT_EQ(Read(channel), L""); // a new block is zero-filled
     ASSERT_TRUE(channel.WriteDataToMemory(kNonAscii));
-    ASSERT_TRUE(channel.ReadDataFromMemory(text));
-    ASSERT_TRUE(channel.ReadDataFromMemory(text)); // reading does not consume
-    EXPECT_EQ(text, kNonAscii);
+    EXPECT_EQ(Read(channel), kNonAscii);
+    EXPECT_EQ(Read(channel), kNonAscii); // reading does not consume
 
     ASSERT_TRUE(channel.WriteDataToMemory(L"abcdef"));
     ASSERT_TRUE(channel.WriteDataToMemory(L"xyz"));
-    ASSERT_TRUE(channel.ReadDataFromMemory(text));
-    EXPECT_EQ(text, L"xyz");
+    EXPECT_EQ(Read(channel), L"xyz");
     const std::vector<unsigned char> raw = RawBlock(name);
     ASSERT_EQ(raw.size(), 65537u);
     EXPECT_EQ(std::vector<unsigned char>(raw.begin(), raw.begin() + 8),
               (std::vector<unsigned char>{3, 0, 'x', 'y', 'z', 'd', 'e', 'f'}));
 
     ASSERT_TRUE(channel.WriteDataToMemory(std::wstring(L"abc\0def", 7)));
-    ASSERT_TRUE(channel.ReadDataFromMemory(text));
-    EXPECT_EQ(text, L"abc");
+    EXPECT_EQ(Read(channel), L"abc");
     ASSERT_TRUE(channel.ClearDataMemory());
-    ASSERT_TRUE(channel.ReadDataFromMemory(text));
-    EXPECT_EQ(text, L"");
+    EXPECT_EQ(Read(channel), L"");
 }
 
 TEST_F(SharedMemoryChannel, AcceptsExactly65535BytesAndRefuses65536Whole)
@@ -95,9 +94,7 @@ TEST_F(SharedMemoryChannel, AcceptsExactly65535BytesAndRefuses65536Whole)
     CVeLCmdInterfaceSharedMemoryHandler channel(true, name);
     const std::wstring longest = std::wstring(65533, L'a') + L"\u00E9"; // 65533 + 2 UTF-8 bytes
     ASSERT_TRUE(channel.WriteDataToMemory(longest));
-    std::wstring text;
-    ASSERT_TRUE(channel.ReadDataFromMemory(text));
-    EXPECT_EQ(text, longest);
+    EXPECT_EQ(Read(channel), longest);
     std::vector<unsigned char> before = RawBlock(name);
     EXPECT_EQ(before[0], 0xFF);
     EXPECT_EQ(before[1], 0xFF);
@@ -109,38 +106,7 @@ TEST_F(SharedMemoryChannel, AcceptsExactly65535BytesAndRefuses65536Whole)
 
     ASSERT_TRUE(channel.WriteDataToMemory(L"short"));
     EXPECT_FALSE(channel.WriteDataToMemory(std::wstring(70000, L'c')));
-    ASSERT_TRUE(channel.ReadDataFromMemory(text));
-    EXPECT_EQ(text, L"short");
-}
-
-TEST_F(SharedMemoryChannel, OpeningAnUnknownNameLeavesAnUnusableChannel)
-{
-    BTraceCapture capture;
-    const std::wstring name = UniqueName("chan_unknown");
-    CVeLCmdInterfaceSharedMemoryHandler channel(false, name);
-    EXPECT_FALSE(channel.IsSharedMemoryAvailable());
-    EXPECT_EQ(channel.GetSharedMemoryName(), name);
-    std::wstring text = L"untouched";
-    EXPECT_FALSE(channel.ReadDataFromMemory(text));
-    EXPECT_FALSE(channel.WriteDataToMemory(L"x"));
-    EXPECT_FALSE(channel.ClearDataMemory());
-    EXPECT_EQ(text, L"untouched");
-}
-
-TEST_F(SharedMemoryChannel, RefusesAnObjectOfTheNameThatIsSmallerThanTheBlock)
-{
-    const std::wstring name = UniqueName("chan_small");
-    CVeLWinAPIWrapper api;
-    HANDLE small =
-        api.WAPI_CreateFileMapping(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 4096, name.c_str());
-    ASSERT_NE(small, nullptr);
-    BTraceCapture capture;
-    CVeLCmdInterfaceSharedMemoryHandler opened(false, name);
-    CVeLCmdInterfaceSharedMemoryHandler joined(true, name);
-    EXPECT_FALSE(opened.IsSharedMemoryAvailable());
-    EXPECT_FALSE(joined.IsSharedMemoryAvailable());
-    EXPECT_FALSE(joined.WriteDataToMemory(std::wstring(5000, L'x')));
-    api.WAPI_CloseHandle(small);
+    EXPECT_EQ(Read(channel), L"short");
 }
 
 // The child opens the block by name, checks the parent's text and answers with its own.
@@ -164,9 +130,7 @@ TEST_F(SharedMemoryChannel, CarriesTextBothWaysBetweenTwoProcesses)
     ASSERT_TRUE(channel.WriteDataToMemory(kNonAscii));
     const pid_t child = kortest::StartChild("channel_peer", {"CHANNEL_NAME=" + Narrow(name)});
     ASSERT_EQ(kortest::WaitChild(child), 0);
-    std::wstring text;
-    ASSERT_TRUE(channel.ReadDataFromMemory(text));
-    EXPECT_EQ(text, L"answer \u00FC\u65E5 from " + std::to_wstring(child));
+    EXPECT_EQ(Read(channel), L"answer \u00FC\u65E5 from " + std::to_wstring(child));
 }
 
 // ---- A replacement facade -------------------------------------------------------------------------------
@@ -177,61 +141,32 @@ protected:
     std::shared_ptr<CFakeWinAPIWrapper> fake = std::make_shared<CFakeWinAPIWrapper>();
 };
 
-TEST_F(SharedMemoryChannelFacade, FailedCreateOrOpenIsTracedWithTheLastError)
+// A name nobody created, a failing create, or no facade at all: the channel is unusable, every operation
+// fails, and nothing is mapped or changed.
+TEST_F(SharedMemoryChannelFacade, UnknownNameFailedCreateOrNoFacadeLeaveAnUnusableChannel)
 {
     fake->OnCreateFileMapping = [](HANDLE, LPSECURITY_ATTRIBUTES, DWORD, DWORD, DWORD, LPCWSTR) -> HANDLE
     {
         SetLastError(ERROR_ACCESS_DENIED);
         return nullptr;
     };
-    fake->OnOpenFileMapping = [](DWORD, BOOL, LPCWSTR) -> HANDLE
-    {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return nullptr;
-    };
     BTraceCapture capture;
     CVeLCmdInterfaceSharedMemoryImpl created(fake, true, UniqueName("chan_fail_create"));
-    CVeLCmdInterfaceSharedMemoryImpl opened(fake, false, UniqueName("chan_fail_open"));
-    EXPECT_FALSE(created.IsSharedMemoryAvailable());
-    EXPECT_FALSE(opened.IsSharedMemoryAvailable());
-    EXPECT_FALSE(created.ClearDataMemory());
-    EXPECT_EQ(fake->CallCount("MapViewOfFile"), 0u);
-
+    CVeLCmdInterfaceSharedMemoryImpl unknown(fake, false, UniqueName("chan_unknown"));
     CVeLCmdInterfaceSharedMemoryImpl noFacade(nullptr, true, UniqueName("chan_nofacade"));
-    std::wstring text;
-    EXPECT_FALSE(noFacade.IsSharedMemoryAvailable());
-    EXPECT_FALSE(noFacade.WriteDataToMemory(L"x"));
-    EXPECT_FALSE(noFacade.ReadDataFromMemory(text));
+    for (CVeLCmdInterfaceSharedMemoryImpl* channel : {&created, &unknown, &noFacade})
+    {
+        std::wstring text = L"untouched";
+        EXPECT_FALSE(channel->IsSharedMemoryAvailable());
+        EXPECT_FALSE(channel->ReadDataFromMemory(text));
+        EXPECT_FALSE(channel->WriteDataToMemory(L"x"));
+        EXPECT_FALSE(channel->ClearDataMemory());
+        EXPECT_EQ(text, L"untouched");
+    }
+    EXPECT_EQ(fake->CallCount("MapViewOfFile"), 0u);
 }
 
-TEST_F(SharedMemoryChannelFacade, CreatesThePagingFileBlockWithTheExpectedArguments)
-{
-    DWORD protect = 0, high = 1, low = 0;
-    HANDLE file = nullptr;
-    fake->OnCreateFileMapping = [&](HANDLE f, LPSECURITY_ATTRIBUTES a, DWORD p, DWORD h, DWORD l, LPCWSTR n)
-    {
-        file = f, protect = p, high = h, low = l;
-        return CVeLWinAPIWrapper().WAPI_CreateFileMapping(f, a, p, h, l, n);
-    };
-    DWORD access = 0;
-    fake->OnOpenFileMapping = [&](DWORD a, BOOL i, LPCWSTR n)
-    {
-        access = a;
-        return CVeLWinAPIWrapper().WAPI_OpenFileMapping(a, i, n);
-    };
-    const std::wstring name = UniqueName("chan_args");
-    CVeLCmdInterfaceSharedMemoryImpl created(fake, true, name);
-    CVeLCmdInterfaceSharedMemoryImpl opened(fake, false, name);
-    EXPECT_TRUE(file == INVALID_HANDLE_VALUE && protect == PAGE_READWRITE && high == 0 && low == 65537);
-    EXPECT_EQ(access, 0xF001Fu);
-
-    fake->ClearCalls();
-    ASSERT_TRUE(opened.WriteDataToMemory(L"x"));
-    ASSERT_TRUE(created.ClearDataMemory());
-    EXPECT_EQ(fake->Calls(), (std::vector<std::string>{"MapViewOfFile", "UnmapViewOfFile", "MapViewOfFile"}));
-}
-
-TEST_F(SharedMemoryChannelFacade, FailedMapOrUnmapFailsEachOperationWithItsMessage)
+TEST_F(SharedMemoryChannelFacade, FailedMapOrUnmapFailsEachOperationAndKeepsTheText)
 {
     const std::wstring name = UniqueName("chan_map");
     CVeLCmdInterfaceSharedMemoryImpl channel(fake, true, name);
@@ -259,17 +194,11 @@ TEST_F(SharedMemoryChannelFacade, FailedMapOrUnmapFailsEachOperationWithItsMessa
     EXPECT_FALSE(channel.WriteDataToMemory(L"new"));
 }
 
-TEST_F(SharedMemoryChannelFacade, UnknownBlockSizeStillLeavesAUsableChannel)
+// A section of one page under the name: refused when its size is known; when it cannot be learnt, a
+// length field claiming the longest text never makes the channel read or write past the page. A block of
+// unknown size but full length still works.
+TEST_F(SharedMemoryChannelFacade, SectionSmallerThanTheBlockIsNeverReadPastItsEnd)
 {
-    fake->OnNTGetSizeOfSharedMemory = [](HANDLE) { return CVeLResult<__int64>(); };
-    BTraceCapture capture;
-    CVeLCmdInterfaceSharedMemoryImpl channel(fake, true, UniqueName("chan_size"));
-    EXPECT_TRUE(channel.WriteDataToMemory(L"ok"));
-}
-
-TEST_F(SharedMemoryChannelFacade, HostileLengthInABlockOfUnknownSizeNeverReadsPastItsEnd)
-{
-    // A section of one page whose length field claims the longest text, and no way to learn its size.
     const std::wstring name = UniqueName("chan_short");
     CVeLWinAPIWrapper real;
     HANDLE small =
@@ -279,8 +208,15 @@ TEST_F(SharedMemoryChannelFacade, HostileLengthInABlockOfUnknownSizeNeverReadsPa
     ASSERT_NE(bytes, nullptr);
     std::memset(bytes, 'A', 4096);
     bytes[0] = bytes[1] = 0xFF;
-    fake->OnNTGetSizeOfSharedMemory = [](HANDLE) { return CVeLResult<__int64>(); };
     BTraceCapture capture;
+    for (bool create : {false, true})
+    {
+        CVeLCmdInterfaceSharedMemoryHandler refused(create, name);
+        EXPECT_FALSE(refused.IsSharedMemoryAvailable()) << create;
+        EXPECT_FALSE(refused.WriteDataToMemory(std::wstring(5000, L'x'))) << create;
+    }
+
+    fake->OnNTGetSizeOfSharedMemory = [](HANDLE) { return CVeLResult<__int64>(); };
     for (bool create : {false, true})
     {
         CVeLCmdInterfaceSharedMemoryImpl channel(fake, create, name);
@@ -295,17 +231,30 @@ TEST_F(SharedMemoryChannelFacade, HostileLengthInABlockOfUnknownSizeNeverReadsPa
     EXPECT_EQ(bytes[4095], 'A');
     real.WAPI_UnmapViewOfFile(bytes);
     real.WAPI_CloseHandle(small);
+    EXPECT_TRUE(
+        CVeLCmdInterfaceSharedMemoryImpl(fake, true, UniqueName("chan_size")).WriteDataToMemory(L"ok"));
 }
 
 // Every system object the channel uses comes from the facade: with a facade that serves the block from
-// test memory, the channel works and no real object of that name exists.
+// test memory, the channel works, reads and writes balance their views, and no real object of that name
+// exists. The block
+// is a paging-file section of 65537 bytes, opened with all access.
 TEST_F(SharedMemoryChannelFacade, ReachesTheSystemOnlyThroughTheFacade)
 {
     std::vector<unsigned char> block(69632, 0xEE);
     HANDLE const fakeHandle = reinterpret_cast<HANDLE>(0x7770);
+    std::vector<DWORD> created, opened;
     int mapped = 0;
-    fake->OnCreateFileMapping = [&](HANDLE, LPSECURITY_ATTRIBUTES, DWORD, DWORD, DWORD, LPCWSTR)
-    { return fakeHandle; };
+    fake->OnCreateFileMapping = [&](HANDLE f, LPSECURITY_ATTRIBUTES, DWORD p, DWORD h, DWORD l, LPCWSTR)
+    {
+        created = {f == INVALID_HANDLE_VALUE, p, h, l};
+        return fakeHandle;
+    };
+    fake->OnOpenFileMapping = [&](DWORD access, BOOL, LPCWSTR)
+    {
+        opened = {access};
+        return fakeHandle;
+    };
     fake->OnNTGetSizeOfSharedMemory = [&](HANDLE h)
     { return CVeLResult<__int64>(h == fakeHandle, static_cast<__int64>(block.size())); };
     fake->OnMapViewOfFile = [&](HANDLE h, DWORD, DWORD, DWORD, SIZE_T) -> LPVOID
@@ -318,23 +267,26 @@ TEST_F(SharedMemoryChannelFacade, ReachesTheSystemOnlyThroughTheFacade)
         --mapped;
         return address == block.data();
     };
-    bool closed = false;
-    fake->OnCloseHandle = [&](HANDLE h) -> BOOL { return closed = (h == fakeHandle); };
+    int closed = 0;
+    fake->OnCloseHandle = [&](HANDLE h) -> BOOL { return closed += (h == fakeHandle); };
 
     const std::wstring name = UniqueName("chan_fakeonly");
     {
         CVeLCmdInterfaceSharedMemoryImpl channel(fake, true, name);
+        CVeLCmdInterfaceSharedMemoryImpl peer(fake, false, name);
+        EXPECT_EQ(created, (std::vector<DWORD>{1, PAGE_READWRITE, 0, 65537}));
+        EXPECT_EQ(opened, (std::vector<DWORD>{0xF001F}));
         ASSERT_TRUE(channel.WriteDataToMemory(L"\u00FCber"));
         EXPECT_EQ(std::vector<unsigned char>(block.begin(), block.begin() + 7),
                   (std::vector<unsigned char>{5, 0, 0xC3, 0xBC, 'b', 'e', 'r'}));
-        std::wstring text;
-        ASSERT_TRUE(channel.ReadDataFromMemory(text));
-        EXPECT_EQ(text, L"\u00FCber");
+        EXPECT_EQ(Read(peer), L"\u00FCber");
         EXPECT_EQ(mapped, 0);
+        ASSERT_TRUE(peer.ClearDataMemory());
+        EXPECT_EQ(mapped, 1); // a clear keeps its view mapped until the process ends
         CVeLWinAPIWrapper real;
         EXPECT_EQ(real.WAPI_OpenFileMapping(FILE_MAP_ALL_ACCESS, FALSE, name.c_str()), nullptr);
     }
-    EXPECT_TRUE(closed);
+    EXPECT_EQ(closed, 2);
 }
 
 } // namespace

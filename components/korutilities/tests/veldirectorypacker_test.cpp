@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <map>
 #include <random>
 
@@ -26,26 +25,6 @@ std::string RandomText(std::size_t size, unsigned seed)
     for (char& c : text)
         c = static_cast<char>('a' + random() % 16);
     return text;
-}
-
-std::string ReadAll(const fs::path& path)
-{
-    std::ifstream in(path.string(), std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-// Every file and folder below root: relative path -> content ("/" for folders).
-std::map<std::string, std::string> Snapshot(const fs::path& root)
-{
-    std::map<std::string, std::string> items;
-    if (!fs::exists(root))
-        return items;
-    for (fs::recursive_directory_iterator it(root), end; it != end; ++it)
-    {
-        const std::string relative = it->path().string().substr(root.string().size() + 1);
-        items[relative] = fs::is_directory(it->symlink_status()) ? "/" : ReadAll(it->path());
-    }
-    return items;
 }
 
 class DirectoryPackerTest : public kortest::FileSystemTest
@@ -71,6 +50,17 @@ protected:
                                    entries + "z.close()\n";
         WriteFile(Root() / "make.py", script);
         ASSERT_EQ(0, RunShell("/usr/bin/python3 " + Quote(Root() / "make.py")).status);
+    }
+
+    // Every file and folder below root: relative path -> content ("/" for folders).
+    static std::map<std::string, std::string> Snapshot(const fs::path& root)
+    {
+        std::map<std::string, std::string> items;
+        if (fs::exists(root))
+            for (fs::recursive_directory_iterator it(root), end; it != end; ++it)
+                items[it->path().string().substr(root.string().size() + 1)] =
+                    fs::is_directory(it->symlink_status()) ? "/" : ReadFile(it->path());
+        return items;
     }
 
     CVeLDirectoryPacker m_packer;

@@ -1,6 +1,8 @@
 // The encryption handler: buffer format and lengths, key rules, interoperability with the openssl command
 // line, corrupt input, and each facade operation failing in turn.
 #include "fakewinapiwrapper.h"
+#include "filetestsupport.h"
+#include "shelltestsupport.h"
 #include "korutilitesbtracedef.h"
 #include "tracedtest.h"
 #include "velencryptionhandler.h"
@@ -11,9 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <functional>
 #include <iterator>
 #include <random>
@@ -171,24 +171,20 @@ TEST_F(EncryptionHandler, AnotherKeyFailsThePaddingCheck)
 
 // The openssl command line reads and writes the same format: the IV is the first block, the rest is
 // standard AES-CBC with PKCS #7 padding under the raw key bytes. Both directions, and an empty plaintext.
-TEST_F(EncryptionHandler, OpenSslDecryptsTheLibrarysBufferAndTheReverse)
+using EncryptionHandlerFiles = kortest::FileSystemTest;
+
+TEST_F(EncryptionHandlerFiles, OpenSslDecryptsTheLibrarysBufferAndTheReverse)
 {
     KORTEST_LINUX_ONLY("runs the openssl command line and a POSIX shell");
-    const std::string dir = kortest::NewTempFolder("kor_crypto");
-    ASSERT_FALSE(dir.empty());
-    auto write = [&](const char* name, const unsigned char* data, std::size_t size)
-    { std::ofstream(dir + "/" + name, std::ios::binary).write(reinterpret_cast<const char*>(data), size); };
-    auto read = [&](const char* name)
+    auto openssl = [&](const std::string& direction, const unsigned char* iv, const std::string& in)
     {
-        std::ifstream in(dir + "/" + name, std::ios::binary);
-        return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    };
-    auto openssl = [&](const std::string& direction, const unsigned char* iv)
-    {
-        return std::system(("cd " + dir + " && openssl enc " + direction + " -aes-256-cbc -K " +
-                            Hex(AsciiKeyBytes(kKey256).data(), 32) + " -iv " + Hex(iv, 16) +
-                            " -in in.bin -out out.bin 2>/dev/null")
-                               .c_str());
+        WriteFile(Root() / "in.bin", in);
+        const std::string command = "openssl enc " + direction + " -aes-256-cbc -K " +
+                                    Hex(AsciiKeyBytes(kKey256).data(), 32) + " -iv " + Hex(iv, 16) + " -in " +
+                                    kortest::Quote(Root() / "in.bin") + " 2>/dev/null";
+        const kortest::ShellResult result = kortest::RunShell(command);
+        EXPECT_EQ(result.status, 0) << direction;
+        return Bytes(result.output.begin(), result.output.end());
     };
     CVeLEncryptionHandler handler(kKey256);
     for (std::size_t size : {1000u, 0u})
@@ -200,22 +196,18 @@ TEST_F(EncryptionHandler, OpenSslDecryptsTheLibrarysBufferAndTheReverse)
         {
             CVeLByteArray ours = handler.EncryptBytes(plain.data(), static_cast<ULONG>(size)).GetValue();
             ASSERT_TRUE(ours.IsValid());
-            write("in.bin", ours.GetArrayBytes() + 16, ours.GetArrayLength() - 16);
-            ASSERT_EQ(openssl("-d", ours.GetArrayBytes()), 0);
-            EXPECT_EQ(read("out.bin"), plain);
+            const Bytes cipher = ToBytes(ours);
+            EXPECT_EQ(openssl("-d", cipher.data(), std::string(cipher.begin() + 16, cipher.end())), plain);
         }
         const unsigned char iv[16] = {9, 8, 7, 6, 5, 4, 3, 2, 1, 0, 0xA, 0xB, 0xC, 0xD, 0xE, 0xF};
-        write("in.bin", plain.data(), plain.size());
-        ASSERT_EQ(openssl("-e", iv), 0);
         Bytes buffer(iv, iv + 16);
-        const Bytes theirs = read("out.bin");
+        const Bytes theirs = openssl("-e", iv, std::string(plain.begin(), plain.end()));
         buffer.insert(buffer.end(), theirs.begin(), theirs.end());
         CVeLResult<CVeLByteArray> decrypted =
             handler.DecryptBytes(buffer.data(), static_cast<ULONG>(buffer.size()));
         ASSERT_TRUE(decrypted.IsSuccess()) << size;
         EXPECT_EQ(ToBytes(decrypted.GetValue()), plain);
     }
-    std::system(("rm -rf " + dir).c_str());
 }
 
 // Random buffers and truncated ciphertexts fail cleanly (or, for whole blocks that happen to end in valid

@@ -13,9 +13,7 @@
 namespace
 {
 
-class HostBindingTest : public kortest::TracedTest
-{
-};
+using HostBindingTest = kortest::TracedTest;
 
 // A facade whose machine GUID is the given text, standing for another machine.
 std::shared_ptr<CFakeWinAPIWrapper> MachineWithGuid(const std::wstring& guid)

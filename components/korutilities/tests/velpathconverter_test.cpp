@@ -45,9 +45,7 @@ TEST_F(PathConverterTest, AgreesWithTheFacadeOnEveryName)
         std::string name(1 + random() % 8, 'a');
         for (char& c : name)
             c = static_cast<char>(1 + random() % 255);
-        for (char& c : name)
-            if (c == '/')
-                c = '\\';
+        std::replace(name.begin(), name.end(), '/', '\\');
         if (name == "." || name == ".." || std::find(names.begin(), names.end(), name) != names.end())
             continue;
         names.push_back(name);

@@ -1,39 +1,31 @@
 // CVeLResult, CVeLFilesystemError and CVeLNonCopyable.
+#include "velbytearray.h"
 #include "velfilesystemerror.h"
 #include "velnoncopyable.h"
 #include "velresult.h"
-#include "velbytearray.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <type_traits>
 
-TEST(CVeLResult, DefaultIsFailureWithDefaultValue)
+// A default result is a failure holding the default value. From a status, only the sign bit decides;
+// the status itself survives, failure or not.
+TEST(CVeLResult, DefaultAndNtStatusRule)
 {
-    CVeLResult<LONG> number;
-    EXPECT_FALSE(number.IsSuccess());
-    EXPECT_EQ(number.GetValue(), 0);
-    CVeLResult<std::wstring> text;
-    EXPECT_TRUE(text.GetValue().empty());
-    CVeLResult<CVeLByteArray> bytes;
-    EXPECT_FALSE(bytes.GetValue().IsValid());
+    EXPECT_FALSE(CVeLResult<LONG>().IsSuccess());
+    EXPECT_EQ(CVeLResult<LONG>().GetValue(), 0);
+    EXPECT_TRUE(CVeLResult<std::wstring>().GetValue().empty());
+    EXPECT_FALSE(CVeLResult<CVeLByteArray>().GetValue().IsValid());
+    for (const std::uint32_t status : {0xC0000001u, 0x80000000u, 0u, 0x103u, 0x7FFFFFFFu})
+    {
+        const auto result = CVeLResult<LONG>::FromNTStatus(static_cast<LONG>(status));
+        EXPECT_EQ(result.IsSuccess(), status < 0x80000000u) << status;
+        EXPECT_EQ(static_cast<std::uint32_t>(result.GetValue()), status);
+    }
 }
 
-TEST(CVeLResult, NtStatusRuleLooksAtTheSignBitAndKeepsTheStatus)
-{
-    const auto failed = CVeLResult<LONG>::FromNTStatus(static_cast<LONG>(0xC0000001u));
-    EXPECT_FALSE(failed.IsSuccess());
-    EXPECT_EQ(static_cast<std::uint32_t>(failed.GetValue()), 0xC0000001u);
-    EXPECT_TRUE(CVeLResult<LONG>::FromNTStatus(0).IsSuccess());
-    const auto pending = CVeLResult<LONG>::FromNTStatus(0x00000103);
-    EXPECT_TRUE(pending.IsSuccess());
-    EXPECT_EQ(pending.GetValue(), 0x103);
-    EXPECT_TRUE(CVeLResult<LONG>::FromNTStatus(0x7FFFFFFF).IsSuccess());
-    EXPECT_FALSE(CVeLResult<LONG>::FromNTStatus(static_cast<LONG>(0x80000000u)).IsSuccess());
-}
-
-TEST(CVeLFilesystemError, ConstructorsAndCopies)
+TEST(CVeLFilesystemError, ConstructorsAndCopiesKeepEveryField)
 {
     const boost::filesystem::path p("/tmp/a/b");
     CVeLFilesystemError assigned(true);
@@ -47,8 +39,6 @@ TEST(CVeLFilesystemError, ConstructorsAndCopies)
     } cases[] = {{CVeLFilesystemError(), false, 0, {}},
                  {CVeLFilesystemError(true), true, 0, {}},
                  {CVeLFilesystemError(p), false, 0, p},
-                 {CVeLFilesystemError(p, 5), false, 5, p},
-                 {assigned, false, 5, p},
                  {CVeLResult<CVeLFilesystemError>(false, assigned).GetValue(), false, 5, p}};
     for (const auto& c : cases)
     {
@@ -56,13 +46,9 @@ TEST(CVeLFilesystemError, ConstructorsAndCopies)
         EXPECT_EQ(c.error.GetOperationResult(), c.code);
         EXPECT_EQ(c.error.GetErrorPath(), c.path);
     }
-}
-
-TEST(CVeLNonCopyable, DerivedClassesCannotBeCopied)
-{
+    // Classes that own system objects derive from CVeLNonCopyable and cannot be copied.
     struct Owner : CVeLNonCopyable
     {
     };
-    EXPECT_FALSE(std::is_copy_constructible<Owner>::value);
-    EXPECT_FALSE(std::is_copy_assignable<Owner>::value);
+    EXPECT_FALSE(std::is_copy_constructible<Owner>::value || std::is_copy_assignable<Owner>::value);
 }

@@ -9,35 +9,35 @@
 #include <cstdlib>
 #include <cstring>
 
-TEST(CVeLStringConverter, RoundTripsNonAsciiText)
+namespace
 {
-    const std::wstring text = L"Gr\u00fc\u00dfe \u20ac \U0001F600";
-    const std::string utf8 = "Gr\xC3\xBC\xC3\x9F"
-                             "e \xE2\x82\xAC \xF0\x9F\x98\x80";
+
+// Wide text and its UTF-8 both ways: through the string and the zero-terminated writer, and through the
+// reader with and without a length (the zero-terminated forms end at an embedded zero).
+void ExpectBothWays(const std::wstring& text, const std::string& utf8)
+{
     EXPECT_EQ(CVeLStringConverter::ConvertStdWStringToStdString(text), utf8);
     boost::shared_ptr<char> buffer;
     ASSERT_TRUE(CVeLStringConverter::ConvertStdWString2UTF8Chars(text, buffer));
-    EXPECT_EQ(std::strlen(buffer.get()), utf8.size());
-    EXPECT_STREQ(buffer.get(), utf8.c_str());
+    EXPECT_EQ(std::string(buffer.get()), utf8.substr(0, utf8.find('\0')));
     std::wstring back;
-    EXPECT_TRUE(CVeLStringConverter::ConvertUTF8Chars2StdWString(buffer.get(), back));
+    EXPECT_TRUE(CVeLStringConverter::ConvertUTF8Chars2StdWString(utf8.data(), utf8.size(), back));
     EXPECT_EQ(back, text);
+    EXPECT_TRUE(CVeLStringConverter::ConvertUTF8Chars2StdWString(buffer.get(), back));
+    EXPECT_EQ(back, text.substr(0, text.find(L'\0')));
 }
 
-TEST(CVeLStringConverter, EmptyNullAndEmbeddedZeros)
+} // namespace
+
+TEST(CVeLStringConverter, RoundTripsNonAsciiTextNothingAndEmbeddedZeros)
 {
-    boost::shared_ptr<char> buffer;
-    ASSERT_TRUE(CVeLStringConverter::ConvertStdWString2UTF8Chars(L"", buffer));
-    EXPECT_STREQ(buffer.get(), "");
-    EXPECT_EQ(CVeLStringConverter::ConvertStdWStringToStdString(L""), "");
+    ExpectBothWays(L"Gr\u00fc\u00dfe \u20ac \U0001F600", "Gr\xC3\xBC\xC3\x9F"
+                                                         "e \xE2\x82\xAC \xF0\x9F\x98\x80");
+    ExpectBothWays(L"", "");
+    ExpectBothWays(std::wstring(L"a\0b", 3), std::string("a\0b", 3));
     std::wstring text = L"keep";
     EXPECT_FALSE(CVeLStringConverter::ConvertUTF8Chars2StdWString(nullptr, text));
     EXPECT_TRUE(text.empty());
-    const char bytes[] = {'a', '\0', 'b'};
-    EXPECT_TRUE(CVeLStringConverter::ConvertUTF8Chars2StdWString(bytes, 3, text));
-    EXPECT_EQ(text, std::wstring(L"a\0b", 3));
-    EXPECT_EQ(CVeLStringConverter::ConvertStdWStringToStdString(std::wstring(L"a\0b", 3)),
-              std::string("a\0b", 3));
 }
 
 TEST(CVeLStringConverter, InvalidInputBecomesReplacementCharacters)
@@ -55,19 +55,9 @@ TEST(CVeLStringConverter, InvalidInputBecomesReplacementCharacters)
         "\xF0\x9F\x98\x80");
 }
 
-TEST(CVeLStringConverter, Utf16LittleEndianBytes)
-{
-    const std::vector<unsigned char> bytes = CVeLStringConverter::ConvertStdWStringToUTF16LE(L"A\U0001F600");
-    EXPECT_EQ(bytes, (std::vector<unsigned char>{0x41, 0x00, 0x3D, 0xD8, 0x00, 0xDE}));
-    EXPECT_EQ(CVeLStringConverter::ConvertUTF16LEToStdWString(bytes.data(), bytes.size()), L"A\U0001F600");
-    // An odd last byte is ignored.
-    const unsigned char odd[] = {0x41, 0x00, 0x42, 0x00, 0x43};
-    EXPECT_EQ(CVeLStringConverter::ConvertUTF16LEToStdWString(odd, sizeof odd), L"AB");
-}
-
-// 16-bit code units survive a wide string unchanged on every platform, lone surrogates included: the same
-// bytes come back, and the same wide string, whatever the size of wchar_t.
-TEST(CVeLStringConverter, LoneSurrogatesRoundTripAsCodeUnits)
+// UTF-16LE bytes and 16-bit code units survive a wide string unchanged on every platform, lone surrogates
+// included: the same bytes come back, and the same wide string, whatever the size of wchar_t.
+TEST(CVeLStringConverter, Utf16CodeUnitsRoundTripLoneSurrogatesIncluded)
 {
     const unsigned char units[] = {0x41, 0x00, 0x00, 0xD8, 0x42, 0x00, 0x00, 0xDC, 0x3D, 0xD8, 0x00, 0xDE};
     const std::wstring text = CVeLStringConverter::ConvertUTF16LEToStdWString(units, sizeof units);
@@ -75,6 +65,8 @@ TEST(CVeLStringConverter, LoneSurrogatesRoundTripAsCodeUnits)
     EXPECT_EQ(text, expected);
     EXPECT_EQ(CVeLStringConverter::ConvertStdWStringToUTF16LE(text),
               std::vector<unsigned char>(units, units + sizeof units));
+    EXPECT_EQ(CVeLStringConverter::ConvertUTF16LEToStdWString(units, 5),
+              (std::wstring{L'A', wchar_t(0xD800)})); // odd last byte ignored
     const std::u16string reversed = {char16_t(0xDC00), char16_t(0xD800)};
     EXPECT_EQ(CVeLStringConverter::ConvertStdWStringToUTF16(
                   CVeLStringConverter::ConvertUTF16ToStdWString(reversed.data(), reversed.size())),
@@ -126,15 +118,8 @@ TEST(CVeLStringConverter, AsciiRunsAroundBlockBoundaries)
                 text[at] = L'\u00E9'; // two bytes in UTF-8
                 expected.replace(at, 1, "\xC3\xA9");
             }
-            EXPECT_EQ(CVeLStringConverter::ConvertStdWStringToStdString(text), expected)
-                << length << " " << at;
-            boost::shared_ptr<char> buffer;
-            ASSERT_TRUE(CVeLStringConverter::ConvertStdWString2UTF8Chars(text, buffer));
-            EXPECT_EQ(std::string(buffer.get()), expected);
-            std::wstring back;
-            EXPECT_TRUE(
-                CVeLStringConverter::ConvertUTF8Chars2StdWString(expected.data(), expected.size(), back));
-            EXPECT_EQ(back, text) << length << " " << at;
+            SCOPED_TRACE(std::to_string(length) + " at " + std::to_string(at));
+            ExpectBothWays(text, expected);
         }
     // An invalid byte after a long ASCII run still becomes U+FFFD.
     std::string bytes(100, 'b');

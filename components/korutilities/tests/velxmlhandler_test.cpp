@@ -1,15 +1,13 @@
 // CVeLXMLHandler: loads from strings and files (validating or not), writing, round trips, DOM access and
 // path creation, several threads at once, and mutated documents.
-#include "filetestsupport.h"
 #include "korutilitesbtracedef.h"
-#include "velstringconverter.h"
 #include "velxmlhandler.h"
+#include "xmltestsupport.h"
 
 #include <boost/filesystem.hpp>
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
+#include <atomic>
 #include <random>
 #include <thread>
 
@@ -18,54 +16,22 @@ namespace fs = boost::filesystem;
 namespace
 {
 
-// No encoding in the declaration: held in memory, the schema is read as the UTF-16 it is.
-const wchar_t* const kSchema = LR"(<?xml version="1.0"?>
-<xs:schema xmlns:xs="http://www.w3.org/2001/XMLSchema">
-  <xs:element name="Config">
-    <xs:complexType>
-      <xs:sequence>
-        <xs:element name="Item" maxOccurs="unbounded">
-          <xs:complexType>
-            <xs:attribute name="id" type="xs:int" use="required"/>
-          </xs:complexType>
-        </xs:element>
-      </xs:sequence>
-    </xs:complexType>
-  </xs:element>
-</xs:schema>)";
-
+using kortest::Utf8;
+const wchar_t* const kSchema = kortest::kConfigSchema;
 const wchar_t* const kAccepted =
     L"<?xml version=\"1.0\"?>\n<Config><Item id=\"1\"/><Item id=\"2\"/></Config>";
 const wchar_t* const kRejected = L"<?xml version=\"1.0\"?>\n<Config><Item id=\"one\"/><Extra/></Config>";
 
-std::string Utf8(const std::wstring& text)
-{
-    return CVeLStringConverter::ConvertStdWStringToStdString(text);
-}
-
-// Files in a fresh folder; traces at the default level, so a missing file can be shown to trace nothing.
-class XMLHandlerTest : public kortest::FileSystemTest
-{
-protected:
-    void SetUp() override
-    {
-        FileSystemTest::SetUp();
-        BTraceSetLevel(&g_korutilitiesTraceModule, VEL_WRN);
-        dir = Root();
-    }
-    fs::path WriteFile(const std::string& name, const std::string& bytes) const
-    {
-        FileSystemTest::WriteFile(dir / name, bytes);
-        return dir / name;
-    }
-    fs::path dir;
-};
+using XMLHandlerTest = kortest::XMLFileTest;
 
 } // namespace
 
-TEST_F(XMLHandlerTest, StringLoads)
+TEST_F(XMLHandlerTest, LoadsFromStringsAndFiles)
 {
     BTraceCapture capture;
+    CVeLXMLHandler missing(Root() / "missing.xml");
+    EXPECT_FALSE(missing.IsValidXML());
+    EXPECT_TRUE(capture.Records().empty());
     CVeLXMLHandler empty{std::wstring()};
     EXPECT_FALSE(empty.IsValidXML());
     EXPECT_FALSE(empty.NodeIsSelectable(L""));
@@ -78,31 +44,21 @@ TEST_F(XMLHandlerTest, StringLoads)
     std::wstring value;
     EXPECT_TRUE(handler.ReadXMLAttribute(L"R", L"a", value));
     EXPECT_EQ(L"Gr\u00fc\u00dfe \U0001F600", value);
-}
 
-TEST_F(XMLHandlerTest, FileLoads)
-{
-    BTraceCapture capture;
-    CVeLXMLHandler missing(dir / "missing.xml");
-    EXPECT_FALSE(missing.IsValidXML());
-    EXPECT_TRUE(capture.Records().empty());
-
-    CVeLXMLHandler undeclared(WriteFile("undeclared.xml", "<R><A>t</A></R>"));
+    CVeLXMLHandler undeclared(Write("undeclared.xml", "<R><A>t</A></R>"));
     EXPECT_FALSE(undeclared.IsValidXML());
     EXPECT_TRUE(undeclared.NodeIsSelectable(L"R/A")); // the parse itself succeeded
-
-    CVeLXMLHandler declared(WriteFile("decl \u00e4.xml", "<?xml version=\"1.0\"?><R><A>t</A></R>"));
+    CVeLXMLHandler declared(Write("decl \u00e4.xml", "<?xml version=\"1.0\"?><R><A>t</A></R>"));
     EXPECT_TRUE(declared.IsValidXML());
-    std::wstring text;
-    EXPECT_TRUE(declared.ReadXMLText(L"R/A", text));
-    EXPECT_EQ(L"t", text);
+    EXPECT_TRUE(declared.ReadXMLText(L"R/A", value));
+    EXPECT_EQ(L"t", value);
 }
 
 TEST_F(XMLHandlerTest, ValidatingLoadsAcceptAndReject)
 {
-    const fs::path schemaFile = WriteFile("schema.xsd", Utf8(kSchema));
-    const fs::path good = WriteFile("good.xml", Utf8(kAccepted));
-    const fs::path bad = WriteFile("bad.xml", Utf8(kRejected));
+    const fs::path schemaFile = Write("schema.xsd", Utf8(kSchema));
+    const fs::path good = Write("good.xml", Utf8(kAccepted));
+    const fs::path bad = Write("bad.xml", Utf8(kRejected));
 
     EXPECT_TRUE(CVeLXMLHandler(std::wstring(kAccepted), std::wstring(kSchema)).IsValidXML());
     EXPECT_FALSE(CVeLXMLHandler(std::wstring(kRejected), std::wstring(kSchema)).IsValidXML());
@@ -116,49 +72,34 @@ TEST_F(XMLHandlerTest, ValidatingLoadsAcceptAndReject)
     EXPECT_TRUE(again.IsValidXML());
     EXPECT_TRUE(again.NodeIsSelectable(L"Config/Item"));
 
-    EXPECT_FALSE(CVeLXMLHandler(dir / "none.xml", schemaFile).IsValidXML());
-    EXPECT_FALSE(CVeLXMLHandler(good, dir / "none.xsd").IsValidXML());
-    EXPECT_FALSE(CVeLXMLHandler(dir / "none.xml", std::wstring(kSchema)).IsValidXML());
+    EXPECT_FALSE(CVeLXMLHandler(Root() / "none.xml", schemaFile).IsValidXML());
+    EXPECT_FALSE(CVeLXMLHandler(good, Root() / "none.xsd").IsValidXML());
+    EXPECT_FALSE(CVeLXMLHandler(Root() / "none.xml", std::wstring(kSchema)).IsValidXML());
     EXPECT_FALSE(
         CVeLXMLHandler(std::wstring(kAccepted), std::wstring(L"<?xml version=\"1.0\"?><notaschema/>"))
             .IsValidXML());
     EXPECT_FALSE(CVeLXMLHandler(std::wstring(kAccepted), std::wstring()).IsValidXML());
 }
 
-TEST_F(XMLHandlerTest, WritesFilesWithoutByteOrderMark)
-{
-    CVeLXMLHandler handler(std::wstring(L"<?xml version=\"1.0\"?><R><A x=\"\u00e9\"/></R>"));
-    const fs::path utf8 = dir / "out8.xml";
-    const fs::path utf16 = dir / "out16.xml";
-    ASSERT_TRUE(handler.WriteXMLToFile(utf8, false));
-    ASSERT_TRUE(handler.WriteXMLToFile(utf16, true));
-
-    const std::string bytes8 = ReadFile(utf8);
-    EXPECT_EQ(0u, bytes8.find("<?xml version=\"1.0\" encoding=\"UTF-8\""));
-    EXPECT_NE(std::string::npos, bytes8.find("x=\"\xC3\xA9\""));
-
-    const std::string bytes16 = ReadFile(utf16);
-    ASSERT_GE(bytes16.size(), 4u);
-    EXPECT_EQ(std::string("<\0?\0x\0", 6), bytes16.substr(0, 6)); // no FF FE in front
-    EXPECT_EQ(0u, bytes16.size() % 2);
-
-    // Writing back to the source works only for a handler built from a file.
-    EXPECT_FALSE(handler.WriteXMLToFile());
-    EXPECT_FALSE(handler.WriteXMLToFile(dir / "no-such-dir" / "x.xml", false));
-}
-
+// File, handler, file and handler again, in UTF-8 and UTF-16 (written without a byte order mark), and
+// through a string: the content survives every step.
 TEST_F(XMLHandlerTest, RoundTripFileHandlerFileHandlerKeepsContent)
 {
-    const fs::path source = WriteFile(
-        "source.xml",
-        Utf8(L"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<Root>\n  <S k=\"\u4e2d &amp; \U0001F600\">"
-             L"text &lt;1&gt;</S>\n  <L><I v=\"1\"/><I v=\"2\"/></L>\n</Root>\n"));
+    const fs::path source =
+        Write("source.xml",
+              Utf8(L"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<Root>\n  <S k=\"\u4e2d &amp; \U0001F600\">"
+                   L"text &lt;1&gt;</S>\n  <L><I v=\"1\"/><I v=\"2\"/></L>\n</Root>\n"));
     CVeLXMLHandler first(source);
     ASSERT_TRUE(first.IsValidXML());
     ASSERT_TRUE(first.WriteXMLAttribute(L"Root/S", L"added", L"yes"));
-    const fs::path copy = dir / "copy.xml";
+    const fs::path copy = Root() / "copy.xml";
     ASSERT_TRUE(first.WriteXMLToFile(copy, false));
     ASSERT_TRUE(first.WriteXMLToFile()); // rewrites source.xml as UTF-16
+    const std::string bytes8 = ReadFile(copy), bytes16 = ReadFile(source);
+    EXPECT_EQ(0u, bytes8.find("<?xml version=\"1.0\" encoding=\"UTF-8\""));
+    EXPECT_NE(std::string::npos, bytes8.find("k=\"\xE4\xB8\xAD"));
+    EXPECT_EQ(std::string("<\0?\0x\0", 6), bytes16.substr(0, 6)); // no FF FE in front
+    EXPECT_EQ(0u, bytes16.size() % 2);
 
     for (const fs::path& file : {copy, source})
     {
@@ -177,13 +118,16 @@ TEST_F(XMLHandlerTest, RoundTripFileHandlerFileHandlerKeepsContent)
         EXPECT_EQ(L"2", items[1][L"v"]);
     }
 
-    // Through a string as well: the serialised text loads again as the same document.
+    // Through a string as well: the serialised text loads again as the same document. Writing back to the
+    // source works only for a handler built from a file.
     const std::wstring text = first.ToString();
     EXPECT_EQ(0u, text.find(L"<?xml version=\"1.0\" encoding=\"UTF-16\""));
     CVeLXMLHandler fromString(text);
     std::wstring value;
     EXPECT_TRUE(fromString.ReadXMLAttribute(L"Root/S", L"k", value));
     EXPECT_EQ(L"\u4e2d & \U0001F600", value);
+    EXPECT_FALSE(fromString.WriteXMLToFile());
+    EXPECT_FALSE(fromString.WriteXMLToFile(Root() / "no-such-dir" / "x.xml", false));
 }
 
 TEST_F(XMLHandlerTest, DOMAccessAndPathCreation)

@@ -38,11 +38,16 @@ protected:
 
     DOMElement* Root() const { return doc->getDocumentElement(); }
     DOMElement* At(const std::wstring& path) const { return utilities.GetXPathElement(Root(), path); }
+    // The attribute's value, or a marker when the read fails.
     std::wstring Attribute(const std::wstring& path, const std::wstring& name) const
     {
         std::wstring value;
-        EXPECT_TRUE(utilities.ReadElementNodeAttribute(doc, path, name, value)) << "path " << path.size();
-        return value;
+        return utilities.ReadElementNodeAttribute(doc, path, name, value) ? value : L"(failed)";
+    }
+    std::wstring Text(const std::wstring& path) const
+    {
+        std::wstring text;
+        return utilities.ReadElementNodeText(doc, path, text) ? text : L"(failed)";
     }
 
     CVeLXMLHandler handler;
@@ -109,17 +114,12 @@ TEST_F(XMLUtilitiesTest, CountsEveryChildNodeIncludingWhitespaceText)
 
 TEST_F(XMLUtilitiesTest, ReadsAndWritesTextAndAttributes)
 {
-    std::wstring text;
-    EXPECT_TRUE(utilities.ReadElementNodeText(doc, L"A/B", text));
-    EXPECT_EQ(L"text b", text);
-    EXPECT_TRUE(utilities.ReadElementNodeText(doc, L"A", text));
-    EXPECT_NE(std::wstring::npos, text.find(L"text b")); // all descendant text
-    EXPECT_FALSE(utilities.ReadElementNodeText(doc, L"A/C", text));
-
+    EXPECT_EQ(L"text b", Text(L"A/B"));
+    EXPECT_NE(std::wstring::npos, Text(L"A").find(L"text b")); // all descendant text
+    EXPECT_EQ(L"(failed)", Text(L"A/C"));
     EXPECT_EQ(L"b1", Attribute(L"A/B", L"name"));
     EXPECT_EQ(L"", Attribute(L"A/B", L"absent"));
-    std::wstring value = L"stale";
-    EXPECT_FALSE(utilities.ReadElementNodeAttribute(doc, L"A/C", L"name", value));
+    EXPECT_EQ(L"(failed)", Attribute(L"A/C", L"name"));
 
     EXPECT_TRUE(utilities.WriteElementNodeAttribute(doc, L"A/B", L"name", L"changed \u00e9\U0001F600"));
     EXPECT_TRUE(utilities.WriteElementNodeAttribute(doc, L"A/B", L"fresh", L"new"));
@@ -130,8 +130,7 @@ TEST_F(XMLUtilitiesTest, ReadsAndWritesTextAndAttributes)
 
     // Writing text replaces the whole content, child elements included.
     EXPECT_TRUE(utilities.WriteElementNodeText(doc, L"A", L"<plain & text>"));
-    EXPECT_TRUE(utilities.ReadElementNodeText(doc, L"A", text));
-    EXPECT_EQ(L"<plain & text>", text);
+    EXPECT_EQ(L"<plain & text>", Text(L"A"));
     EXPECT_EQ(nullptr, At(L"A/B"));
     EXPECT_FALSE(utilities.WriteElementNodeText(doc, L"Nope", L"x"));
     EXPECT_FALSE(utilities.WriteElementNodeText(static_cast<DOMElement*>(nullptr), L"x"));
@@ -171,7 +170,7 @@ TEST_F(XMLUtilitiesTest, SiblingAttributesSkipLineFeedTextNodes)
     EXPECT_EQ(4u, out.size());
 }
 
-TEST_F(XMLUtilitiesTest, AppendNodeAddsOneChildPerMap)
+TEST_F(XMLUtilitiesTest, AppendNodeAddsOneChildPerMapAndRemoveNodeDetaches)
 {
     unsigned int before = 0, after = 0;
     ASSERT_TRUE(utilities.GetCountOfElements(doc, L"List", before));
@@ -191,10 +190,8 @@ TEST_F(XMLUtilitiesTest, AppendNodeAddsOneChildPerMap)
     EXPECT_FALSE(utilities.AppendNode(nullptr, L"List", L"Item", {{{L"a", L"b"}}}));
     EXPECT_FALSE(utilities.AppendNode(doc, L"Empty", L"1bad", {{{L"a", L"b"}}})); // not an element name
     EXPECT_FALSE(utilities.GetCountOfElements(doc, L"Empty", after));
-}
 
-TEST_F(XMLUtilitiesTest, RemoveNodeDetachesTheElement)
-{
+    // Removing detaches the first element the path names.
     EXPECT_TRUE(utilities.RemoveNode(doc, L"A"));
     EXPECT_EQ(L"2", Attribute(L"A", L"id")); // the second A is now the first
     EXPECT_TRUE(utilities.RemoveNode(doc, L"Root/A"));

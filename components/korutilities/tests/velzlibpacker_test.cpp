@@ -67,7 +67,7 @@ TEST_F(ZlibPackerTest, InterchangesWithSystemGzipBothWays)
         ASSERT_TRUE(m_packer.Expand(ours, Root() / "back2")) << size;
         EXPECT_TRUE(ReadFile(Root() / "back2") == data) << size;
     }
-    // Every level is a valid stream; level 0 stores.
+    // Every level is a valid stream; level 0 stores; levels beyond 0-9 are refused.
     const boost::filesystem::path plain = Root() / "plain";
     WriteFile(plain, SampleData(200000, 9));
     for (int level : {0, 1, 9})
@@ -77,16 +77,12 @@ TEST_F(ZlibPackerTest, InterchangesWithSystemGzipBothWays)
     }
     EXPECT_FALSE(m_packer.Compress(plain, Root() / "bad.gz", 10));
     EXPECT_FALSE(m_packer.Compress(plain, Root() / "bad.gz", -1));
-}
 
-TEST_F(ZlibPackerTest, ExpandsConcatenatedMembers)
-{
-    KORTEST_LINUX_ONLY("compares with the system's gzip");
+    // Concatenated members expand to the concatenated data.
     WriteFile(Root() / "a", "first part\n");
-    WriteFile(Root() / "b", SampleData(100000, 2));
-    ASSERT_EQ(0, RunShell("cd " + Quote(Root()) + " && gzip -c a > ab.gz && gzip -c b >> ab.gz").status);
+    ASSERT_EQ(0, RunShell("cd " + Quote(Root()) + " && gzip -c a > ab.gz && gzip -c plain >> ab.gz").status);
     ASSERT_TRUE(m_packer.Expand(Root() / "ab.gz", Root() / "ab"));
-    EXPECT_TRUE(ReadFile(Root() / "ab") == ReadFile(Root() / "a") + ReadFile(Root() / "b"));
+    EXPECT_TRUE(ReadFile(Root() / "ab") == "first part\n" + ReadFile(plain));
 }
 
 TEST_F(ZlibPackerTest, DamagedInputLeavesNoOutputAndKeepsTheTarget)
@@ -131,9 +127,7 @@ TEST_F(ZlibPackerTest, DamagedInputLeavesNoOutputAndKeepsTheTarget)
 
 TEST_F(ZlibPackerTest, MissingSourceOrTargetFolderFails)
 {
-    BTraceCapture capture;
     EXPECT_FALSE(m_packer.Compress(Root() / "missing", Root() / "out.gz"));
-    EXPECT_EQ(1u, capture.CountContaining("for compression failed (error code: 2)!"));
     WriteFile(Root() / "plain", "x");
     EXPECT_FALSE(m_packer.Compress(Root() / "plain", Root() / "no" / "such" / "out.gz"));
     EXPECT_FALSE(m_packer.Expand(Root() / "missing.gz", Root() / "out"));
