@@ -535,11 +535,13 @@ const AlgorithmInfo* AlgorithmNamed(LPCWSTR name)
     return nullptr;
 }
 
-// The digest of algorithm, fetched once per process: fetching for every hash object is slow.
+// The digest of algorithm, fetched once per process: fetching for every hash object is slow. The table is
+// never destroyed: the digests stay reachable until the process ends, and nothing is freed at exit after
+// OpenSSL's own clean-up may already have run.
 EVP_MD* FetchedDigest(const AlgorithmInfo& algorithm)
 {
     static std::mutex lock; // guards fetched
-    static std::unordered_map<const AlgorithmInfo*, EVP_MD*> fetched;
+    static auto& fetched = *new std::unordered_map<const AlgorithmInfo*, EVP_MD*>();
     std::lock_guard<std::mutex> guard(lock);
     EVP_MD*& md = fetched[&algorithm];
     if (md == nullptr)
